@@ -1,0 +1,227 @@
+#!/bin/bash
+# Builds one flavour of the adapted line editor:  lineedit/build.sh FLAVOUR OUTDIR
+#
+# Puts OUTDIR/FLAVOUR/{lib,include}/ from the distribution's source package, or from the
+# file that KEYLINE_LIBEDIT_ARCHIVE names (either must have the sum in archive.sha256), with
+# the patches of `series` applied and the files of src/ in the place of the editor's own.
+# Does nothing when the flavour is already what it should be.
+#
+# lib/libedit.a shows the editor's interface alone: its inner names, some of which the
+# module uses for its own functions, are local.  For tests of the inside, lib/private/ has
+# the same library with all names, and include/private/ the inner headers.
+#
+# Whatever goes wrong is told in one sentence on stderr; the noise is in the named log.
+
+set -euo pipefail
+export LC_ALL=C
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+package=libedit
+read -r sum archive_name < "$here/archive.sha256"
+version=${archive_name#"${package}_"}
+version=${version%.orig.tar.gz}
+
+die()
+{
+    printf 'lineedit/build.sh: %s\n' "$*" >&2
+    exit 1
+}
+
+# --- What is asked for ---------------------------------------------------------------
+
+[ $# -eq 2 ] || die "usage: lineedit/build.sh plain|asan|pristine-asan|fuzz|coverage OUTDIR"
+flavour=$1
+
+compiler=gcc
+patched=yes
+case $flavour in
+plain)
+    cflags="-O2 -g -fPIC -ffunction-sections -fdata-sections \
+        -fstack-protector-strong -D_FORTIFY_SOURCE=2" ;;
+asan)
+    cflags="-O1 -g -fPIC -fsanitize=address,undefined -fno-omit-frame-pointer" ;;
+pristine-asan)
+    cflags="-O1 -g -fPIC -fsanitize=address,undefined -fno-omit-frame-pointer"
+    patched=no ;;
+fuzz)
+    cflags="-O1 -g -fPIC -fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer"
+    compiler=clang ;;
+coverage)
+    cflags="-O0 -g -fPIC --coverage" ;;
+*)
+    die "there is no flavour '$flavour' (plain, asan, pristine-asan, fuzz or coverage)" ;;
+esac
+command -v "$compiler" > /dev/null || die "$compiler, which flavour $flavour needs, is missing"
+
+mkdir -p "$2/archive" "$2/$flavour" || die "cannot write to $2"
+outdir=$(cd "$2" && pwd)
+target=$outdir/$flavour
+log=$target/build.log
+library=$target/lib/libedit.a
+
+patches=()
+own=()
+if [ $patched = yes ]; then
+    while read -r name _; do
+        case $name in '' | '#'*) continue ;; esac
+        [ -f "$here/patches/$name" ] || die "series names $name, which is not in patches/"
+        patches+=("$here/patches/$name")
+    done < "$here/series"
+    shopt -s nullglob
+    own=("$here"/src/*.[ch])
+fi
+
+# --- The archive ---------------------------------------------------------------------
+
+check_sum() # FILE
+{
+    local found
+    found=$(sha256sum < "$1") || die "cannot read $1"
+    [ "${found%% *}" = "$sum" ] ||
+        die "$1 has SHA-256 ${found%% *}, not $sum as pinned in lineedit/archive.sha256"
+}
+
+# Fetches the source package by name.  The configuration and all state are in $1; of the
+# machine's apt only its sources, keys and network settings are used, and only read.
+fetch_package() # APTDIR
+{
+    local apt=$1 LIST='' PARTS='' offered file
+    mkdir -p "$apt/parts" "$apt/lists/partial" "$apt/cache/archives/partial" "$apt/got"
+    eval "$(apt-config shell LIST Dir::Etc::sourcelist/f PARTS Dir::Etc::sourceparts/d)"
+
+    # Both forms of source lists, with every source turned into its deb-src twin.
+    for file in "$LIST" "$PARTS"/*.list; do
+        [ ! -f "$file" ] ||
+            sed -nE '/cdrom:/d; s/^[[:space:]]*deb(-src)?[[:space:]]/deb-src /p' "$file"
+    done | sort -u > "$apt/sources.list"
+    for file in "$PARTS"/*.sources; do
+        [ ! -f "$file" ] ||
+            sed -E 's/^types:.*/Types: deb-src/I' "$file" > "$apt/parts/${file##*/}"
+    done
+
+    cat > "$apt/apt.conf" <<EOF
+Dir::Etc::sourcelist "$apt/sources.list";
+Dir::Etc::sourceparts "$apt/parts";
+Dir::State "$apt";
+Dir::State::lists "$apt/lists";
+Dir::State::status "/var/lib/dpkg/status";
+Dir::Cache "$apt/cache";
+Dir::Log "$apt";
+APT::Sandbox::User "$(id -un)";
+#clear APT::Update::Pre-Invoke;
+#clear APT::Update::Post-Invoke;
+#clear APT::Update::Post-Invoke-Success;
+Acquire::Languages "none";
+Acquire::Retries "1";
+Acquire::http::Timeout "30";
+Acquire::https::Timeout "30";
+EOF
+    # An unreachable source that does not carry the package is no reason to stop.
+    apt-get -c "$apt/apt.conf" update || true
+    offered=$(apt-cache -c "$apt/apt.conf" showsrc "$package" |
+        sed -n "s/^Version: \($version-.*\)/\1/p" | sort -V | tail -n 1)
+    [ -n "$offered" ] || return 1
+    (cd "$apt/got" && apt-get -c "$apt/apt.conf" source --download-only --only-source \
+        "$package=$offered") && [ -f "$apt/got/$archive_name" ]
+}
+
+# Sets `archive` to a file with the pinned sum.
+obtain_archive()
+{
+    archive=${KEYLINE_LIBEDIT_ARCHIVE:-}
+    if [ -n "$archive" ]; then
+        [ -f "$archive" ] || die "KEYLINE_LIBEDIT_ARCHIVE names $archive, which is no file"
+        check_sum "$archive"
+        return
+    fi
+    archive=$outdir/archive/$archive_name
+    if [ ! -f "$archive" ]; then
+        local fetch_log=$outdir/archive/fetch.log
+        rm -rf "$outdir/archive/apt"
+        # In a condition `set -e` is off inside the function, which checks what matters.
+        if ! (fetch_package "$outdir/archive/apt") > "$fetch_log" 2>&1 < /dev/null; then
+            rm -rf "$outdir/archive/apt"
+            die "cannot fetch the source package $package $version with apt-get: is there a" \
+                "network? (log: $fetch_log; KEYLINE_LIBEDIT_ARCHIVE=FILE takes the archive instead)"
+        fi
+        check_sum "$outdir/archive/apt/got/$archive_name"
+        mv "$outdir/archive/apt/got/$archive_name" "$archive"
+        rm -rf "$outdir/archive/apt"
+    fi
+    check_sum "$archive"
+}
+
+# --- The build -----------------------------------------------------------------------
+
+# Copies only what changed, so that nothing is compiled again without need.
+put() # FILE DESTINATION
+{
+    cmp -s "$1" "$2" || install -D -m 644 "$1" "$2"
+}
+
+unpack_and_patch()
+{
+    local patch
+    rm -rf "$target/src" "$target/stamp"
+    mkdir "$target/src"
+    tar -xzf "$archive" -C "$target/src" --strip-components=1 > "$log" 2>&1 ||
+        die "cannot unpack $archive (log: $log)"
+    for patch in "${patches[@]}"; do
+        printf '== %s\n' "${patch##*/}" >> "$log"
+        patch -d "$target/src" -p1 --fuzz=0 -s --batch --no-backup-if-mismatch \
+            < "$patch" >> "$log" 2>&1 ||
+            die "lineedit/patches/${patch##*/} does not apply to $package $version (log: $log)"
+    done
+    [ ${#own[@]} -eq 0 ] || cp "${own[@]}" "$target/src/src/"
+}
+
+compile()
+{
+    cd "$target/src"
+    # Sanitized probes must not fail for their leaks, nor the build regenerate its own
+    # input when a patch touches it.
+    ASAN_OPTIONS=detect_leaks=0 ./configure --disable-shared --enable-static \
+        --disable-examples --disable-dependency-tracking CC="$compiler" CFLAGS="$cflags" &&
+        make -j2 -C src ACLOCAL=: AUTOCONF=: AUTOHEADER=: AUTOMAKE=: all &&
+        ld -r -o interface.o --whole-archive src/.libs/libedit.a &&
+        objcopy --localize-hidden interface.o &&
+        rm -f interface.a &&
+        ar rcsD interface.a interface.o
+}
+
+flavour_hash()
+{
+    {
+        printf '%s\n' "$sum" "$target" "$cflags" "${patches[@]##*/}" "${own[@]##*/}"
+        "$compiler" --version | head -n 1
+        cat "${BASH_SOURCE[0]}" "${patches[@]}" "${own[@]}"
+    } | sha256sum
+}
+
+exec 9> "$outdir/lock"
+flock 9
+
+if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then
+    obtain_archive # a wrong file is told also when there is nothing to build
+fi
+
+hash=$(flavour_hash)
+if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; then
+    # Same contents under newer dates: say so to the build tool that compares dates.
+    [ -z "$(find "$here" -newer "$library" -print -quit)" ] || touch "$library"
+    exit 0
+fi
+
+obtain_archive
+unpack_and_patch
+(compile) >> "$log" 2>&1 < /dev/null || die "$package does not compile (log: $log)"
+
+put "$target/src/interface.a" "$library"
+put "$target/src/src/.libs/libedit.a" "$target/lib/private/libedit.a"
+put "$target/src/src/histedit.h" "$target/include/histedit.h"
+put "$target/src/src/editline/readline.h" "$target/include/editline/readline.h"
+for header in "$target"/src/config.h "$target"/src/src/*.h; do
+    put "$header" "$target/include/private/${header##*/}"
+done
+touch "$library"
+printf '%s\n' "$hash" > "$target/stamp"

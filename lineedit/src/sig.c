@@ -1,0 +1,524 @@
+/*
+ * sig.c: signals while a line is read.
+ *
+ * While readline() runs, the kernel knows one handler, ours, for seven signals.
+ * It never nests (all seven are in its mask) and it never leaves the editor from
+ * the middle of something: SIGINT and SIGTSTP end a read only while the reader
+ * waits, which the reader says by raising rl_signal_level. At any other time they
+ * leave a note that the reader looks at before it waits again. A signal that
+ * arrives on another thread is sent on to the one that reads. The handler neither
+ * allocates nor draws; a resize is served by the reader, outside of it.
+ *
+ * rl_signal() is signal() for functions that jump out of the read. Such a function
+ * is never known to the kernel, so that it only ever runs on the reading thread and
+ * at a moment when nothing is left half done.
+ */
+#include "config.h"
+
+#include <sys/select.h>
+#include <sys/syscall.h>
+#include <errno.h>
+#include <limits.h>
+#include <pthread.h>
+#include <stdio_ext.h>
+#include <stdlib.h>
+#include <string.h>
+#include <termios.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "el.h"
+#include "read.h"
+#include "editline/readline.h"
+
+#define	SIG_COUNT	7
+
+/* the first two end a read, the next three the process, the last two redraw */
+enum { AT_INT, AT_TSTP, AT_QUIT, AT_HUP, AT_TERM, AT_CONT, AT_WINCH };
+
+static struct {
+	int		 signo;
+	volatile sig_atomic_t note;	/* came at a bad moment; to be served */
+	volatile sig_atomic_t guarded;	/* `next' came from rl_signal() */
+	volatile sig_atomic_t taken;	/* `before' is to be given back */
+	struct sigaction before;	/* what the kernel had before ours */
+	struct sigaction next;		/* what ours passes the signal on to */
+	siginfo_t	 info;		/* of the note */
+} sigs[SIG_COUNT] = {
+	[AT_INT] = { .signo = SIGINT },
+	[AT_TSTP] = { .signo = SIGTSTP },
+	[AT_QUIT] = { .signo = SIGQUIT },
+	[AT_HUP] = { .signo = SIGHUP },
+	[AT_TERM] = { .signo = SIGTERM },
+	[AT_CONT] = { .signo = SIGCONT },
+	[AT_WINCH] = { .signo = SIGWINCH },
+};
+
+/*
+ * 0: no signal may end the read now. 1: SIGINT and SIGTSTP may. 2: the same, and
+ * rl_select() waits, which a note of any kind must end.
+ */
+volatile sig_atomic_t rl_signal_level = 0;
+
+static EditLine *volatile sig_el;	/* the instance that reads, or NULL */
+static volatile pthread_t sig_thread;	/* where the jump may be made */
+static volatile sig_atomic_t sig_noted;	/* some note is set */
+static volatile sig_atomic_t sig_again;	/* the read goes on: raw mode, redraw */
+static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
+static char *volatile sig_late;		/* a line that a jump may still abandon */
+
+/*
+ * How long rl_select() waits. The kernel reads it on entry, so that a handler that
+ * has set it to nothing is never too early: select()'s own argument would be
+ * converted before the call, and a note left in between would wait for a key.
+ */
+static volatile struct {
+	long	 sec;
+	long	 nsec;
+} sig_until;
+
+static volatile sig_atomic_t sig_waits;	/* this read waits in rl_select() */
+static int sig_hurry;		/* keys come faster than they are read */
+
+/* a wait that ends sooner than this, in ns, was none */
+#define	SIG_HURRY	4000
+
+static void	sig_handler(int, siginfo_t *, void *);
+static void	sig_pass(int, siginfo_t *, void *);
+
+static int
+sig_index(int signo)
+{
+	int i;
+
+	for (i = 0; i < SIG_COUNT - 1; i++)
+		if (sigs[i].signo == signo)
+			break;
+	return i;
+}
+
+static int
+sig_is_ours(const struct sigaction *sa)
+{
+	return (sa->sa_flags & SA_SIGINFO) && sa->sa_sigaction == sig_handler;
+}
+
+/* sig_install():
+ *	Put our handler into the kernel; old gets what it replaces
+ */
+static int
+sig_install(int i, struct sigaction *old)
+{
+	static struct sigaction ours;	/* made once, the same ever after */
+	int n;
+
+	if (ours.sa_sigaction == NULL) {
+		sigemptyset(&ours.sa_mask);
+		for (n = 0; n < SIG_COUNT; n++)
+			sigaddset(&ours.sa_mask, sigs[n].signo);
+		ours.sa_flags = SA_RESTART | SA_SIGINFO;
+		ours.sa_sigaction = sig_handler;
+	}
+	return sigaction(sigs[i].signo, &ours, old);
+}
+
+static void
+sig_take(void)
+{
+	struct sigaction old;
+	int i;
+
+	for (i = 0; i < SIG_COUNT; i++) {
+		if (sigs[i].guarded || sigs[i].taken)
+			continue;
+		if (sig_install(i, &old) == -1 || sig_is_ours(&old))
+			continue;
+		sigs[i].before = sigs[i].next = old;
+		sigs[i].taken = 1;
+	}
+}
+
+static void
+sig_give_back(void)
+{
+	struct sigaction old;
+	int i;
+
+	for (i = 0; i < SIG_COUNT; i++) {
+		if (!sigs[i].taken)
+			continue;
+		sigs[i].taken = 0;
+		sigs[i].guarded = 0;
+		/* what the program has set meanwhile is newer than ours */
+		if (sigaction(sigs[i].signo, &sigs[i].before, &old) == 0 &&
+		    !sig_is_ours(&old))
+			(void)sigaction(sigs[i].signo, &old, NULL);
+	}
+}
+
+/* sig_tty():
+ *	The terminal's original settings, also from the background
+ */
+static void
+sig_tty(EditLine *el)
+{
+	sigset_t one, old;
+
+	sigemptyset(&one);
+	sigaddset(&one, SIGTTOU);
+	(void)pthread_sigmask(SIG_BLOCK, &one, &old);
+	tty_restore(el, TCSANOW);
+	(void)pthread_sigmask(SIG_SETMASK, &old, NULL);
+}
+
+/* sig_call():
+ *	Do what the disposition under ours says. May not return.
+ */
+static void
+sig_call(int i, siginfo_t *info, void *context)
+{
+	struct sigaction *next = &sigs[i].next, dfl, ours;
+	sigset_t one, old;
+	int signo = sigs[i].signo;
+
+	if (next->sa_flags & SA_SIGINFO) {
+		(*next->sa_sigaction)(signo, info, context);
+	} else if (next->sa_handler == SIG_DFL) {
+		memset(&dfl, 0, sizeof(dfl));
+		dfl.sa_handler = SIG_DFL;
+		sigemptyset(&one);
+		sigaddset(&one, signo);
+		(void)sigaction(signo, &dfl, &ours);
+		(void)pthread_sigmask(SIG_UNBLOCK, &one, &old);
+		(void)raise(signo);
+		/* stopped and continued */
+		(void)pthread_sigmask(SIG_SETMASK, &old, NULL);
+		(void)sigaction(signo, &ours, NULL);
+	} else if (next->sa_handler != SIG_IGN) {
+		if (sigs[i].guarded)
+			sig_left = 1;
+		(*next->sa_handler)(signo);
+		sig_left = 0;
+	}
+}
+
+/* sig_pass():
+ *	Give everything back as it was found, then pass the signal on. If that
+ *	returns, the read goes on.
+ */
+static void
+sig_pass(int i, siginfo_t *info, void *context)
+{
+	EditLine *el = sig_el;
+	sig_atomic_t level = rl_signal_level;
+	int n;
+
+	for (n = 0; n < SIG_COUNT; n++)
+		sigs[n].note = 0;
+	sig_noted = 0;
+	terminal__flush(el);	/* the shell's own text comes after it */
+	sig_tty(el);
+	sig_give_back();
+	sig_el = NULL;
+	rl_signal_level = 0;
+	sig_call(i, info, context);
+
+	sig_el = el;
+	sig_take();
+	if (i == AT_TSTP)
+		sigs[AT_CONT].note = 1;	/* stopped: the cursor may be anywhere */
+	else
+		sig_again = 1;
+	sig_noted = 1;
+	sig_until.sec = 0;
+	rl_signal_level = level;
+}
+
+static void
+sig_handler(int signo, siginfo_t *info, void *context)
+{
+	int save_errno = errno, i = sig_index(signo), fatal;
+
+	if (i == AT_QUIT || i == AT_HUP || i == AT_TERM) {
+		fatal = !(sigs[i].next.sa_flags & SA_SIGINFO) &&
+		    sigs[i].next.sa_handler == SIG_DFL;
+		if (fatal && sig_el != NULL)
+			sig_tty(sig_el);
+		sig_call(i, info, context);
+		if (fatal && sig_el != NULL) {	/* the first process does not die */
+			sig_again = sig_noted = 1;
+			sig_until.sec = 0;
+		}
+	} else if (!pthread_equal(pthread_self(), sig_thread)) {
+		(void)pthread_kill(sig_thread, signo);
+	} else if (i == AT_CONT || i == AT_WINCH) {
+		if (sigs[i].next.sa_handler != SIG_DFL)
+			sig_call(i, info, context);
+		if (sig_el != NULL) {
+			sigs[i].note = sig_noted = 1;
+			sig_until.sec = 0;
+		}
+	} else if (sig_el == NULL) {
+		sig_call(i, info, context);
+	} else if (rl_signal_level == 0) {
+		sigs[i].info = *info;
+		sigs[i].note = sig_noted = 1;
+	} else
+		sig_pass(i, info, context);
+	errno = save_errno;
+}
+
+/* sig_redraw():
+ *	Raw mode where it was lost, the size as it is now, prompt and line
+ */
+static void
+sig_redraw(EditLine *el, int continued, int again)
+{
+	if (el->el_flags & (NO_TTY | EDIT_DISABLED)) {
+		el_resize(el);
+		return;
+	}
+	if (continued || again) {
+		el->el_tty.t_mode = EX_IO;
+		(void)tty_rawmode(el);
+	}
+	if (!continued) {
+		/* the rows are still the ones that the old size made */
+		terminal_move_to_line(el, 0);
+	}
+	terminal__putc(el, '\r');
+	terminal_clear_below(el);
+	el->el_cursor.h = 0;
+	el_resize(el);
+	re_clear_display(el);
+	re_refresh(el);
+	terminal__flush(el);
+}
+
+/* sig_serve():
+ *	See to the notes. May not return.
+ */
+static void
+sig_serve(void)
+{
+	EditLine *el = sig_el;
+	int i, continued, again;
+
+	sig_noted = 0;
+	if (el == NULL)
+		return;
+	for (i = AT_INT; i <= AT_TSTP; i++)
+		if (sigs[i].note)
+			sig_pass(i, &sigs[i].info, NULL);
+	continued = sigs[AT_CONT].note;
+	again = sig_again;
+	if (continued || again || sigs[AT_WINCH].note) {
+		sigs[AT_CONT].note = sigs[AT_WINCH].note = sig_again = 0;
+		sig_redraw(el, continued, again);
+	}
+}
+
+/* sig_set():
+ *	A read begins: from here on a signal leaves a note
+ */
+libedit_private void
+sig_set(EditLine *el)
+{
+	int i;
+
+	rl_signal_level = 0;
+	sig_noted = sig_again = sig_waits = 0;
+	for (i = 0; i < SIG_COUNT; i++)
+		sigs[i].note = 0;
+	sig_thread = pthread_self();
+	sig_el = el;
+	sig_take();
+	/* a jump no longer finds the line of the read before */
+	free(sig_late);
+	sig_late = NULL;
+	sig_left = 0;
+}
+
+/* sig_clr():
+ *	A read is over, with this line. May not return.
+ */
+libedit_private void
+sig_clr(EditLine *el, char *line)
+{
+	int i;
+
+	sig_late = line;
+	sig_give_back();
+	sig_el = NULL;
+	for (i = AT_INT; i <= AT_TSTP; i++)
+		if (sigs[i].note) {
+			sigs[i].note = 0;
+			read_forget(el);
+			sig_call(i, &sigs[i].info, NULL);
+		}
+	if (!sigs[AT_INT].guarded && !sigs[AT_TSTP].guarded)
+		sig_late = NULL;
+}
+
+/* sig_reader():
+ *	The instance that a read is under way in, or NULL
+ */
+libedit_private EditLine *
+sig_reader(void)
+{
+	return sig_el;
+}
+
+/* sig_wait():
+ *	Wait until fd is readable, serving signals meanwhile
+ */
+libedit_private void
+sig_wait(int fd)
+{
+	fd_set set;
+	int n;
+
+	if (fd < 0 || fd >= FD_SETSIZE)
+		return;
+	do {
+		FD_ZERO(&set);
+		FD_SET(fd, &set);
+		n = rl_select(fd + 1, &set);
+	} while (n == 0 || (n == -1 && errno == EINTR));
+}
+
+/* sig_flushes():
+ *	Whether the reader of this instance sees to its output
+ */
+libedit_private int
+sig_flushes(EditLine *el)
+{
+	return sig_waits && el == sig_el;
+}
+
+/* sig_select():
+ *	The wait itself, with the level raised, and how soon it ended
+ */
+static int
+sig_select(int nfds, fd_set *set)
+{
+	struct timespec from, to;
+	int n;
+
+	sig_until.sec = LONG_MAX;
+	sig_until.nsec = 0;
+	rl_signal_level = 2;
+	if (sig_noted) {
+		rl_signal_level = 0;
+		sig_serve();
+		errno = EINTR;
+		return -1;
+	}
+	(void)clock_gettime(CLOCK_MONOTONIC, &from);
+	n = (int)syscall(SYS_pselect6, nfds, set, NULL, NULL, &sig_until, NULL);
+	rl_signal_level = 0;
+	(void)clock_gettime(CLOCK_MONOTONIC, &to);
+	sig_hurry = to.tv_sec == from.tv_sec &&
+	    to.tv_nsec - from.tv_nsec < SIG_HURRY;
+	return n;
+}
+
+/*
+ * select() for a character reader: waits without limit until one of the
+ * descriptors is readable. Returns what select() does, or 0 or less when a signal
+ * was served: wait again then. May be abandoned by a function of rl_signal().
+ *
+ * The editor's output is written here, before the wait and not before every key:
+ * while keys come faster than they are read, a look whether one is there comes
+ * first. Nothing is held back when anything but a key is ready.
+ */
+int
+rl_select(int nfds, fd_set *set)
+{
+	EditLine *el = sig_el;
+	fd_set wanted;
+	int n = 0;
+
+	if (el == NULL)
+		return sig_select(nfds, set);
+	sig_waits = 1;
+	if (__fpending(el->el_outfile) > 0) {
+		if (sig_hurry && !sig_noted) {
+			struct timeval now = { 0, 0 };
+
+			wanted = *set;
+			n = select(nfds, set, NULL, NULL, &now);
+			if (n <= 0)
+				*set = wanted;
+		}
+		if (n != 1 || !FD_ISSET(el->el_infd, set))
+			terminal__flush(el);
+	}
+	return n > 0 ? n : sig_select(nfds, set);
+}
+
+/*
+ * read() for a character reader. A signal that has come since rl_select() is seen
+ * to first: the terminal may have thrown the key away with it. May be abandoned.
+ */
+ssize_t
+rl_read(int fd, void *buf, size_t len)
+{
+	ssize_t n;
+
+	rl_signal_level = 1;
+	if (sigs[AT_INT].note || sigs[AT_TSTP].note) {
+		rl_signal_level = 0;
+		sig_serve();
+		sig_noted = 1;
+		rl_signal_level = 1;
+	}
+	n = read(fd, buf, len);
+	rl_signal_level = 0;
+	return n;
+}
+
+/*
+ * signal() for SIGINT and SIGTSTP and a function that leaves the read by a jump, on
+ * this thread. Returns the old disposition, as signal() does. From the next
+ * readline() on it is called only while the reader waits or when the read is over;
+ * before that, at once.
+ */
+rl_sigfunc_t *
+rl_signal(int signo, rl_sigfunc_t *function)
+{
+	struct sigaction old;
+	int i = sig_index(signo);
+
+	sigs[i].next.sa_flags = 0;
+	sigs[i].next.sa_handler = function;
+	sigs[i].guarded = 1;
+	sig_thread = pthread_self();
+	if (sig_install(i, &old) == -1)
+		return SIG_ERR;
+	if (sig_is_ours(&old))
+		return sigs[i].before.sa_handler;
+	sigs[i].before = old;
+	return old.sa_handler;
+}
+
+/*
+ * The way back: signal(), but with the flags and the mask that the disposition had
+ * when rl_signal() replaced it.
+ */
+rl_sigfunc_t *
+rl_signal_restore(int signo, rl_sigfunc_t *old)
+{
+	int i = sig_index(signo);
+	rl_sigfunc_t *was = sigs[i].next.sa_handler;
+
+	if (sigs[i].guarded && sigs[i].before.sa_handler == old) {
+		if (sigaction(signo, &sigs[i].before, NULL) == -1)
+			was = SIG_ERR;
+	} else
+		was = signal(signo, old);
+	sigs[i].guarded = 0;
+	if (!sigs[AT_INT].guarded && !sigs[AT_TSTP].guarded && !sig_left)
+		sig_late = NULL;
+	return was;
+}
