@@ -1,0 +1,124 @@
+// Replays the directory's events on the names of the files kept. A file for which there is
+// no memory is not kept, which loses its text but nothing else.
+
+#include "arrivals.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <sys/inotify.h>
+
+static void
+remove_at(Arrivals *arrivals, size_t index)
+{
+    free(arrivals->list[index].name);
+    --arrivals->count;
+    memmove(arrivals->list + index, arrivals->list + index + 1,
+            (arrivals->count - index) * sizeof(Arrival));
+}
+
+static Arrival *
+find_name(Arrivals *arrivals, const char *name)
+{
+    for (size_t i = 0; i < arrivals->count; ++i) {
+        Arrival *arrival = arrivals->list + i;
+        if (arrival->name && strcmp(arrival->name, name) == 0)
+            return arrival;
+    }
+    return nullptr;
+}
+
+static Arrival *
+find_cookie(Arrivals *arrivals, uint32_t cookie)
+{
+    for (size_t i = 0; i < arrivals->count; ++i) {
+        if (arrivals->list[i].cookie == cookie && !arrivals->list[i].name)
+            return arrivals->list + i;
+    }
+    return nullptr;
+}
+
+static void
+add(Arrivals *arrivals, const char *name)
+{
+    if (arrivals->count == arrivals->room) {
+        size_t room = arrivals->room ? 2 * arrivals->room : 4;
+        void *list = realloc(arrivals->list, room * sizeof(Arrival));
+        if (!list)
+            return;
+        arrivals->list = static_cast<Arrival *>(list);
+        arrivals->room = room;
+    }
+    char *copy = strdup(name);
+    if (copy)
+        arrivals->list[arrivals->count++] = Arrival{copy, 0, false};
+}
+
+// The file under this name is gone, deleted or overwritten.
+static bool
+forget_name(Arrivals *arrivals, const char *name)
+{
+    Arrival *arrival = find_name(arrivals, name);
+    if (!arrival)
+        return false;
+    remove_at(arrivals, static_cast<size_t>(arrival - arrivals->list));
+    return true;
+}
+
+static bool
+name_taken(Arrivals *arrivals, const char *name, uint32_t cookie)
+{
+    Arrival *arrival = find_name(arrivals, name);
+    if (!arrival)
+        return false;
+    free(arrival->name);
+    arrival->name = nullptr;
+    arrival->cookie = cookie;
+    return true;
+}
+
+static bool
+name_given(Arrivals *arrivals, const char *base, const inotify_event *event)
+{
+    bool known = forget_name(arrivals, event->name);
+    Arrival *moved =
+        event->mask & IN_MOVED_TO ? find_cookie(arrivals, event->cookie) : nullptr;
+    if (moved) {
+        moved->name = strdup(event->name);
+        moved->cookie = 0;
+        return true;
+    }
+    if (strcmp(event->name, base) == 0)
+        add(arrivals, base);
+    return known;
+}
+
+bool
+arrivals_event(Arrivals *arrivals, const char *base, const inotify_event *event)
+{
+    bool known = false;
+    if (event->mask & (IN_CREATE | IN_MOVED_TO))
+        known = name_given(arrivals, base, event);
+    else if (event->mask & IN_MOVED_FROM)
+        known = name_taken(arrivals, event->name, event->cookie);
+    else if (event->mask & IN_DELETE)
+        known = forget_name(arrivals, event->name);
+    return known || strcmp(event->name, base) == 0;
+}
+
+void
+arrivals_drop_opened(Arrivals *arrivals)
+{
+    for (size_t i = arrivals->count; i-- > 0;) {
+        if (arrivals->list[i].opened || !arrivals->list[i].name)
+            remove_at(arrivals, i);
+    }
+}
+
+void
+arrivals_clear(Arrivals *arrivals)
+{
+    while (arrivals->count > 0)
+        remove_at(arrivals, arrivals->count - 1);
+    free(arrivals->list);
+    *arrivals = Arrivals{nullptr, 0, 0};
+}

@@ -1,0 +1,35 @@
+// What a handle holds. All state of the library is here, but for the note which handle's
+// callback is running.
+#pragma once
+
+#include "arrivals.h"
+#include "follow.h"
+#include "route.h"
+#include "vantor.h"
+
+#include <limits.h>
+#include <sys/inotify.h>
+
+constexpr int files_max = 16; // open at a time
+
+struct vantor_handle {
+    vantor_callback callback;
+    void *context;       // borrowed
+    char path[PATH_MAX]; // absolute
+    // Owned descriptors.
+    int inotify;
+    int always; // readable for ever
+    int text;   // holds the news being told
+    // The way to the file, and what came along it.
+    Route route;
+    Arrivals arrivals;
+    Follow files[files_max]; // oldest first; the last is that at the path, if there is one
+    int count;               // of files
+    bool moved;              // the path may lead elsewhere than when last looked
+    bool pending;            // there is more to do than events say
+    // The news.
+    int telling;         // index of the file whose news the callback has, -1 for none
+    size_t telling_size; // bytes of it
+    size_t text_size;    // bytes in `text`
+    alignas(inotify_event) char buffer[VANTOR_TEXT_MAX]; // events, then news
+};
