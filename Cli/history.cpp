@@ -1,0 +1,297 @@
+// The mode table and the line store. Lines form a ring, newest first, closed by a sentinel;
+// every line carries the mode in which it was entered. The line editor browses with a
+// cursor that skips what the current mode does not show.
+#include "history.h"
+
+#include "history_index.h"
+
+#include <stdlib.h>
+#include <string.h>
+
+HistoryContext hist_ctx;
+
+// ---- modes ----
+
+HistoryMode *
+find_history_mode(const char *key)
+{
+    if (hist_ctx.modes == nullptr || key == nullptr || *key == '\0')
+        return nullptr;
+    if (hist_ctx.current_mode != nullptr && strcmp(hist_ctx.current_mode->key, key) == 0)
+        return hist_ctx.current_mode;
+    int32_t lo = 0;
+    int32_t hi = hist_ctx.mode_count - 1;
+    while (lo <= hi) {
+        int32_t mid = (lo + hi) / 2;
+        int order = strcmp(hist_ctx.modes[mid]->key, key);
+        if (order == 0)
+            return hist_ctx.modes[mid];
+        if (order < 0)
+            lo = mid + 1;
+        else
+            hi = mid - 1;
+    }
+    return nullptr;
+}
+
+// Puts the record, owned by the table from now on, behind all keys that do not compare
+// greater: of equal keys, and only empty ones can be equal, the newest comes last.
+static void
+insert_mode(HistoryMode *mode)
+{
+    if (hist_ctx.mode_count == hist_ctx.mode_capacity) {
+        int32_t capacity = hist_ctx.mode_capacity == 0 ? 16 : 2 * hist_ctx.mode_capacity;
+        size_t size = static_cast<size_t>(capacity) * sizeof(HistoryMode *);
+        hist_ctx.modes = static_cast<HistoryMode **>(realloc(hist_ctx.modes, size));
+        hist_ctx.mode_capacity = capacity;
+    }
+    int32_t i = 0;
+    while (i < hist_ctx.mode_count && strcmp(hist_ctx.modes[i]->key, mode->key) <= 0)
+        i++;
+    size_t behind = static_cast<size_t>(hist_ctx.mode_count - i);
+    memmove(hist_ctx.modes + i + 1, hist_ctx.modes + i, behind * sizeof(HistoryMode *));
+    hist_ctx.modes[i] = mode;
+    hist_ctx.mode_count++;
+}
+
+HistoryMode *
+new_history_mode(const char *key, const char *parent_key)
+{
+    HistoryMode *mode = find_history_mode(key);
+    if (mode != nullptr)
+        return mode;
+    HistoryMode *parent = nullptr;
+    if (parent_key != nullptr && *parent_key != '\0') {
+        parent = find_history_mode(parent_key);
+        if (parent == nullptr)
+            return nullptr;
+    }
+    mode = static_cast<HistoryMode *>(malloc(sizeof(HistoryMode)));
+    mode->key = strdup(key);
+    mode->parent = parent;
+    insert_mode(mode);
+    return mode;
+}
+
+bool
+hist_visible(const HistoryEntry *entry, const HistoryMode *mode)
+{
+    if (mode == nullptr || entry->mode == nullptr)
+        return true;
+    for (; mode != nullptr; mode = mode->parent)
+        if (mode == entry->mode)
+            return true;
+    return false;
+}
+
+// ---- the ring ----
+
+// Any link but the sentinel is an entry.
+static HistoryEntry *
+entry_of(HistoryLink *link)
+{
+    return static_cast<HistoryEntry *>(link);
+}
+
+static bool
+is_empty()
+{
+    return hist_ctx.list.next == &hist_ctx.list;
+}
+
+void
+hist_delete(HistoryEntry *entry)
+{
+    if (hist_ctx.cursor == entry)
+        hist_ctx.cursor = entry->prev != &hist_ctx.list ? entry->prev : entry->next;
+    hist_index_remove(entry);
+    entry->next->prev = entry->prev;
+    entry->prev->next = entry->next;
+    free(const_cast<char *>(entry->ev.str));
+    free(entry);
+    hist_ctx.event_count--;
+}
+
+void
+hist_shrink()
+{
+    // A cursor on the oldest entry goes to the newer one with hist_delete, or off the
+    // lines.
+    while (hist_ctx.event_count > hist_ctx.history_limit)
+        hist_delete(entry_of(hist_ctx.list.prev));
+    hist_index_fit();
+}
+
+static void
+delete_all()
+{
+    while (!is_empty())
+        hist_delete(entry_of(hist_ctx.list.next));
+}
+
+void
+hist_init_context()
+{
+    // The ring is unset until the first call; a later one must not lose the lines stored.
+    if (hist_ctx.list.next != nullptr)
+        delete_all();
+    hist_index_drop();
+    hist_ctx.history_limit = 1024;
+    hist_ctx.list.next = &hist_ctx.list;
+    hist_ctx.list.prev = &hist_ctx.list;
+    hist_ctx.cursor = &hist_ctx.list;
+}
+
+// ---- browsing ----
+
+// How many entries a walk looks at one by one before it turns to the side table.
+static constexpr int steps_before_index = 16;
+
+// The first visible entry from `link` on towards older lines, `link` included; the sentinel
+// when there is none. The twin below goes towards newer lines.
+static HistoryLink *
+visible_older(HistoryLink *link)
+{
+    for (int step = 0; link != &hist_ctx.list; step++, link = link->next) {
+        if (hist_visible(entry_of(link), hist_ctx.current_mode))
+            return link;
+        if (step == steps_before_index && hist_index.capacity != 0)
+            return hist_index_older(entry_of(link));
+    }
+    return link;
+}
+
+static HistoryLink *
+visible_newer(HistoryLink *link)
+{
+    for (int step = 0; link != &hist_ctx.list; step++, link = link->prev) {
+        if (hist_visible(entry_of(link), hist_ctx.current_mode))
+            return link;
+        if (step == steps_before_index && hist_index.capacity != 0)
+            return hist_index_newer(entry_of(link));
+    }
+    return link;
+}
+
+int
+hist_curr(void *, HistEvent *ev)
+{
+    if (hist_ctx.cursor == &hist_ctx.list)
+        return -1;
+    *ev = entry_of(hist_ctx.cursor)->ev;
+    return 0;
+}
+
+int
+hist_first(void *ref, HistEvent *ev)
+{
+    hist_ctx.cursor = visible_older(hist_ctx.list.next);
+    return hist_curr(ref, ev);
+}
+
+int
+hist_last(void *ref, HistEvent *ev)
+{
+    hist_ctx.cursor = visible_newer(hist_ctx.list.prev);
+    return hist_curr(ref, ev);
+}
+
+int
+hist_next(void *ref, HistEvent *ev)
+{
+    if (hist_ctx.cursor == &hist_ctx.list)
+        return -1;
+    HistoryLink *found = visible_older(hist_ctx.cursor->next);
+    if (found == &hist_ctx.list)
+        return -1;
+    hist_ctx.cursor = found;
+    return hist_curr(ref, ev);
+}
+
+int
+hist_prev(void *ref, HistEvent *ev)
+{
+    if (hist_ctx.cursor == &hist_ctx.list)
+        return -1;
+    HistoryLink *found = visible_newer(hist_ctx.cursor->prev);
+    if (found == &hist_ctx.list)
+        return -1;
+    hist_ctx.cursor = found;
+    return hist_curr(ref, ev);
+}
+
+int
+hist_set(void *, HistEvent *, int num)
+{
+    if (is_empty())
+        return -1;
+    if (hist_ctx.cursor != &hist_ctx.list && entry_of(hist_ctx.cursor)->ev.num == num)
+        return 0;
+    HistoryLink *link = hist_ctx.list.next;
+    while (link != &hist_ctx.list && entry_of(link)->ev.num != num)
+        link = link->next;
+    hist_ctx.cursor = link;
+    return link != &hist_ctx.list ? 0 : -1;
+}
+
+// ---- changing ----
+
+void
+hist_clear(void *, HistEvent *)
+{
+    delete_all();
+    hist_ctx.cursor = &hist_ctx.list;
+    hist_ctx.last_event_num = 0;
+    KEYLINE_CHECK(hist_ctx.event_count == 0, "hist_ctx.event_count == 0", 344,
+                  "hist_clear");
+}
+
+int
+hist_enter(void *, HistEvent *ev, const char *str)
+{
+    // Only the newest line of the whole store counts as a repeat, whatever its mode; that
+    // it keeps its old mode then is deliberate.
+    if (!is_empty() && strcmp(entry_of(hist_ctx.list.next)->ev.str, str) == 0)
+        return 0;
+    HistoryEntry *entry = static_cast<HistoryEntry *>(malloc(sizeof(HistoryEntry)));
+    entry->ev.str = strdup(str);
+    entry->ev.num = ++hist_ctx.last_event_num;
+    entry->mode = hist_ctx.current_mode;
+    hist_index_add(entry);
+    entry->next = hist_ctx.list.next;
+    entry->prev = &hist_ctx.list;
+    entry->next->prev = entry;
+    hist_ctx.list.next = entry;
+    hist_ctx.event_count++;
+    // Copied before trimming: with a limit of 0 the entry is gone again after it, and the
+    // line in `ev` with it.
+    *ev = entry->ev;
+    hist_shrink();
+    return 1;
+}
+
+int
+hist_add(void *ref, HistEvent *ev, const char *str)
+{
+    if (hist_ctx.cursor == &hist_ctx.list)
+        return hist_enter(ref, ev, str);
+    HistoryEntry *entry = entry_of(hist_ctx.cursor);
+    char *line = const_cast<char *>(entry->ev.str);
+    line = static_cast<char *>(realloc(line, strlen(line) + strlen(str) + 1));
+    strcat(line, str);
+    entry->ev.str = line;
+    *ev = entry->ev;
+    return 0;
+}
+
+int
+hist_del(void *ref, HistEvent *ev, int num)
+{
+    if (hist_set(ref, ev, num) != 0)
+        return -1;
+    HistoryEntry *entry = entry_of(hist_ctx.cursor);
+    ev->str = strdup(entry->ev.str);
+    ev->num = entry->ev.num;
+    hist_delete(entry);
+    return 0;
+}
