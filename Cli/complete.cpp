@@ -1,0 +1,81 @@
+// The way of one completion key: the shell's own signal dispositions, the lock, the call,
+// the answer at the end of the line, and everything back again. Reads and edits the line
+// through the editor's readline-compatible interface alone.
+#include "complete.h"
+
+#include <string.h>
+
+#include "../lineedit/lineedit.h"
+#include "gil.h"
+#include "interrupt.h"
+
+PyObject *completion_callback;
+
+// Calls the shell with the key, a bytes object of length 1, and the line. New reference, or
+// NULL with an exception. Lock: held.
+static PyObject *
+complete_call(int key)
+{
+    // rl_end counts characters here while the buffer holds UTF-8, deliberately: a line that
+    // is not plain ASCII reaches the shell as a shorter prefix. A character that has no
+    // bytes in this locale counts too, so the text's own end is looked at as well.
+    const char *line = rl_get_line_buffer();
+    size_t length = line == nullptr ? 0 : strnlen(line, static_cast<size_t>(rl_end));
+    return PyObject_CallFunction(completion_callback, "cs#", key, line,
+                                 static_cast<Py_ssize_t>(length));
+}
+
+// Applies the answer at the end of the line: its leading backspaces delete, the rest is
+// inserted. False with an exception when it is no str. Lock: held.
+static bool
+complete_apply(PyObject *answer)
+{
+    const char *text = PyUnicode_AsUTF8(answer);
+    if (text == nullptr)
+        return false;
+    size_t backspaces = strspn(text, "\b");
+    if (backspaces > 0) {
+        int end = rl_point;
+        int count =
+            backspaces < static_cast<size_t>(end) ? static_cast<int>(backspaces) : end;
+        rl_point = end - count;
+        rl_delete_text(end - count, end);
+    }
+    rl_insert_text(text + backspaces);
+    rl_point = rl_end;
+    rl_forced_update_display();
+    return true;
+}
+
+int
+complete_line(int, int key)
+{
+    // NULL before the first readline call, when simpleReadline meets a completion key.
+    if (completion_callback == nullptr || completion_callback == Py_None)
+        return 0;
+
+    interrupt_restore();
+    acquireGil();
+    rl_point = rl_end;
+    KEYLINE_CHECK(py_lhandler_ptype == nullptr, "py_lhandler_ptype == NULL", 609,
+                  "complete_line");
+    PyObject *answer = complete_call(key);
+    if (answer == Py_None)
+        rl_forced_update_display();
+    else if (answer == nullptr || !complete_apply(answer))
+        gil_park_exception();
+    Py_XDECREF(answer);
+    releaseGil();
+    // With an exception parked the shell's dispositions stay until readline returns.
+    if (py_lhandler_ptype == nullptr)
+        interrupt_reinstall();
+    return 0;
+}
+
+char **
+complete_line_wrapper(const char *, int, int)
+{
+    complete_line(0, rl_completion_invoking_key);
+    rl_attempted_completion_over = 1;
+    return nullptr;
+}

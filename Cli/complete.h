@@ -1,0 +1,10 @@
+// The completion bridge: a completion key goes to the shell's callback with the line, the
+// answer is applied at the end of the line.
+#pragma once
+
+#include "complete_hook.h"
+#include "pyapi.h"
+
+// The callable of the current readline call, or None; NULL until the first one. Borrowed:
+// alive while the caller's argument tuple is.
+extern PyObject *completion_callback;

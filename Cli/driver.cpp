@@ -1,0 +1,138 @@
+// Sets the editor up and reads lines with it. py_readline is one piece on purpose: the
+// landings of Ctrl-C and Ctrl-Z return to its frame.
+#include "driver.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
+
+#include "../lineedit/lineedit.h"
+#include "complete.h"
+#include "gil.h"
+#include "history.h"
+#include "interrupt.h"
+#include "keys.h"
+#include "logecho.h"
+
+int readline_initialized;
+unsigned char key_bindings_enabled;
+
+// A stdio stream on the descriptor of a Python file, which both then share: it is not
+// duplicated. NULL with an exception. The stream is never closed, only forgotten by a
+// reset: closing it would close the file under the shell. Lock: held.
+static FILE *
+file_with_mode(PyObject *file, const char *mode)
+{
+    PyObject *flushed = PyObject_CallMethod(file, "flush", nullptr);
+    if (flushed == nullptr)
+        return nullptr;
+    Py_DECREF(flushed);
+    int fd = PyObject_AsFileDescriptor(file);
+    if (fd == -1)
+        return nullptr;
+    FILE *stream = fdopen(fd, mode);
+    if (stream == nullptr)
+        PyErr_SetFromErrno(PyExc_OSError);
+    return stream;
+}
+
+// A stream on sys.<name>, to which a reference is taken that resetInput drops. Lock: held.
+static FILE *
+driver_stream(const char *name, const char *mode)
+{
+    PyObject *file = PySys_GetObject(name);
+    Py_INCREF(file);
+    return file_with_mode(file, mode);
+}
+
+void
+init_readline()
+{
+    rl_instream = driver_stream("stdin", "r");
+    rl_outstream = driver_stream("stdout", "w");
+    rl_getc_function = read_char;
+    rl_initialize();
+    // Refused by the editor, and kept as it is: the guard against floods stays off.
+    rl_tty_overflow_fix(1);
+    // After the editor has started, deliberately: the first instance knows no name, and
+    // what a user's editor settings say for this name holds from the second initialisation
+    // on.
+    rl_readline_name = "OrvaneCli";
+    // Refused too: no key is -1. The name was never registered, and nothing relies on it.
+    rl_add_defun("ov-complete-line", complete_line, -1);
+    setup_key_bindings();
+    HistEvent event;
+    history(get_history(), &event, H_FUNC, &hist_ctx, hist_first, hist_next, hist_last,
+            hist_prev, hist_curr, hist_set, hist_clear, hist_enter, hist_add, hist_del);
+    key_bindings_enabled = 1;
+    readline_initialized = 1;
+}
+
+// The line as a new str, or NULL with the decoding error of bytes that are no UTF-8. Takes
+// the line over. Lock: held.
+static PyObject *
+driver_line(char *line)
+{
+    PyObject *text = PyUnicode_FromString(line);
+    free(line);
+    return text;
+}
+
+PyObject *
+py_readline(PyObject *, PyObject *args)
+{
+    const char *prompt;
+    const char *key = nullptr;
+    const char *parent_key = nullptr;
+
+    completion_callback = Py_None; // borrowed, as is what the parser stores there
+    if (!PyArg_ParseTuple(args, "s|Oss:readline", &prompt, &completion_callback, &key,
+                          &parent_key))
+        return nullptr;
+    if (!readline_initialized)
+        init_readline();
+    // No mode, and with it every line visible, when the parent is not known.
+    if (key != nullptr)
+        hist_ctx.current_mode = new_history_mode(key, parent_key);
+
+    readlineThreadId = pthread_self();
+    releaseGil();
+    // Both landings keep the mask as it is now: the jump undoes what the kernel blocks for
+    // a handler. They read globals alone, so no local here needs to outlive the jump.
+    if (sigsetjmp(sigint_jmpbuf, 1) != 0)
+        return interrupt_land_sigint();
+    if (sigsetjmp(sigtstp_jmpbuf, 1) != 0)
+        return interrupt_land_sigtstp();
+    interrupt_armed = true;
+    interrupt_install(); // a signal that waited lands here
+    char *line = readline(prompt);
+    interrupt_restore();
+    interrupt_armed = false;
+    acquireGil();
+
+    if (gil_raise_parked()) { // wins over a line
+        free(line);
+        return nullptr;
+    }
+    if (line != nullptr)
+        return driver_line(line);
+    PyErr_SetString(PyExc_EOFError, "readline returned NULL");
+    return nullptr;
+}
+
+// Deliberately bare: no set-up, no callback, no mode, no thread, no handlers, and an
+// exception that a completion parks here waits for the next readline.
+PyObject *
+py_simpleReadline(PyObject *, PyObject *args)
+{
+    const char *prompt;
+    if (!PyArg_ParseTuple(args, "s:simpleReadline", &prompt))
+        return nullptr;
+    releaseGil();
+    char *line = readline(prompt);
+    acquireGil();
+    if (line != nullptr)
+        return driver_line(line);
+    PyErr_SetString(PyExc_EOFError, "simpleReadline returned NULL");
+    return nullptr;
+}
