@@ -67,7 +67,8 @@ logecho_add(fd_set *set, int fd)
 int
 read_char(FILE *)
 {
-    int fd = fileno(rl_instream);
+    // No stream: a reset came in the middle of a read, or simpleReadline right after one.
+    int fd = rl_instream != nullptr ? fileno(rl_instream) : STDIN_FILENO;
     fd_set set;
     FD_ZERO(&set); // once: select leaves the ready bits, and each pass adds its own
     for (;;) {
