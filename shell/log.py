@@ -1,0 +1,62 @@
+"""A log file whose new lines appear above the line being typed."""
+import os
+import sys
+import threading
+import time
+from contextlib import suppress
+from typing import IO
+
+import Keyline
+import screen
+
+
+class Log:
+    def __init__(self, path: str) -> None:
+        self.path = path
+        self.over = threading.Event()
+        # The module only borrows the callable.  A bound method is made anew at each look,
+        # so it needs a name that lives as long as the log may be shown.
+        self.callable = self.on_news
+
+    def show(self) -> None:
+        with open(self.path, "rb"):  # raises what the module would only print
+            Keyline.loggingSyncEnabledIs(self.path, self.callable)
+
+    def hide(self) -> None:
+        Keyline.loggingSyncEnabledIs(self.path)
+
+    def on_news(self, descriptor: int, length: int) -> int:
+        """Prints new lines; returns 1 for prompt and line to be drawn again below them.
+
+        Called while the user types.  It is short, since Ctrl-C must not hit it, and raises
+        nothing, since nobody would catch it.
+        """
+        text = os.read(descriptor, length).decode(sys.stdout.encoding, "backslashreplace")
+        if not text.endswith("\n"):  # of a line that is very long, or never ended
+            text += "\n"
+        with suppress(OSError):  # no terminal any more
+            return int(screen.replace(screen.visible(text)))
+        return 0
+
+    def write_test(self, count: int, rate: int) -> None:
+        """Writes lines, all at once or that many a second while the shell goes on."""
+        file = open(self.path, "a")
+        work = file, self.over, count, rate
+        if rate == 0:
+            self._write(*work)
+        else:
+            threading.Thread(target=self._write, args=work, daemon=True).start()
+
+    def stop_test(self) -> None:
+        self.over.set()
+        self.over = threading.Event()
+
+    @staticmethod
+    def _write(file: IO[str], over: threading.Event, count: int, rate: int) -> None:
+        with file:
+            for number in range(1, count + 1):
+                if rate and over.wait(1 / rate):
+                    break
+                stamp = time.strftime("%b %d %H:%M:%S")
+                print("%s %%TEST-6: line %d of %d" % (stamp, number, count), file=file,
+                      flush=rate > 0)

@@ -1,0 +1,49 @@
+"""The rows of the screen that prompt and line are on.
+
+The editor draws prompt and line where the cursor is: whoever prints meanwhile must first
+leave their rows.  How many these are, and in which one the cursor stands, the editor does
+not tell.  So the prompt leaves a note: it saves the cursor's place, after making room for
+ROOM rows below, so that a line that wraps at the bottom does not scroll away from the note.
+(Of a line with more rows than that, the upper ones may stay above what is printed.)  On a
+terminal that cannot do this, what is printed begins on a new row.
+"""
+import os
+import re
+import sys
+
+ROOM = 2
+INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
+SAVE = "\x1bD" * ROOM + "\x1b[%dA" % ROOM + "\x1b7"
+RETURN, ERASE = "\x1b8", "\x1b[J"
+
+
+def is_plain() -> bool:
+    return os.environ.get("TERM", "dumb") == "dumb"
+
+
+def prompt(text: str) -> str:
+    return text if is_plain() else INVISIBLE + SAVE + VISIBLE + text
+
+
+def replace(text: str) -> bool:
+    """Prints text, of whole rows or none, in the place of prompt and line.
+
+    Returns whether the editor is to draw these again below: not without a terminal.
+    """
+    drawn = sys.stdin.isatty()
+    if drawn:
+        text = ("\n" if is_plain() else RETURN + ERASE) + text
+    sys.stdout.write(text)
+    sys.stdout.flush()
+    return drawn
+
+
+def give_up(mark: str) -> None:
+    """Goes on below a line that was interrupted, wherever in it the cursor is."""
+    print(mark if is_plain() else ERASE + mark)
+
+
+def visible(text: str) -> str:
+    """Text with control characters, but for tabs and ends of lines, as ^A."""
+    return re.sub("[\0-\x08\x0b-\x1f\x7f]",
+                  lambda match: "^" + chr(ord(match.group()) ^ 64), text)

@@ -1,0 +1,129 @@
+"""One user at the shell: reads lines, helps with them, runs them."""
+import os
+import signal
+import sys
+from typing import Dict, Optional
+
+import Keyline
+import screen
+import words
+from commands import MODES
+from log import Log
+
+
+class Device:
+    """What the commands configure; it stays from one user to the next."""
+
+    def __init__(self) -> None:
+        self.hostname = "demo"
+        self.interfaces: Dict[str, Dict[str, str]] = {}
+
+
+class Session:
+    def __init__(self, device: Device, log: Log) -> None:
+        self.device = device
+        self.log = log
+        self.mode = "exec"  # key of MODES and of the history; empty when the user has left
+        self.interface = ""
+        self.widths: Dict[int, int] = {}  # set for a window of so many columns
+        self.history_size = 1024
+        Keyline.historyLimitIs(self.history_size)
+
+    def run(self) -> int:
+        """Runs commands until the user leaves; without a terminal, until a mistake.
+
+        Returns the exit status.
+        """
+        interactive = sys.stdin.isatty()
+        if interactive:
+            print("? helps, TAB completes, exit leaves")
+            # While a line is read, the module takes these two.  At other times they do
+            # nothing: the commands are short, and no key must hit the loop between them.
+            for number in signal.SIGINT, signal.SIGTSTP:
+                signal.signal(number, signal.SIG_IGN)
+        count = 0
+        while self.mode:
+            mode, parent = self.mode, MODES[self.mode].parent
+            count += 1
+            try:
+                line = Keyline.readline(
+                    screen.prompt(self.prompt()), self.on_key, mode, parent)
+                Keyline.addHistory(line, mode, parent)
+                self.execute(line)
+            except EOFError:
+                if not sys.stdin.isatty():  # a pipe, a file, or a terminal that is gone
+                    break
+                print()
+                self.leave()
+            except KeyboardInterrupt as interrupt:
+                if not interactive:
+                    return 130
+                # Both keys end the read in the same way; the text tells which it was.
+                stop = str(interrupt).startswith("Ctrl-Z")
+                screen.give_up("^Z" if stop else "^C")
+                if stop:
+                    self.mode = "exec"
+            except (words.Mistake, OSError) as error:
+                if not interactive:
+                    sys.stdout.flush()
+                    where = "line %d: " % count
+                    sys.stderr.write(where + line + "\n" + self.explain(where, line, error))
+                    return 1
+                print(self.explain(self.prompt(), line, error), end="")
+            sys.stdout.flush()
+        return 0
+
+    def execute(self, line: str) -> None:
+        if line.strip() and not line.lstrip().startswith("!"):  # which starts a comment
+            run, in_full = words.parse(MODES[self.mode].commands, line)
+            run(self, in_full)
+
+    def on_key(self, key: bytes, line: str) -> Optional[str]:
+        """Answers TAB and "?": what the editor is to append to the line, or None.
+
+        The editor draws prompt and line again after any answer, so they go first.
+        """
+        commands = MODES[self.mode].commands
+        answer, text = None, ""
+        try:
+            if key == b"?":
+                text = words.describe(commands, line)
+            else:
+                answer, text = words.complete(commands, line)
+        except words.Mistake as mistake:
+            text = self.explain(self.prompt(), line, mistake)
+        if text:
+            mark = "?" if key == b"?" else ""
+            text = self.prompt() + screen.visible(line) + mark + "\n" + text
+        screen.replace(text)
+        return answer
+
+    def explain(self, before: str, line: str, error: Exception) -> str:
+        """Says what is wrong, below a row with the line, and points there if it can."""
+        text = "% " + str(error) + "\n"
+        if isinstance(error, words.Mistake):
+            indent = len((before + line[:error.start]).expandtabs())
+            if indent < self.columns():
+                return " " * indent + "^\n" + text
+        return text
+
+    def prompt(self) -> str:
+        return MODES[self.mode].prompt % self.device.hostname
+
+    def window(self) -> int:
+        try:
+            return os.get_terminal_size(sys.stdout.fileno()).columns
+        except OSError:  # no terminal
+            return 0
+
+    def columns(self) -> int:
+        """Where lines wrap: a width that was set holds until the window changes."""
+        window = self.window()
+        return self.widths.get(window, window) or 80
+
+    def settings(self) -> Dict[str, str]:
+        """Those of the interface being configured."""
+        return self.device.interfaces[self.interface]
+
+    def leave(self) -> None:
+        self.mode = MODES[self.mode].parent
