@@ -512,7 +512,7 @@ rl_signal_restore(int signo, rl_sigfunc_t *old)
 	int i = sig_index(signo);
 	rl_sigfunc_t *was = sigs[i].next.sa_handler;
 
-	if (sigs[i].guarded && sigs[i].before.sa_handler == old) {
+	if (sigs[i].before.sa_handler == old) {
 		if (sigaction(signo, &sigs[i].before, NULL) == -1)
 			was = SIG_ERR;
 	} else

@@ -1,0 +1,114 @@
+"""What every test gets: interpreter and module under test, and a way to start children."""
+import glob
+import os
+import subprocess
+import sys
+
+import pytest
+
+from script import run_script
+from terminal import Terminal
+
+# The quarantines are small, so that what was freed does not look like growth.
+ASAN_OPTIONS = ("detect_leaks=0:allocator_may_return_null=1:exitcode=99:"
+                "quarantine_size_mb=1:thread_local_quarantine_size_kb=16:")
+SANITIZER = ("LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+def pytest_addoption(parser):
+    parser.addoption("--interpreter", metavar="PATH",
+                     default=os.environ.get("KEYLINE_TEST_PYTHON", sys.executable),
+                     help="the interpreter that runs the children")
+    parser.addoption("--module-dir", metavar="DIR",
+                     default=os.environ.get("KEYLINE_TEST_MODULE_DIR"),
+                     help="where the built module lies; default build/<version>")
+    parser.addoption("--sanitized", action="store_true",
+                     help="the module was built with the address sanitizer")
+
+
+class Setup:
+    """The interpreter and the module under test."""
+
+    def __init__(self, interpreter, module_dir, sanitizer_logs):
+        self.interpreter = interpreter
+        self.version = subprocess.run(
+            [interpreter, "-c", "import sys; print('%d.%d' % sys.version_info[:2])"],
+            check=True, capture_output=True, text=True).stdout.strip()
+        self.module_dir = os.path.abspath(
+            module_dir or os.path.join(os.path.dirname(HERE), "build", self.version))
+        self.sanitizer_logs = sanitizer_logs
+
+    def module(self):
+        """The path of the shared object."""
+        found = glob.glob(os.path.join(self.module_dir, "Keyline*.so"))
+        assert len(found) == 1, "no module in %s: %r" % (self.module_dir, found)
+        return found[0]
+
+    def sanitizer_environment(self):
+        if not self.sanitizer_logs:
+            return {name: os.environ[name] for name in SANITIZER if name in os.environ}
+        library = subprocess.run(["gcc", "-print-file-name=libasan.so"], check=True,
+                                 capture_output=True, text=True).stdout.strip()
+        logs = "log_path=%s/report" % self.sanitizer_logs
+        return {
+            "LD_PRELOAD": library,
+            "PYTHONMALLOC": "malloc",
+            "ASAN_OPTIONS": ASAN_OPTIONS + logs,
+            "UBSAN_OPTIONS": "print_stacktrace=1:" + logs,
+        }
+
+    def sanitizer_reports(self):
+        """The text of every report so far, and no report is left."""
+        texts = []
+        for path in sorted(glob.glob("%s/report*" % self.sanitizer_logs)
+                           if self.sanitizer_logs else []):
+            with open(path, encoding="utf-8", errors="replace") as file:
+                texts.append(file.read())
+            os.unlink(path)
+        return texts
+
+
+@pytest.fixture(scope="session")
+def setup(request, tmp_path_factory):
+    sanitized = request.config.getoption("--sanitized")
+    logs = str(tmp_path_factory.mktemp("sanitizer")) if sanitized else None
+    return Setup(request.config.getoption("--interpreter"),
+                 request.config.getoption("--module-dir"), logs)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    outcome = yield
+    if call.when == "call":
+        item.passed = outcome.get_result().passed
+
+
+@pytest.fixture(autouse=True)
+def no_sanitizer_reports(setup):
+    yield
+    reports = setup.sanitizer_reports()
+    assert not reports, "\n".join(reports)
+
+
+@pytest.fixture
+def start(request, setup):
+    """start(script, ...): a Terminal; see there. Every test states how its children end."""
+    opened = []
+
+    def begin(script, **options):
+        opened.append(Terminal(setup, script, **options))
+        return opened[-1]
+
+    yield begin
+    stated = all(child.end_stated for child in opened)
+    for child in opened:
+        child.close()
+    failed = not getattr(request.node, "passed", False)
+    assert stated or failed, "the test did not say how its child ends"
+
+
+@pytest.fixture
+def run(setup):
+    """run(script, stdin=..., end=...): a script without a terminal; see run_script."""
+    return lambda script, **options: run_script(setup, script, **options)
