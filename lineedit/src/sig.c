@@ -211,11 +211,8 @@ sig_pass(int i, siginfo_t *info, void *context)
 {
 	EditLine *el = sig_el;
 	sig_atomic_t level = rl_signal_level;
-	int n;
 
-	for (n = 0; n < SIG_COUNT; n++)
-		sigs[n].note = 0;
-	sig_noted = 0;
+	sigs[i].note = 0;
 	terminal__flush(el);	/* the shell's own text comes after it */
 	sig_tty(el);
 	sig_give_back();
@@ -333,8 +330,9 @@ sig_set(EditLine *el)
 	sig_thread = pthread_self();
 	sig_el = el;
 	sig_take();
-	/* a jump no longer finds the line of the read before */
-	free(sig_late);
+	/* the line that a jump has left; else it is the caller's, who has it */
+	if (sig_left)
+		free(sig_late);
 	sig_late = NULL;
 	sig_left = 0;
 }
@@ -345,13 +343,15 @@ sig_set(EditLine *el)
 libedit_private void
 sig_clr(EditLine *el, char *line)
 {
-	int i;
+	int i, in_force[2];
 
+	for (i = AT_INT; i <= AT_TSTP; i++)
+		in_force[i] = sigs[i].taken || sigs[i].guarded;
 	sig_late = line;
 	sig_give_back();
 	sig_el = NULL;
 	for (i = AT_INT; i <= AT_TSTP; i++)
-		if (sigs[i].note) {
+		if (sigs[i].note && in_force[i]) {
 			sigs[i].note = 0;
 			read_forget(el);
 			sig_call(i, &sigs[i].info, NULL);
@@ -518,6 +518,11 @@ rl_signal_restore(int signo, rl_sigfunc_t *old)
 	} else
 		was = signal(signo, old);
 	sigs[i].guarded = 0;
+	if (sigs[i].note && old != SIG_DFL && !sig_left) {
+		/* it came for a function that is no longer in force */
+		sigs[i].note = 0;
+		(void)raise(signo);
+	}
 	if (!sigs[AT_INT].guarded && !sigs[AT_TSTP].guarded && !sig_left)
 		sig_late = NULL;
 	return was;
