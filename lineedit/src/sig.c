@@ -64,6 +64,7 @@ static EditLine *volatile sig_el;	/* the instance that reads, or NULL */
 static volatile pthread_t sig_thread;	/* where the jump may be made */
 static volatile sig_atomic_t sig_noted;	/* some note is set */
 static volatile sig_atomic_t sig_again;	/* the read goes on: raw mode, redraw */
+static volatile sig_atomic_t sig_taking;	/* dispositions are being read */
 static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
 
@@ -128,6 +129,8 @@ sig_take(void)
 	struct sigaction old;
 	int i;
 
+	/* between the next two steps ours is in force and does not know for whom */
+	sig_taking = 1;
 	for (i = 0; i < SIG_COUNT; i++) {
 		if (sigs[i].guarded || sigs[i].taken)
 			continue;
@@ -136,6 +139,12 @@ sig_take(void)
 		sigs[i].before = sigs[i].next = old;
 		sigs[i].taken = 1;
 	}
+	sig_taking = 0;
+	for (i = AT_QUIT; i < SIG_COUNT; i++)
+		if (sigs[i].note) {
+			sigs[i].note = 0;
+			(void)raise(sigs[i].signo);
+		}
 }
 
 static void
@@ -236,7 +245,10 @@ sig_handler(int signo, siginfo_t *info, void *context)
 {
 	int save_errno = errno, i = sig_index(signo), fatal;
 
-	if (i == AT_QUIT || i == AT_HUP || i == AT_TERM) {
+	if (sig_taking) {
+		sigs[i].info = *info;
+		sigs[i].note = sig_noted = 1;
+	} else if (i == AT_QUIT || i == AT_HUP || i == AT_TERM) {
 		fatal = !(sigs[i].next.sa_flags & SA_SIGINFO) &&
 		    sigs[i].next.sa_handler == SIG_DFL;
 		if (fatal && sig_el != NULL)

@@ -1,0 +1,412 @@
+// Memory errors and hangs of the packaged editor that its user could reach with keys, a
+// prompt or a configuration, each with the fewest keys that show it. Run under the
+// sanitizers, each of them ends the packaged editor.
+#include "editor_check.h"
+
+#include <histedit.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+// Ends the child at once when it would go on with undefined behaviour, and shows uses of a
+// stack that is gone.
+extern "C" const char *__asan_default_options();
+extern "C" const char *__ubsan_default_options();
+
+extern "C" const char *
+__asan_default_options()
+{
+    return "detect_stack_use_after_return=1:detect_leaks=0";
+}
+
+extern "C" const char *
+__ubsan_default_options()
+{
+    return "halt_on_error=1:print_stacktrace=1";
+}
+
+static std::string
+line_with_history(const std::vector<std::string> &history, const std::string &keys)
+{
+    Session with;
+    with.steps = {{keys}};
+    with.history = history;
+    return run(with).line;
+}
+
+// Editing as in vi, with the keys that follow in its insert mode.
+static std::string
+vi(const std::string &keys)
+{
+    return command("bind -v") + keys;
+}
+
+// A command typed in the insert mode of vi.
+static std::string
+vi_command(const std::string &text)
+{
+    return ESC ":" + text + "\r";
+}
+
+static const std::string copy_previous_word = ESC "\037";
+
+// ---- lines that grow ----
+
+TEST(EditorMemory, CopyOfThePreviousWordOverTheBuffersEnd)
+{
+    EXPECT_EQ(line_of("ab" + times(10, copy_previous_word) + "\n"), times(1024, "ab"));
+}
+
+// Each is two negative characters; the second one is the command that copies a word.
+TEST(EditorMemory, NegativeCharactersThatCopyTheirWord)
+{
+    EXPECT_EQ(line_of(times(11, "\xc3\x9f") + "a\n"), "a");
+}
+
+TEST(EditorMemory, CountBeyondAnyLine)
+{
+    EXPECT_EQ(line_of(ESC "9" ESC "9" ESC "9" ESC "9" ESC "9" ESC "9" ESC "9"
+                          "xa\n"),
+              "a");
+}
+
+TEST(EditorMemory, RegionAfterAnUndo)
+{
+    EXPECT_EQ(line_of(vi(vi_command("bind -a W em-kill-region") + "abc" ESC "xuWid\n")),
+              "dc");
+}
+
+// ---- commands ----
+
+TEST(EditorMemory, CommandWithAnOpenQuote)
+{
+    EXPECT_EQ(line_of(command("\"") + command("\"") + "a\n"), "a");
+}
+
+TEST(EditorMemory, CommandThatEndsInABackslash)
+{
+    EXPECT_EQ(line_of(command("bind \\") + "a\n"), "a");
+}
+
+static void
+split_a_line_that_ends_in_a_backslash()
+{
+    std::string line = times(100, "a") + " \\";
+    Tokenizer *tokenizer = tok_init(nullptr);
+    int argc = 0;
+    const char **argv = nullptr;
+    if (tok_str(tokenizer, line.c_str(), &argc, &argv) != 0 || argc != 2 ||
+        argv[0] != times(100, "a"))
+        _exit(3);
+    tok_end(tokenizer);
+}
+
+TEST(EditorMemory, WordsOfALineThatEndsInABackslash)
+{
+    Session with;
+    with.steps = {{"a\n"}};
+    with.before = split_a_line_that_ends_in_a_backslash;
+    EXPECT_EQ(run(with).line, "a");
+}
+
+static void
+bind_unfinished_escapes()
+{
+    FILE *terminal = fdopen(dup(terminal_fd), "r+");
+    EditLine *editor = el_init("test", terminal, terminal, stderr);
+    if (el_wset(editor, EL_BIND, L"\\U+", L"ed-insert", nullptr) != -1 ||
+        el_wset(editor, EL_BIND, L"\\U+00E", L"ed-insert", nullptr) != -1 ||
+        el_wset(editor, EL_BIND, L"\\U+00E9", L"ed-insert", nullptr) != 0)
+        _exit(3);
+    el_end(editor);
+}
+
+TEST(EditorMemory, UnfinishedEscapeInABinding)
+{
+    Session with;
+    with.steps = {{"a\n"}};
+    with.before = bind_unfinished_escapes;
+    EXPECT_EQ(run(with).line, "a");
+}
+
+TEST(EditorMemory, StringTooLongToBind)
+{
+    char path[] = "/tmp/editrc.XXXXXX";
+    int fd = mkstemp(path);
+    ASSERT_GE(fd, 0);
+    std::string text =
+        "bind " + times(3000, "a") + " ed-insert\nbind -s ^G " + times(3000, "b") + "\n";
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(fd);
+    Session with;
+    with.steps = {{"a\n"}};
+    with.editrc = path;
+    EXPECT_EQ(run(with).line, "a");
+    unlink(path);
+}
+
+TEST(EditorMemory, ListOfALongKeySequence)
+{
+    EXPECT_EQ(line_of(command("bind " + times(511, "\001") + " ed-insert") +
+                      command("bind") + command("bind " + times(511, "\001")) + "a\n"),
+              "a");
+}
+
+TEST(EditorMemory, LeadInWithoutAnySequence)
+{
+    Session with;
+    with.locale = "C"; // where the byte 0xF8 is the key for a command, too
+    with.steps = {{"\xf8"
+                   "bind -r ^X\r\xf8"
+                   "bind -r ^[\r" ESC "a\n"}};
+    EXPECT_EQ(run(with).line, "a");
+}
+
+TEST(EditorMemory, ArrowKeyThatStandsForAString)
+{
+    EXPECT_EQ(line_of(command("bind -k -s up abc") + command("bind") + command("bind -e") +
+                      UP "\n"),
+              "abc");
+}
+
+TEST(EditorMemory, ArrowKeyThatStandsForNothing)
+{
+    EXPECT_EQ(line_of(command("bind -k -r up") + command("bind -e") + "a\n"), "a");
+}
+
+TEST(EditorMemory, KeyThatStandsForItself)
+{
+    EXPECT_EQ(line_of(command("bind -s b b") + "abc\n"), "ac");
+}
+
+TEST(EditorMemory, KeyThatStandsForItselfAndMore)
+{
+    EXPECT_EQ(line_of(command("bind -s b xb") + "abc\n").substr(0, 10), "axxxxxxxxx");
+}
+
+TEST(EditorMemory, ManyTerminalStrings)
+{
+    std::string keys;
+    for (int i = 0; i < 280; i++)
+        keys += command("settc al x") + command("settc al xxxxxxx");
+    EXPECT_EQ(line_of(keys + "a\n"), "a");
+}
+
+// ---- searches ----
+
+TEST(EditorMemory, WordOfAnEmptySearch)
+{
+    EXPECT_EQ(line_of(ctrl('R') + ctrl('W') + ctrl('G') + "a\n"), "a");
+}
+
+TEST(EditorMemory, SearchPatternOverItsBuffersEnd)
+{
+    EXPECT_EQ(line_of(times(3000, "a") + ctrl('A') + ctrl('R') + "a" + ctrl('W') +
+                      ctrl('A') + "b\n"),
+              "b" + times(3000, "a"));
+}
+
+TEST(EditorMemory, SearchWordOverTheLinesEnd)
+{
+    EXPECT_EQ(line_of(times(1000, "a") + ctrl('A') + ctrl('R') + "a" + ctrl('W') +
+                      ctrl('G') + ctrl('G') + "b\n"),
+              "b" + times(1000, "a"));
+}
+
+TEST(EditorMemory, SearchGivenUpOnALongerLine)
+{
+    EXPECT_EQ(
+        line_with_history({times(3000, "a") + "needle"},
+                          "bc" LEFT + ctrl('R') + "needle" + ctrl('G') + ctrl('G') + "d\n"),
+        "bdc");
+}
+
+static void
+lower_the_stack()
+{
+    struct rlimit limit = {1 << 20, 1 << 20};
+    setrlimit(RLIMIT_STACK, &limit);
+}
+
+TEST(EditorMemory, SearchOfManyKeys)
+{
+    Session with;
+    with.before = lower_the_stack;
+    with.history = {"one", "two"};
+    with.steps = {{ctrl('R') + "o" + times(8000, ctrl('R')) + ctrl('A') + "x\n"}};
+    EXPECT_EQ(run(with).line, "xone");
+}
+
+TEST(EditorMemory, SearchOfManyPlaces)
+{
+    std::string line = times(30000, "ab c ");
+    EXPECT_EQ(line_of(line + ctrl('R') + "z" + ctrl('G') + ctrl('G') + "d\n"), line + "d");
+}
+
+TEST(EditorMemory, SearchPatternWithoutEnd)
+{
+    EXPECT_EQ(line_with_history({times(200, "a")},
+                                ctrl('R') + R"(\(a*\)\(a*\)\(a*\)\(a*\)\1\2\3\4b)" +
+                                    ctrl('G') + ctrl('G') + "c\n"),
+              "c");
+}
+
+TEST(EditorMemory, WildcardsAroundALongPattern)
+{
+    EXPECT_EQ(line_with_history({"one"}, vi(times(1100, "a") + ESC "K/\rAb\n")), "b");
+}
+
+TEST(EditorMemory, RepeatedSearchThatFindsNothing)
+{
+    EXPECT_EQ(line_with_history({"one"}, vi(ESC "/two\riabc" ESC "nxid\n")), "d");
+}
+
+// ---- history ----
+
+TEST(EditorMemory, LongLineBackFromTheHistory)
+{
+    EXPECT_EQ(line_with_history({"one"}, times(1500, "a") + UP DOWN "b\n"),
+              times(1500, "a") + "b");
+}
+
+// ---- vi ----
+
+TEST(EditorMemory, MoreWordsBackThanThereAre)
+{
+    EXPECT_EQ(line_of(vi("a b" ESC "5bic\n")), "ca b");
+    EXPECT_EQ(line_of(vi("a b" ESC "5Bic\n")), "ca b");
+}
+
+TEST(EditorMemory, EndOfAnEmptyViLine)
+{
+    EXPECT_EQ(line_of(vi(ESC "$ia\n")), "a");
+}
+
+TEST(EditorMemory, CaseOfASingleCharacter)
+{
+    EXPECT_EQ(line_of(vi("a" ESC "~\n")), "A");
+}
+
+TEST(EditorMemory, CaseOfAHundredThousandCharacters)
+{
+    std::string line = times(100000, "a");
+    EXPECT_EQ(line_of(vi(line + ESC "0100000~\n")), times(100000, "A"));
+}
+
+// Only clang's sanitizer told of this one. What is deleted is the packaged editor's way.
+TEST(EditorMemory, MatchingBracketBefore)
+{
+    EXPECT_EQ(line_of(vi("(a)b" ESC "hd%id\n")), "(d)b");
+}
+
+// ---- a count of zero ----
+
+TEST(EditorMemory, ColumnZero)
+{
+    EXPECT_EQ(line_of(command("bind ^G vi-to-column") + "a" ESC "0" + ctrl('G') + "b\n"),
+              "ba");
+}
+
+TEST(EditorMemory, ZeroLinesUp)
+{
+    EXPECT_EQ(line_of(command("bind ^G ed-prev-line") + "a" ESC "0" + ctrl('G') + "b\n"),
+              "ab");
+}
+
+TEST(EditorMemory, ToTheZerothCharacter)
+{
+    EXPECT_EQ(line_of(command("bind ^G vi-to-next-char") + "a" + ctrl('A') + ESC "0" +
+                      ctrl('G') + "b\n"),
+              "ba");
+}
+
+// ---- an editor outside ----
+
+static char editor_path[] = "/tmp/editor.XXXXXX";
+
+// An external editor that leaves a text which is no UTF-8.
+static void
+set_editor()
+{
+    int fd = mkstemp(editor_path);
+    static const char script[] = "#!/bin/sh\nprintf 'a\\377b\\n' > \"$1\"\n";
+    if (fd < 0 || write(fd, script, sizeof script - 1) < 0 || fchmod(fd, 0700) != 0)
+        _exit(3);
+    close(fd);
+    setenv("EDITOR", editor_path, 1);
+}
+
+static void
+set_editor_without_children()
+{
+    setenv("EDITOR", "true", 1);
+    signal(SIGCHLD, SIG_IGN);
+}
+
+static std::string
+line_edited_outside(void (*before)())
+{
+    Session with;
+    with.steps = {{vi("a" ESC "v")}};
+    with.before = before;
+    return run(with).line;
+}
+
+TEST(EditorMemory, TextFromOutsideThatIsNoText)
+{
+    EXPECT_EQ(line_edited_outside(set_editor), "");
+}
+
+TEST(EditorMemory, EditorWhoseEndIsNotTold)
+{
+    EXPECT_EQ(line_edited_outside(set_editor_without_children), "a");
+}
+
+// ---- prompts and completions ----
+
+static Outcome
+with_prompt(const char *prompt, const char *locale)
+{
+    Session with;
+    with.steps = {{"a\n"}};
+    with.prompt = prompt;
+    with.locale = locale;
+    return run(with);
+}
+
+TEST(EditorMemory, PromptThatTheLocaleCannotDecode)
+{
+    Outcome outcome = with_prompt("\xc3\xa9> ", "C");
+    EXPECT_EQ(outcome.line, "a");
+    EXPECT_NE(outcome.screen.find("?\?> "), std::string::npos);
+}
+
+TEST(EditorMemory, PromptThatIsNoText)
+{
+    Outcome outcome = with_prompt("\xc3\xa9\xff> ", "C.UTF-8");
+    EXPECT_EQ(outcome.line, "a");
+    EXPECT_NE(outcome.screen.find("\xc3\xa9?> "), std::string::npos);
+}
+
+static char **
+one_match(const char *, int, int)
+{
+    char **matches = static_cast<char **>(malloc(2 * sizeof *matches));
+    matches[0] = strdup("abc");
+    matches[1] = nullptr;
+    return matches;
+}
+
+static void
+complete_with_one_match()
+{
+    rl_attempted_completion_function = one_match;
+}
+
+TEST(EditorMemory, ListOfASingleMatch)
+{
+    Session with;
+    with.steps = {{"a\t\n"}};
+    with.before = complete_with_one_match;
+    EXPECT_EQ(run(with).line, "abc ");
+}

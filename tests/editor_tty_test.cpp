@@ -1,0 +1,515 @@
+// The terminal's settings: raw mode for every line, the guard against floods of input, and
+// the user's own settings found again after each way out.
+#include "editor_pty.h"
+
+#include <dlfcn.h>
+#include <stdarg.h>
+
+extern "C" {
+#include "read.h"
+}
+
+// ---- the changes of settings that the editor makes ----
+
+static int changes;
+static int discarding_changes; // those that throw unread input away
+static bool raw_before_prompt; // when the editor last asked for the window's size
+
+static void
+count_change(int fd, bool discards)
+{
+    if (fd != slave)
+        return;
+    changes++;
+    if (discards)
+        discarding_changes++;
+}
+
+extern "C" {
+int
+tcsetattr(int fd, int action, const struct termios *wanted) noexcept
+{
+    static auto *call =
+        reinterpret_cast<decltype(&tcsetattr)>(dlsym(RTLD_NEXT, "tcsetattr"));
+    count_change(fd, action == TCSAFLUSH);
+    return call(fd, action, wanted);
+}
+
+int
+ioctl(int fd, unsigned long request, ...) noexcept
+{
+    static auto *call = reinterpret_cast<decltype(&ioctl)>(dlsym(RTLD_NEXT, "ioctl"));
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    if (request == TCSETS || request == TCSETSW || request == TCSETSF)
+        count_change(fd, request == TCSETSF);
+    if (request == TIOCGWINSZ)
+        raw_before_prompt = is_raw();
+    return call(fd, request, argument);
+}
+}
+
+static void
+set_settings(const struct termios &wanted)
+{
+    tcsetattr(slave, TCSANOW, &wanted);
+    changes = discarding_changes = 0;
+}
+
+class EditorTty : public EditorTest
+{
+};
+
+// ---- raw mode ----
+
+TEST_F(EditorTty, RawBeforeThePromptWhenNothingIsPending)
+{
+    EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
+    EXPECT_TRUE(raw_before_prompt);
+    EXPECT_TRUE(same(settings(), original));
+}
+
+static int cooked_reads;
+
+TEST_F(EditorTty, RawBeforeThePromptWhenLinesArePending)
+{
+    cooked_reads = 0;
+    before_read = [] { cooked_reads += !is_raw(); };
+    type("one\ntwo\nab\033[Dc\n");
+    ASSERT_TRUE(is_pending(15));
+    for (const char *line : {"one", "two", "acb"}) {
+        raw_before_prompt = false;
+        EXPECT_EQ(read_line({}), line);
+        EXPECT_TRUE(raw_before_prompt) << line;
+        EXPECT_TRUE(same(settings(), original)) << line;
+    }
+    EXPECT_EQ(cooked_reads, 0);
+}
+
+// Gives the editor's descriptor another file behind its back.
+class AnotherInput
+{
+  public:
+    explicit AnotherInput(const std::string &text)
+    {
+        EXPECT_EQ(pipe(ends), 0);
+        EXPECT_EQ(write(ends[1], text.data(), text.size()),
+                  static_cast<ssize_t>(text.size()));
+        kept = dup(slave);
+        dup2(ends[0], slave);
+        scripted = false;
+    }
+
+    ~AnotherInput()
+    {
+        dup2(kept, slave);
+        for (int fd : {kept, ends[0], ends[1]})
+            close(fd);
+        scripted = true;
+        typed = taken = 0;
+    }
+
+  private:
+    int ends[2];
+    int kept;
+};
+
+TEST_F(EditorTty, LineIsReadAlthoughRawModeCannotBeSet)
+{
+    ::testing::internal::CaptureStderr();
+    {
+        AnotherInput input("abc\ndef\n");
+        EXPECT_EQ(read_line({}), "abc");
+        EXPECT_EQ(read_line({}), "def");
+    }
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "Could not set rawmode.\nCould not set rawmode.\n");
+    EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
+    EXPECT_TRUE(same(settings(), original));
+}
+
+TEST_F(EditorTty, NoLineWhenRawModeCannotBeSetAndNothingIsPending)
+{
+    ::testing::internal::CaptureStderr();
+    {
+        AnotherInput input("");
+        EXPECT_EQ(read_line({}), end_of_input);
+    }
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    EXPECT_EQ(shown, "") << "no prompt either";
+    EXPECT_EQ(read_line({keys("abc\r")}), "abc");
+}
+
+// ---- the option ----
+
+TEST_F(EditorTty, OptionTwentyFive)
+{
+    EXPECT_EQ(EL_TTY_OVERFLOW_FIX, 25);
+    EXPECT_EQ(EL_SAFEREAD, 26);
+    EditLine *el = el_init("test", rl_instream, rl_outstream, stderr);
+    int flags = el->el_flags;
+    EXPECT_EQ(flags & 0x8000, 0);
+    EXPECT_EQ(el_set(el, 25, 1), -1);
+    EXPECT_EQ(el->el_flags, flags);
+    for (int on : {1, 2, -1}) {
+        EXPECT_EQ(el_wset(el, 25, on), 0);
+        EXPECT_EQ(el->el_flags, flags | 0x8000);
+        EXPECT_EQ(el_set(el, 25, 0), -1);
+        EXPECT_EQ(el->el_flags, flags | 0x8000);
+        EXPECT_EQ(el_wset(el, 25, 0), 0);
+        EXPECT_EQ(el->el_flags, flags);
+    }
+    int value = 7;
+    EXPECT_EQ(el_get(el, 25, &value), -1);
+    el_end(el);
+}
+
+TEST_F(EditorTty, OptionThatMadeRoom)
+{
+    EditLine *el = el_init("test", rl_instream, rl_outstream, stderr);
+    int flags = el->el_flags;
+    int value = 7;
+    EXPECT_EQ(el_set(el, 26, 1), -1);
+    EXPECT_EQ(el_get(el, 26, &value), -1);
+    EXPECT_EQ(el->el_flags, flags);
+    EXPECT_EQ(el_wset(el, 26, 1), 0);
+    EXPECT_EQ(el->el_flags, flags | FIXIO);
+    EXPECT_EQ(el_wget(el, 26, &value), 0);
+    EXPECT_NE(value, 0);
+    EXPECT_EQ(el_wset(el, 26, 0), 0);
+    EXPECT_EQ(el->el_flags, flags);
+    el_end(el);
+}
+
+// ---- the guard ----
+
+class EditorFlood : public EditorTty
+{
+  protected:
+    EditLine *el = nullptr;
+
+    // Reads a line behind which the text is pending when it ends.
+    void read_with_pending(const std::string &text, bool guarded = true)
+    {
+        auto end_line = [&] {
+            el = sig_reader();
+            EXPECT_EQ(el_wset(el, EL_TTY_OVERFLOW_FIX, guarded ? 1 : 0), 0);
+            type("\r" + text);
+            EXPECT_TRUE(is_pending(static_cast<int>(text.size()) + 1));
+        };
+        EXPECT_EQ(read_line({keys("first"), then(end_line)}), "first");
+    }
+
+    bool edits() const
+    {
+        return (el->el_flags & EDIT_DISABLED) == 0;
+    }
+};
+
+// So many bytes, the return key's included, which the editor reads as a newline.
+static std::string
+line_of(size_t size)
+{
+    return std::string(size - 1, 'x') + "\r";
+}
+
+TEST_F(EditorFlood, StartsAtTwoThousandBytes)
+{
+    read_with_pending(line_of(1999));
+    EXPECT_TRUE(edits());
+    EXPECT_TRUE(same(settings(), original));
+    EXPECT_EQ(read_line({}) + "\r", line_of(1999));
+    read_with_pending(line_of(2000));
+    EXPECT_FALSE(edits());
+    EXPECT_TRUE(is_raw());
+    EXPECT_EQ(read_line({}) + "\r", line_of(2000));
+    EXPECT_TRUE(edits());
+    EXPECT_TRUE(same(settings(), original));
+}
+
+TEST_F(EditorFlood, EndsAtOneThousandBytes)
+{
+    read_with_pending(line_of(999) + "\r" + line_of(1000));
+    EXPECT_FALSE(edits());
+    EXPECT_EQ(read_line({}) + "\r", line_of(999));
+    EXPECT_EQ(pending(), 1001);
+    EXPECT_FALSE(edits());
+    EXPECT_TRUE(is_raw());
+    EXPECT_EQ(read_line({}), "");
+    EXPECT_EQ(pending(), 1000);
+    EXPECT_TRUE(edits());
+    EXPECT_TRUE(same(settings(), original));
+    // The rest is edited again.
+    EXPECT_EQ(read_line({}) + "\r", line_of(1000));
+    EXPECT_TRUE(same(settings(), original));
+    EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
+    EXPECT_TRUE(same(settings(), original));
+}
+
+TEST_F(EditorFlood, EachByteIsEchoedOnceAsItIs)
+{
+    read_with_pending("a\xe9z\x01\033[D\t\r" + line_of(2100) + "last\r");
+    size_t from = shown.size();
+    EXPECT_EQ(read_line({}), "az\x01\033[D\t") << "a negative character has no bytes";
+    ASSERT_TRUE(sees("\t\r\n", from));
+    EXPECT_EQ(shown.substr(from), "> a\xe9z\x01\033[D\t\r\n");
+    from = shown.size();
+    EXPECT_EQ(read_line({}) + "\r", line_of(2100));
+    ASSERT_TRUE(sees("\r\n", from));
+    EXPECT_EQ(shown.substr(from), "> " + std::string(2099, 'x') + "\r\n");
+    EXPECT_EQ(read_line({}), "last");
+}
+
+TEST_F(EditorFlood, NoByteIsLostOrAddedThroughTheFlood)
+{
+    std::string all;
+    for (int i = 0; i < 80; i++)
+        all += "line " + std::to_string(i) + std::string(40, '.') + "\r";
+    ASSERT_LT(all.size(), 4000u);
+    read_with_pending(all);
+    EXPECT_FALSE(edits());
+    std::string got;
+    for (int i = 0; i < 80; i++)
+        got += read_line({}) + "\r";
+    EXPECT_EQ(got, all);
+    EXPECT_TRUE(edits());
+    EXPECT_TRUE(same(settings(), original));
+}
+
+TEST_F(EditorFlood, WithoutTheFlagThereIsNone)
+{
+    read_with_pending(line_of(3000), false);
+    EXPECT_TRUE(edits());
+    EXPECT_TRUE(same(settings(), original));
+    EXPECT_EQ(read_line({}) + "\r", line_of(3000));
+}
+
+TEST_F(EditorFlood, TheRequestIsRefused)
+{
+    read_with_pending("");
+    int flags = el->el_flags;
+    EXPECT_TRUE(flags & 0x8000);
+    rl_tty_overflow_fix(0);
+    EXPECT_EQ(el->el_flags, flags);
+    el_wset(el, EL_TTY_OVERFLOW_FIX, 0);
+    for (int enable : {1, 0}) {
+        rl_tty_overflow_fix(enable);
+        EXPECT_EQ(el->el_flags, flags & ~0x8000);
+    }
+}
+
+static int unguarded_reads;
+
+TEST_F(EditorFlood, ANewInstanceStartsWithout)
+{
+    read_with_pending(line_of(2000));
+    EXPECT_FALSE(edits());
+    EXPECT_TRUE(is_raw());
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_TRUE(same(settings(), original)) << "given back by the instance that had it";
+    EXPECT_EQ(pending(), 2000) << "and what was typed is still there";
+    before_read = [] {
+        unguarded_reads += is_raw() && (sig_reader()->el_flags & 0x8004) == 0;
+    };
+    unguarded_reads = 0;
+    EXPECT_EQ(read_line({}) + "\r", line_of(2000));
+    EXPECT_EQ(unguarded_reads, 2000);
+}
+
+TEST_F(EditorFlood, PendingInputThatCannotBeCountedIsNone)
+{
+    read_with_pending("");
+    int fd = el->el_infd;
+    el->el_infd = -1;
+    check_tty_buffer_overflow(el);
+    EXPECT_TRUE(edits());
+    el->el_flags |= EDIT_DISABLED;
+    check_tty_buffer_overflow(el);
+    EXPECT_TRUE(edits());
+    el->el_infd = fd;
+}
+
+// ---- the path without editing ----
+
+// The terminal does not echo, so the editor does not edit.
+static void
+start_without_echo()
+{
+    struct termios mute = settings();
+    mute.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    set_settings(mute);
+    ASSERT_EQ(rl_initialize(), 0);
+}
+
+TEST_F(EditorFlood, WithoutTheFlagNothingIsEchoed)
+{
+    start_without_echo();
+    EXPECT_EQ(read_line({keys("secret\n")}), "secret");
+    EXPECT_EQ(read_line({keys("more\n")}), "more");
+    EXPECT_EQ(shown, "> > ");
+    EXPECT_EQ(changes, 0);
+}
+
+TEST_F(EditorFlood, WithTheFlagAnyOtherReasonEndsToo)
+{
+    start_without_echo();
+    auto set_flag = [&] {
+        el = sig_reader();
+        el_wset(el, EL_TTY_OVERFLOW_FIX, 1);
+    };
+    EXPECT_EQ(read_line({then(set_flag), keys("ab\n")}), "ab");
+    EXPECT_TRUE(sees("> ab\r\n"));
+    EXPECT_TRUE(edits());
+}
+
+TEST_F(EditorFlood, EchoThatCannotBeWritten)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    start_editor(fdopen(ends[0], "r"), fopen("/dev/null", "w"));
+    EXPECT_EQ(write(ends[1], "ab\ncd\n", 6), 6);
+    scripted = false;
+    before_read = [] { el_wset(sig_reader(), EL_TTY_OVERFLOW_FIX, 1); };
+    EXPECT_EQ(read_line({}), "ab");
+    EXPECT_EQ(read_line({}), "cd");
+    close(ends[1]);
+}
+
+// ---- settings as found ----
+
+struct Unusual {
+    const char *name;
+    void (*change)(struct termios *);
+};
+
+static void
+PrintTo(const Unusual &each, std::ostream *out)
+{
+    *out << each.name;
+}
+
+static const Unusual unusual[] = {
+    {"usual", [](struct termios *) {}},
+    {"noechoctl", [](struct termios *t) { t->c_lflag &= ~static_cast<tcflag_t>(ECHOCTL); }},
+    {"noflsh", [](struct termios *t) { t->c_lflag |= NOFLSH; }},
+    {"noicrnl", [](struct termios *t) { t->c_iflag &= ~static_cast<tcflag_t>(ICRNL); }},
+    {"noicanon", [](struct termios *t) { t->c_lflag &= ~static_cast<tcflag_t>(ICANON); }},
+    {"noisig", [](struct termios *t) { t->c_lflag &= ~static_cast<tcflag_t>(ISIG); }},
+    {"noiexten", [](struct termios *t) { t->c_lflag &= ~static_cast<tcflag_t>(IEXTEN); }},
+    {"igncr", [](struct termios *t) { t->c_iflag |= IGNCR | INLCR; }},
+    {"ixoff", [](struct termios *t) { t->c_iflag |= IXOFF | IXANY; }},
+    {"echonl", [](struct termios *t) { t->c_lflag |= ECHONL; }},
+    {"onlret", [](struct termios *t) { t->c_oflag |= ONLRET; }},
+    {"noopost", [](struct termios *t) { t->c_oflag &= ~static_cast<tcflag_t>(OPOST); }},
+    {"keys",
+     [](struct termios *t) {
+         t->c_cc[VINTR] = 'B' & 037;
+         t->c_cc[VSUSP] = _POSIX_VDISABLE;
+         t->c_cc[VERASE] = 'H' & 037;
+         t->c_cc[VEOL] = ';';
+         t->c_cc[VMIN] = 3;
+         t->c_cc[VTIME] = 7;
+     }},
+};
+
+class EditorSettings : public EditorTty, public ::testing::WithParamInterface<Unusual>
+{
+  protected:
+    void SetUp() override
+    {
+        EditorTty::SetUp();
+        GetParam().change(&original);
+        set_settings(original);
+    }
+};
+
+static char **
+end_the_read(const char *, int, int)
+{
+    rl_attempted_completion_over = 1;
+    rl_done = 1;
+    return nullptr;
+}
+
+static char **
+complete_nothing(const char *, int, int)
+{
+    rl_attempted_completion_over = 1;
+    return nullptr;
+}
+
+TEST_P(EditorSettings, AfterEveryWayOut)
+{
+    EXPECT_EQ(read_line({keys("ab\n")}), "ab");
+    EXPECT_TRUE(same(settings(), original)) << "a line";
+    EXPECT_EQ(changes, 2);
+    rl_attempted_completion_function = complete_nothing;
+    EXPECT_EQ(read_line({keys("ab\t"), keys("c\n")}), "abc");
+    EXPECT_TRUE(same(settings(), original)) << "a line with a completion";
+    EXPECT_EQ(read_line({keys("\004")}), end_of_input);
+    EXPECT_TRUE(same(settings(), original)) << "the key for the end";
+    EXPECT_EQ(read_line({keys("ab")}), end_of_input);
+    EXPECT_TRUE(same(settings(), original)) << "the end of the input";
+    rl_attempted_completion_function = end_the_read;
+    EXPECT_EQ(read_line({keys("ab\t")}), end_of_input);
+    EXPECT_TRUE(same(settings(), original)) << "a completion that ends the read";
+    EXPECT_EQ(read_line({keys("a\026"), keys("b\n")}), "ab");
+    EXPECT_TRUE(same(settings(), original)) << "a quoted key";
+    EXPECT_EQ(read_line({keys("a\026")}), end_of_input);
+    EXPECT_TRUE(same(settings(), original)) << "the end within a quoted key";
+    changes = 0;
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_EQ(changes, 0) << "a new instance";
+    EXPECT_EQ(read_line({keys("ab\033[Dc\n")}), "acb");
+    EXPECT_TRUE(same(settings(), original)) << "a line of the new instance";
+    EXPECT_EQ(discarding_changes, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Each, EditorSettings, ::testing::ValuesIn(unusual),
+                         [](const auto &each) { return std::string(each.param.name); });
+
+TEST_F(EditorTty, SettingsThatTheUserChangesBetweenLinesAreTheOnesKept)
+{
+    read_line({keys("ab\n")});
+    for (const Unusual &each : unusual) {
+        struct termios changed = original;
+        each.change(&changed);
+        set_settings(changed);
+        EXPECT_EQ(read_line({keys("ab\n")}), "ab");
+        EXPECT_TRUE(same(settings(), changed)) << each.name;
+    }
+}
+
+TEST_F(EditorTty, TypedAheadTextSurvivesANewInstance)
+{
+    EXPECT_EQ(read_line({keys("ab\n")}), "ab");
+    size_t from = shown.size();
+    type("cd");
+    ASSERT_TRUE(sees("cd", from)) << "echoed by the terminal";
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_EQ(read_line({keys("e\r")}), "cde");
+    EXPECT_TRUE(same(settings(), original));
+}
+
+static std::string inner_line;
+
+static char **
+read_within(const char *, int, int)
+{
+    char *line = readline("inner> ");
+    inner_line = line == nullptr ? end_of_input : line;
+    free(line);
+    return complete_nothing(nullptr, 0, 0);
+}
+
+TEST_F(EditorTty, ReadWithinAReadGetsNoLine)
+{
+    rl_attempted_completion_function = read_within;
+    EXPECT_EQ(read_line({keys("ab\t"), keys("d\033[Dc\r")}), "abcd");
+    EXPECT_EQ(inner_line, end_of_input);
+    EXPECT_TRUE(same(settings(), original));
+    EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
+    EXPECT_TRUE(same(settings(), original));
+}
