@@ -1,6 +1,7 @@
 """What every test gets: interpreter and module under test, and a way to start children."""
 import glob
 import os
+import signal
 import subprocess
 import sys
 
@@ -14,6 +15,13 @@ ASAN_OPTIONS = ("detect_leaks=0:allocator_may_return_null=1:exitcode=99:"
                 "quarantine_size_mb=1:thread_local_quarantine_size_kb=16:")
 SANITIZER = ("LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
 HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+# A job in the background is started with some signals ignored, and so would its children be.
+for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGTSTP):
+    if signal.getsignal(number) == signal.SIG_IGN:
+        signal.signal(number, signal.default_int_handler if number == signal.SIGINT
+                      else signal.SIG_DFL)
 
 
 def pytest_addoption(parser):

@@ -184,6 +184,13 @@ TEST(EditorMemory, KeyThatStandsForItselfAndMore)
     EXPECT_EQ(line_of(command("bind -s b xb") + "abc\n").substr(0, 10), "axxxxxxxxx");
 }
 
+TEST(EditorMemory, CommandThatRepeatsItself)
+{
+    EXPECT_EQ(line_of(vi(vi_command("bind ^G vi-redo") + ESC "ix" + ctrl('G') + "\n"))
+                  .substr(0, 4),
+              "xxxx");
+}
+
 TEST(EditorMemory, ManyTerminalStrings)
 {
     std::string keys;

@@ -31,7 +31,7 @@ extern "C" {
 
 // How long any one wait, and any one test, may take before it has failed.
 constexpr int wait_seconds = 20;
-constexpr unsigned test_seconds = 100;
+constexpr unsigned test_seconds = 60;
 
 // ---- memory ----
 

@@ -3,6 +3,10 @@
 // lost.
 #include "editor_signals.h"
 
+class EditorSweep : public EditorSignals
+{
+};
+
 // ---- at every system call ----
 
 // Reads one line for each of the read's steps, with the signal raised there. Returns how
@@ -71,7 +75,7 @@ plain_line()
     return result;
 }
 
-TEST_F(EditorSignals, JumpAtEverySystemCall)
+TEST_F(EditorSweep, JumpAtEverySystemCall)
 {
     for (int signo : {SIGINT, SIGTSTP}) {
         set_disposition(signo, plain);
@@ -85,7 +89,7 @@ TEST_F(EditorSignals, JumpAtEverySystemCall)
     }
 }
 
-TEST_F(EditorSignals, HandlerAtEverySystemCall)
+TEST_F(EditorSweep, HandlerAtEverySystemCall)
 {
     settings_before = original;
     for (int signo : signals) {
@@ -112,7 +116,7 @@ line_after_another_disposition()
     return plain_line();
 }
 
-TEST_F(EditorSignals, NewHandlerAtEverySystemCall)
+TEST_F(EditorSweep, NewHandlerAtEverySystemCall)
 {
     settings_before = original;
     for (int signo : {SIGTERM, SIGHUP, SIGQUIT, SIGWINCH}) {
@@ -143,7 +147,7 @@ interrupt_late()
     raise(SIGINT);
 }
 
-TEST_F(EditorSignals, InterruptAfterTheLineLosesNoMemory)
+TEST_F(EditorSweep, InterruptAfterTheLineLosesNoMemory)
 {
     set_disposition(SIGINT, plain);
     std::string text(1000, 'x');
@@ -194,7 +198,7 @@ send_storm(void *)
     return nullptr;
 }
 
-TEST_F(EditorSignals, StormOfInterrupts)
+TEST_F(EditorSweep, StormOfInterrupts)
 {
     set_disposition(SIGINT, plain);
     set_disposition(SIGTSTP, plain);

@@ -1,0 +1,197 @@
+// One line after the other: the line as it comes back, the window's size, and instances
+// that start anew.
+#include "editor_pty.h"
+
+class Editor : public EditorTest
+{
+};
+
+static char **
+complete_nothing(const char *, int, int)
+{
+    rl_attempted_completion_over = 1;
+    return nullptr;
+}
+
+// ---- the line as it comes back ----
+
+class EditorPipe : public Editor
+{
+  protected:
+    void SetUp() override
+    {
+        Editor::SetUp();
+        ASSERT_EQ(pipe(ends), 0);
+        start_editor(fdopen(ends[0], "r"), fopen("/dev/null", "w"));
+        scripted = false;
+    }
+
+    void give(const std::string &text)
+    {
+        ASSERT_EQ(write(ends[1], text.data(), text.size()),
+                  static_cast<ssize_t>(text.size()));
+        close(ends[1]);
+    }
+
+    int ends[2];
+};
+
+TEST_F(EditorPipe, OneTerminatorOfEitherKind)
+{
+    give("abc\rdef\nghi\r\njkl\n\r\rmno");
+    for (const char *line : {"abc", "def", "ghi", "", "jkl", "", "", "mno"})
+        EXPECT_EQ(read_line({}), line);
+    EXPECT_EQ(read_line({}), end_of_input);
+}
+
+TEST_F(EditorPipe, LineWithANul)
+{
+    std::string nul(1, '\0');
+    give(nul + std::string(300, 'y') + "\nab" + nul + "\ncd\r" + nul + "\n" + nul);
+    for (const char *line : {"", "ab", "cd", "", ""})
+        EXPECT_EQ(read_line({}), line);
+    EXPECT_EQ(read_line({}), end_of_input);
+}
+
+TEST_F(Editor, QuotedTerminatorStays)
+{
+    EXPECT_EQ(read_line({keys("ab\026"), keys("\n"), keys("\r")}), "ab\n");
+    EXPECT_EQ(read_line({keys("ab\026"), keys("\r"), keys("\r")}), "ab\r");
+}
+
+// ---- the window ----
+
+static int
+width()
+{
+    int columns = 0;
+    rl_get_screen_size(nullptr, &columns);
+    return columns;
+}
+
+TEST_F(Editor, SetWidthHoldsUntilTheWindowChanges)
+{
+    int within = 0;
+    auto look_within = then([&] { within = width(); });
+    EXPECT_EQ(width(), 80);
+    rl_set_screen_size(24, 40);
+    for (int i = 0; i < 2; i++) {
+        read_line({look_within, keys("ab\r")});
+        EXPECT_EQ(within, 40);
+    }
+    set_window(24, 100);
+    read_line({look_within, keys("ab\r")});
+    EXPECT_EQ(within, 100);
+    rl_set_screen_size(24, 60);
+    read_line({look_within, keys("ab\r")});
+    EXPECT_EQ(within, 60);
+    set_window(0, 0); // says nothing
+    read_line({look_within, keys("ab\r")});
+    EXPECT_EQ(within, 60);
+}
+
+TEST_F(Editor, SetWidthWrapsTheLine)
+{
+    rl_set_screen_size(24, 20);
+    EXPECT_EQ(read_line({keys(std::string(30, 'x')), keys("\r")}), std::string(30, 'x'));
+    EXPECT_TRUE(sees("> " + std::string(18, 'x')));
+    EXPECT_EQ(count_shown(std::string(19, 'x')), 0);
+}
+
+// ---- starting anew ----
+
+TEST_F(Editor, ANewInstanceLosesNoMemory)
+{
+    size_t before = 0;
+    for (int i = 0; i < 30; i++) {
+        if (i == 20)
+            before = allocated();
+        ASSERT_EQ(rl_initialize(), 0);
+    }
+    EXPECT_LT(allocated(), before + 500); // the terminal library keeps a little
+}
+
+TEST_F(Editor, TerminalTypeIsReadAnew)
+{
+    std::string within;
+    auto look_within = then([&] { within = sig_reader()->el_terminal.t_name; });
+    read_line({look_within, keys("\r")});
+    EXPECT_EQ(within, "xterm");
+    setenv("TERM", "vt100", 1);
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_STREQ(rl_terminal_name, "vt100");
+    read_line({look_within, keys("\r")});
+    EXPECT_EQ(within, "vt100");
+    static char asked_for[] = "vt220";
+    rl_terminal_name = asked_for;
+    ASSERT_EQ(rl_initialize(), 0);
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_EQ(rl_terminal_name, asked_for);
+    read_line({look_within, keys("\r")});
+    EXPECT_EQ(within, "vt220");
+    rl_terminal_name = nullptr;
+}
+
+static char **
+start_anew(const char *, int, int)
+{
+    rl_initialize();
+    return complete_nothing(nullptr, 0, 0);
+}
+
+static char **
+start_anew_twice(const char *, int, int)
+{
+    rl_initialize();
+    rl_initialize();
+    return complete_nothing(nullptr, 0, 0);
+}
+
+TEST_F(Editor, StartedAnewWithinARead)
+{
+    for (auto *hook : {start_anew, start_anew_twice}) {
+        rl_attempted_completion_function = hook;
+        EditLine *reading = nullptr;
+        EditLine *next = nullptr;
+        bool edits = false;
+        EXPECT_EQ(read_line({keys("ab"), then([&] { reading = sig_reader(); }), keys("\t"),
+                             then([&] { EXPECT_EQ(sig_reader(), reading); }),
+                             keys("d\033[Dc\r")}),
+                  "abcd");
+        EXPECT_TRUE(same(settings(), original));
+        rl_attempted_completion_function = complete_nothing;
+        EXPECT_EQ(read_line({then([&] {
+                                 next = sig_reader();
+                                 edits = is_raw() && (next->el_flags & EDIT_DISABLED) == 0;
+                             }),
+                             keys("ab\033[Dc\r")}),
+                  "acb");
+        EXPECT_TRUE(edits);
+        EXPECT_NE(next, reading);
+        EXPECT_TRUE(same(settings(), original));
+    }
+}
+
+TEST_F(Editor, StartedAnewByTheReader)
+{
+    EXPECT_EQ(read_line({keys("ab"), then([] { rl_initialize(); }), keys("d\033[Dc\r")}),
+              "abcd");
+    EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
+    EXPECT_TRUE(same(settings(), original));
+}
+
+TEST_F(Editor, StartedAnewWithinAReadWithoutATerminal)
+{
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    start_editor(fdopen(ends[0], "r"), fopen("/dev/null", "w"));
+    scripted = false;
+    before_read = [] {
+        before_read = nullptr;
+        rl_initialize();
+    };
+    ASSERT_EQ(write(ends[1], "abc\ndef\n", 8), 8);
+    close(ends[1]);
+    EXPECT_EQ(read_line({}), "abc");
+    EXPECT_EQ(read_line({}), "def");
+}
