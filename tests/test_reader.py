@@ -2,6 +2,7 @@
 
 What decides the order is a stand-in for the log watch library, see there.
 """
+import os
 import select
 import signal
 import termios
@@ -52,8 +53,11 @@ def test_news_before_each_byte(run, stand_in, tmp_path, kind):
     path = tmp_path / "input"
     path.write_bytes(b"abc\nx")
     script = EACH_KEY + "read(); off(); read(); read()"
-    with open(path, "rb") as file:
-        found = run(script, env=stand_in, stdin=file if kind == "file" else b"abc\nx")
+    reading, writing = os.pipe()
+    os.write(writing, b"abc\nx")  # all of it is there before the child looks
+    os.close(writing)
+    with open(path, "rb") as file, open(reading, "rb") as pipe:
+        found = run(script, env=stand_in, stdin=file if kind == "file" else pipe)
     assert found.all("news") == [(0, 6 - 1), (1, 6 - 2), (2, 6 - 3), (3, 6 - 4)]
     assert found.results() == ["abc", "x", EOF]
 
