@@ -1,0 +1,16 @@
+// The terminal that the fuzzer's editor believes in.
+#pragma once
+
+#include <sys/ioctl.h>
+
+// The window's size, as the editor will find it when it asks.
+extern struct winsize stub_size;
+
+// True while signals are the editor's own affair and dispositions are not really changed.
+extern bool stub_signals;
+
+// The signal comes, for the handler that the editor has installed, if any.
+void stub_signal(int number);
+
+// Settings of a terminal that nobody has changed.
+void stub_reset();
