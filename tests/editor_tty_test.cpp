@@ -10,6 +10,8 @@
 static int changes;
 static int discarding_changes; // those that throw unread input away
 static bool raw_before_prompt; // when the editor last asked for the window's size
+static int moments;            // that the editor waited before the settings went back
+static std::string typed_late; // in the next of them
 
 static void
 count_change(int fd, bool discards)
@@ -44,6 +46,20 @@ ioctl(int fd, unsigned long request, ...) noexcept
     if (request == TIOCGWINSZ)
         raw_before_prompt = is_raw();
     return call(fd, request, argument);
+}
+
+// The moment that the editor gives a paste to go on.
+int
+nanosleep(const struct timespec *, struct timespec *)
+{
+    moments++;
+    if (!typed_late.empty()) {
+        int before = pending();
+        type(typed_late);
+        EXPECT_TRUE(is_pending(before + static_cast<int>(typed_late.size())));
+        typed_late.clear();
+    }
+    return 0;
 }
 }
 
@@ -273,4 +289,58 @@ TEST_F(EditorTty, ReadWithinAReadGetsNoLine)
     EXPECT_TRUE(same(settings(), original));
     EXPECT_EQ(read_line({keys("ab\033[Dc\r")}), "acb");
     EXPECT_TRUE(same(settings(), original));
+}
+
+// ---- what the terminal has echoed itself ----
+
+TEST_F(EditorTty, TypedAheadIsClearedBeforeThePrompt)
+{
+    type("abc");
+    ASSERT_TRUE(sees("abc"));
+    EXPECT_EQ(read_line({keys("d\r")}), "abcd");
+    EXPECT_EQ(shown, "abc\b\b\b\033[K> abcd\r\n");
+}
+
+TEST_F(EditorTty, TypedAheadOverTheRowsEndIsClearedFromTheLastRow)
+{
+    std::string text(90, 'a');
+    type(text);
+    ASSERT_TRUE(sees(text));
+    EXPECT_EQ(read_line({keys("\r")}), text);
+    EXPECT_EQ(shown.substr(90, 6), "\r\033[K> ");
+}
+
+TEST_F(EditorTty, WhatCameInRawModeHasNotBeenEchoed)
+{
+    EXPECT_EQ(read_line({keys("\rab")}), "");
+    EXPECT_EQ(read_line({keys("\r")}), "ab");
+    EXPECT_EQ(shown, "> \r\n> ab\r\n");
+}
+
+TEST_F(EditorTty, APasteThatGoesOnIsNotEchoed)
+{
+    moments = 0;
+    typed_late = "ab\n";
+    type("\n\n");
+    ASSERT_TRUE(is_pending(2));
+    size_t from = shown.size();
+    for (const char *line : {"", "", "ab"})
+        EXPECT_EQ(read_line({}), line);
+    EXPECT_EQ(shown.substr(from), "\b\b\033[K> \r\n> \r\n> ab\r\n");
+    EXPECT_GT(moments, 0);
+}
+
+TEST_F(EditorTty, APasteThatIsOverIsWaitedForOnce)
+{
+    moments = 0;
+    type("\n\n\n\n");
+    ASSERT_TRUE(is_pending(4));
+    EXPECT_EQ(read_line({}), "");
+    int once = moments;
+    EXPECT_GT(once, 0);
+    for (int number = 0; number < 3; number++)
+        EXPECT_EQ(read_line({}), "");
+    EXPECT_EQ(moments, once);
+    EXPECT_EQ(read_line({keys("\n")}), "");
+    EXPECT_EQ(moments, once) << "a line that is typed";
 }

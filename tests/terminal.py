@@ -172,17 +172,17 @@ class Terminal:
 
     # What goes out
 
-    def send(self, text):
-        """Types keys, as fast as the terminal takes them."""
+    def send(self, text, size=256, pause=0):
+        """Types keys as fast as the terminal takes them, or in pieces with pauses."""
         data = keys(text)
-        self._note("sent", repr(data.decode("utf-8", "backslashreplace")))
-        self._type(self.master, data)
+        self._note("sent", repr(data[:200].decode("utf-8", "backslashreplace")))
+        self._type(self.master, data, size, pause)
 
     def send_other(self, text):
         """Types keys at the second terminal."""
         self._type(self.other_master, keys(text))
 
-    def _type(self, fd, data):
+    def _type(self, fd, data, size=256, pause=0):
         limit = time.monotonic() + DEADLINE
         while data:
             if time.monotonic() > limit or self.status is not None:
@@ -190,9 +190,10 @@ class Terminal:
             self._pump(0)
             if select.select([], [fd], [], 0.01)[1]:
                 try:
-                    data = data[os.write(fd, data[:256]):]
+                    data = data[os.write(fd, data[:size]):]
                 except BlockingIOError:
                     pass
+                time.sleep(pause)  # part of the input
 
     def go(self, word):
         """Lets the script's wait_for(word) return."""

@@ -298,6 +298,7 @@ read(done)
             child.send("x")
             child.expect_shown("ab-donex", redrawn=True)
             child.signal(signal.SIGINT)
+            child.expect_shown("ab-donex")  # drawn anew: the terminal is raw again
             child.send("<bs>")
         child.send("c<enter>")
         child.expect_line("ab-donec")

@@ -408,6 +408,15 @@ sig_flushes(EditLine *el)
 	return sig_waits && el == sig_el;
 }
 
+/* sig_hurries():
+ *	Whether the last key was there before it was waited for
+ */
+libedit_private int
+sig_hurries(void)
+{
+	return sig_hurry;
+}
+
 /* sig_select():
  *	The wait itself, with the level raised, and how soon it ended
  */

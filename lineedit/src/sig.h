@@ -11,5 +11,6 @@ libedit_private void	sig_clr(EditLine *, char *);
 libedit_private EditLine *sig_reader(void);
 libedit_private void	sig_wait(int);
 libedit_private int	sig_flushes(EditLine *);
+libedit_private int	sig_hurries(void);
 
 #endif /* _h_el_sig */
