@@ -1,13 +1,13 @@
 #!/bin/bash
-# Builds the fuzzer of the editor with the module's parts:  fuzz/build.sh OUTDIR
+# Builds the fuzzer of the editor with the module's parts:  fuzzing/build.sh OUTDIR
 #
 # Puts OUTDIR/keys_fuzz there, over the editor's flavour `fuzz` in OUTDIR/editor. Needs
 # clang with libFuzzer. Run it as
-#   OUTDIR/keys_fuzz -dict=fuzz/keys.dict -max_len=600 -timeout=20 -close_fd_mask=3 CORPUS
+#   OUTDIR/keys_fuzz -dict=fuzzing/keys.dict -max_len=600 -timeout=20 -close_fd_mask=3 CORPUS
 # KEYS_FUZZ_PRINT=1 tells the keys and events of an input.
 
 set -euo pipefail
-[ $# -eq 1 ] || { echo "usage: fuzz/build.sh OUTDIR" >&2; exit 1; }
+[ $# -eq 1 ] || { echo "usage: fuzzing/build.sh OUTDIR" >&2; exit 1; }
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 mkdir -p "$1"

@@ -274,6 +274,8 @@ start_session()
     unsigned more_flags = take();
     waits = more_flags & 1;
     module_lands = more_flags & 2;
+    static const int waiting[] = {0, 1, 100, 3000};
+    stub_pending = waiting[more_flags >> 2 & 3];
     for (unsigned entries = flags >> 6; entries > 0; entries--)
         add_history(any_text().c_str());
     answer = {any_text(), 0, false, false};

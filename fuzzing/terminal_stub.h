@@ -6,6 +6,9 @@
 // The window's size, as the editor will find it when it asks.
 extern struct winsize stub_size;
 
+// The number of bytes that wait, as it will be told.
+extern int stub_pending;
+
 // True while signals are the editor's own affair and dispositions are not really changed.
 extern bool stub_signals;
 
