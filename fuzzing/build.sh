@@ -15,7 +15,7 @@ out=$(cd "$1" && pwd)
 "$here/../lineedit/build.sh" fuzz "$out/editor"
 editor=$out/editor/fuzz
 
-flags=(-g -O2 -fsanitize=address,undefined,fuzzer -fno-sanitize-recover=undefined
+flags=(-g -O2 "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=undefined
     -fno-omit-frame-pointer -Wall -Wextra -Wshadow -I"$editor/include")
 
 # What must hold is asked inside the editor, before its inner names are made local: some of

@@ -253,6 +253,8 @@ set_up_once()
     for (size_t i = 1; i < sizeof modes / sizeof *modes; i++)
         new_history_mode(modes[i], modes[i - 1]);
     printed = getenv("KEYS_FUZZ_PRINT") != nullptr;
+    if (printed)
+        setvbuf(stdout, nullptr, _IONBF, 0);
 }
 
 static void
