@@ -54,3 +54,5 @@ if __name__ == "__main__":
         sys.exit(main())
     except OSError as error:
         sys.exit("demo: %s" % error)
+    except KeyboardInterrupt:  # a user who is tired of waiting for another one
+        sys.exit(130)

@@ -7,6 +7,7 @@ import sys
 from typing import TYPE_CHECKING, List, NamedTuple
 
 import Keyline
+import screen
 from words import Handler, Tree, Word
 
 if TYPE_CHECKING:
@@ -34,16 +35,12 @@ def set_hostname(session: "Session", words: List[str]) -> None:
     session.device.hostname = words[1]
 
 
-def set_address(session: "Session", words: List[str]) -> None:
-    session.settings()["ip address"] = words[2]
+def setting(length: int) -> Handler:
+    """Keeps what a command says, under the name that its first so many words make."""
+    def keep(session: "Session", words: List[str]) -> None:
+        session.settings()[" ".join(words[:length])] = " ".join(words[length:])
 
-
-def set_description(session: "Session", words: List[str]) -> None:
-    session.settings()["description"] = words[1]
-
-
-def set_shutdown(session: "Session", words: List[str]) -> None:
-    session.settings()["shutdown"] = ""
+    return keep
 
 
 def forget(session: "Session", words: List[str]) -> None:
@@ -52,7 +49,7 @@ def forget(session: "Session", words: List[str]) -> None:
 
 def show_history(session: "Session", words: List[str]) -> None:
     for number, line in enumerate(Keyline.history(session.mode), 1):
-        print("%5d  %s" % (number, line))
+        print("%5d  %s" % (number, screen.visible(line)))
 
 
 def show_configuration(session: "Session", words: List[str]) -> None:
@@ -141,7 +138,8 @@ EXEC: Tree = {
 
 CONFIG: Tree = {
     "end": Word("Back to exec mode (also Ctrl-Z)", enter("exec")),
-    "hostname": Word("Name the device", None, {"NAME": Word("Its name", set_hostname)}),
+    "hostname": Word("Name the device", None, {
+        "NAME": Word("Letters, digits and hyphens; a letter first", set_hostname)}),
     "interface": Word("Configure an interface", None, {
         "ethernet": Word("Ethernet port", None, {
             "<1-8>": Word("Its number", enter_interface)}),
@@ -152,12 +150,13 @@ CONFIG: Tree = {
 
 INTERFACE: Tree = {
     "description": Word("Describe the interface", None, {
-        "LINE": Word("Any text; Ctrl-V ? types a question mark", set_description)}),
-    "end": Word("Back to exec mode (also Ctrl-Z)", enter("exec")),
+        "LINE": Word("Any text; Ctrl-V ? types a question mark", setting(1))}),
+    "end": CONFIG["end"],
+    "interface": CONFIG["interface"],  # from one to another
     "ip": Word("Internet protocol", None, {
         "address": Word("Address of the interface", None, {
-            "A.B.C.D/N": Word("Address and length of the prefix", set_address)})}),
-    "shutdown": Word("Switch the interface off", set_shutdown),
+            "A.B.C.D/N": Word("Address and length of the prefix", setting(2))})}),
+    "shutdown": Word("Switch the interface off", setting(1)),
     **COMMON,
     "no": Word("Undo a command", None, {
         **NO,

@@ -10,6 +10,7 @@ terminal that cannot do this, what is printed begins on a new row.
 import os
 import re
 import sys
+import textwrap
 
 ROOM = 2
 INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
@@ -41,6 +42,17 @@ def replace(text: str) -> bool:
 def give_up(mark: str) -> None:
     """Goes on below a line that was interrupted, wherever in it the cursor is."""
     print(mark if is_plain() else ERASE + mark)
+
+
+def fold(text: str, columns: int, indent: int = 2) -> str:
+    """Text as rows that end between words, the first of them as it is, others indented."""
+    return textwrap.fill(text, columns, subsequent_indent=" " * min(indent, columns // 2),
+                         break_on_hyphens=False) + "\n"
+
+
+def width(text: str) -> int:
+    """The columns that text takes at the start of a row."""
+    return len(visible(text).expandtabs())
 
 
 def visible(text: str) -> str:

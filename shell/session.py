@@ -67,9 +67,10 @@ class Session:
                 if not interactive:
                     sys.stdout.flush()
                     where = "line %d: " % count
-                    sys.stderr.write(where + line + "\n" + self.explain(where, line, error))
+                    sys.stderr.write(
+                        where + line + "\n" + explain(where + line, len(where), error))
                     return 1
-                print(self.explain(self.prompt(), line, error), end="")
+                print(self.explain(line, error), end="")
             sys.stdout.flush()
         return 0
 
@@ -83,29 +84,23 @@ class Session:
 
         The editor draws prompt and line again after any answer, so they go first.
         """
-        commands = MODES[self.mode].commands
+        commands, columns = MODES[self.mode].commands, self.columns()
         answer, text = None, ""
+        shown = line + ("?" if key == b"?" else "")
         try:
             if key == b"?":
-                text = words.describe(commands, line)
+                text = words.describe(commands, line, columns)
             else:
-                answer, text = words.complete(commands, line)
+                answer, text = words.complete(commands, line, columns)
         except words.Mistake as mistake:
-            text = self.explain(self.prompt(), line, mistake)
+            text = self.explain(shown, mistake)
         if text:
-            mark = "?" if key == b"?" else ""
-            text = self.prompt() + screen.visible(line) + mark + "\n" + text
+            text = self.prompt() + screen.visible(shown) + "\n" + text
         screen.replace(text)
         return answer
 
-    def explain(self, before: str, line: str, error: Exception) -> str:
-        """Says what is wrong, below a row with the line, and points there if it can."""
-        text = "% " + str(error) + "\n"
-        if isinstance(error, words.Mistake):
-            indent = len((before + line[:error.start]).expandtabs())
-            if indent < self.columns():
-                return " " * indent + "^\n" + text
-        return text
+    def explain(self, line: str, error: Exception) -> str:
+        return explain(self.prompt() + line, len(self.prompt()), error, self.columns())
 
     def prompt(self) -> str:
         return MODES[self.mode].prompt % self.device.hostname
@@ -127,3 +122,16 @@ class Session:
 
     def leave(self) -> None:
         self.mode = MODES[self.mode].parent
+
+
+def explain(row: str, start: int, error: Exception, columns: int = sys.maxsize) -> str:
+    """Says what is wrong with a command that was printed, and starts there in that row.
+
+    Points at the word, unless the row was broken into several and it is in an upper one.
+    """
+    text = screen.fold("% " + screen.visible(str(error)), columns)
+    if not isinstance(error, words.Mistake):
+        return text
+    broken, column = divmod(screen.width(row[:start + error.start]), columns)
+    last = screen.width(row) // columns  # with a full row, the cursor was in the next one
+    return " " * column + "^\n" + text if broken == last else text

@@ -13,8 +13,8 @@ import struct
 import sys
 import termios
 import tty
-from contextlib import suppress
-from typing import Callable, Dict
+from contextlib import contextmanager, suppress
+from typing import Callable, Dict, Iterator
 
 import Keyline
 
@@ -22,7 +22,8 @@ import Keyline
 def serve(path: str, session: Callable[[], int]) -> int:
     """Runs a session for each user who connects to the socket, until interrupted."""
     with socket.socket(socket.AF_UNIX) as listener:
-        listener.bind(path)
+        with naming(path):
+            listener.bind(path)
         listener.listen()
         # Keys and window of a terminal send signals to the processes that it belongs to: to
         # a process that leads a session of its own, and can take terminal after terminal.
@@ -73,7 +74,8 @@ def serve_users(listener: socket.socket, alive: int, session: Callable[[], int])
 def connect(path: str) -> int:
     """Sits the user of this terminal at the shell behind the socket."""
     with socket.socket(socket.AF_UNIX) as link:
-        link.connect(path)
+        with naming(path):
+            link.connect(path)
         size = os.get_terminal_size(0)
         hello = "%d %d %s" % (size.lines, size.columns, os.environ.get("TERM", "dumb"))
         link.sendall(hello.encode())
@@ -96,6 +98,16 @@ def connect(path: str) -> int:
         relay({0: master, master: 1})
     termios.tcsetattr(0, termios.TCSADRAIN, before)
     return 0
+
+
+@contextmanager
+def naming(path: str) -> Iterator[None]:
+    """Errors with a socket do not say by themselves which one it is."""
+    try:
+        yield
+    except OSError as error:
+        error.filename = path
+        raise
 
 
 def relay(ways: Dict[int, int]) -> None:

@@ -7,6 +7,8 @@ import os
 import re
 from typing import TYPE_CHECKING, Callable, Dict, List, NamedTuple, Optional, Tuple
 
+import screen
+
 if TYPE_CHECKING:
     from session import Session
 
@@ -56,6 +58,10 @@ def meant(tree: Tree, typed: str) -> List[str]:
         name for name in tree if not is_keyword(name) and accepts(name, typed)]
 
 
+def listed(tree: Tree) -> str:
+    return ", ".join(sorted(tree)) or "the end of the line"
+
+
 def follow(tree: Tree, line: str) -> Tuple[Word, List[str]]:
     """Goes along the line; returns the word at its end, and all its words in full."""
     word = Word("", None, tree)
@@ -66,7 +72,7 @@ def follow(tree: Tree, line: str) -> Tuple[Word, List[str]]:
         if len(names) > 1:
             raise Mistake(start, 'Ambiguous word "%s": %s' % (typed, " or ".join(names)))
         if not names:
-            expected = ", ".join(word.next) or "the end of the line"
+            expected = listed(word.next)
             raise Mistake(start, 'Unknown word "%s": expected %s' % (typed, expected))
         word = word.next[names[0]]
         if names == ["LINE"]:
@@ -80,7 +86,7 @@ def parse(tree: Tree, line: str) -> Tuple[Handler, List[str]]:
     word, words = follow(tree, line)
     if word.run is None:
         raise Mistake(
-            len(line.rstrip()) + 1, "Incomplete command: expected " + ", ".join(word.next))
+            len(line.rstrip()) + 1, "Incomplete command: expected " + listed(word.next))
     return word.run, words
 
 
@@ -89,7 +95,7 @@ def choices(tree: Tree, line: str) -> Tuple[str, Dict[str, str]]:
     typed = re.split(r"\s", line)[-1]
     start = len(line) - len(typed)
     word, _ = follow(tree, line[:start])
-    found = {name: after.help for name, after in word.next.items()
+    found = {name: after.help for name, after in sorted(word.next.items())
              if name.startswith(typed.lower()) or not is_keyword(name)}
     if not typed and word.run:
         found["<cr>"] = "run the command"
@@ -98,14 +104,15 @@ def choices(tree: Tree, line: str) -> Tuple[str, Dict[str, str]]:
     return typed, found
 
 
-def describe(tree: Tree, line: str) -> str:
+def describe(tree: Tree, line: str, columns: int) -> str:
     """What may follow, as a column of words and a column of meanings."""
     _, found = choices(tree, line)
     width = max(len(name) for name in found)
-    return "".join("  %-*s  %s\n" % (width, name, text) for name, text in found.items())
+    return "".join(screen.fold("  %-*s  %s" % (width, name, text), columns, width + 4)
+                   for name, text in found.items())
 
 
-def complete(tree: Tree, line: str) -> Tuple[Optional[str], str]:
+def complete(tree: Tree, line: str, columns: int) -> Tuple[Optional[str], str]:
     """What the editor is to append to the line, if anything; else a list of what fits."""
     typed, found = choices(tree, line)
     names = list(found)
@@ -115,4 +122,4 @@ def complete(tree: Tree, line: str) -> Tuple[Optional[str], str]:
     common = os.path.commonprefix(names)
     if len(common) > len(typed) and is_keyword(common):
         return "\b" * len(typed) + common, ""
-    return None, "  " + "  ".join(names) + "\n"
+    return None, screen.fold("  " + "  ".join(names), columns)

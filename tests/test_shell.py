@@ -68,9 +68,9 @@ def test_each_mode_has_its_own_words(user):
     user.type("h?", "demo(config)# h?", "  hostname  Name the device", "demo(config)# h")
     user.type("<bs>int loop 0<enter>", "demo(config)# int loop 0", "demo(config-if)# ")
     user.type("no ?", "demo(config-if)# no ?",
-              "  logging      Log lines at the prompt",
               "  description  Describe it no more",
               "  ip           Internet protocol",
+              "  logging      Log lines at the prompt",
               "  shutdown     Switch the interface on",
               "demo(config-if)# no ")
     user.leave()
@@ -118,8 +118,8 @@ def test_help_and_completion_at_the_bottom_of_the_screen_in_a_line_of_several_ro
     rows = [line[:40], line[40:80], line[80:]]
     user.type("description " + "one two three " * 5, *rows)
     user.drop(2)
-    user.type("?", *rows[:2], rows[2] + "?", "  LINE  Any text; Ctrl-V ? types a quest",
-              "ion mark", "  <cr>  run the command", *rows)
+    user.type("?", *rows[:2], rows[2] + "?", "  LINE  Any text; Ctrl-V ? types a",
+              "        question mark", "  <cr>  run the command", *rows)
     user.drop(2)
     user.type("<c-a><right><right><tab>", *rows, "  LINE  <cr>", *rows,
               cursor=(2, len("demo(config-if)# de")))
@@ -179,10 +179,53 @@ def test_numbers_and_addresses_are_checked(user):
     user.leave()
 
 
-def test_a_mistake_in_a_later_row_is_named_but_not_pointed_at(start):
+def test_a_mistake_in_a_line_of_several_rows(start):
     user = ShellUser(start(shell(), columns=20), WELCOME[:20], WELCOME[20:], "demo> ")
-    user.type("terminal history xy<enter>", "demo> terminal histo", "ry xy",
-              '% Unknown word "xy":', " expected size", "demo> ")
+    user.type("terminal history xy<enter>", "demo> terminal histo", "ry xy", "   ^",
+              '% Unknown word "xy":', "  expected size", "demo> ")
+    user.type("terminal history<enter>", "demo> terminal histo", "ry", "  ^",
+              "% Incomplete", "  command: expected", "  size", "demo> ")
+    user.type("terminal history x?", "demo> terminal histo", "ry x?", "   ^",
+              '% Unknown word "x":', "  expected size", "demo> terminal histo", "ry x")
+    user.leave()
+
+
+def test_a_mistake_in_a_line_that_fills_its_row(start):
+    user = ShellUser(start(shell(), columns=20), WELCOME[:20], WELCOME[20:], "demo> ")
+    user.type("terminal xxxxx<enter>", "demo> terminal xxxxx", "", "% Unknown word",
+              '  "xxxxx": expected', "  help-keys,", "  history, width", "demo> ")
+    user.type("      terminal<enter>", "demo>       terminal", "", "^", "% Incomplete",
+              "  command: expected", "  help-keys,", "  history, width", "demo> ")
+    user.leave()
+
+
+def test_a_mistake_in_an_upper_row_is_named_but_not_pointed_at(start):
+    user = ShellUser(start(shell(), columns=20), WELCOME[:20], WELCOME[20:], "demo> ")
+    user.type("exit xy zzzzzzzzzzzz<enter>", "demo> exit xy zzzzzz", "zzzzzz",
+              '% Unknown word "xy":', "  expected the end", "  of the line", "demo> ")
+    user.leave()
+
+
+def test_help_is_folded_between_words(start):
+    user = ShellUser(start(shell(), columns=40))
+    user.type("exi?", "demo> exi?", "  exit  Leave this mode; in exec mode,",
+              "        the shell", "demo> exi")
+    user.type("<c-a><c-k>conf<enter>", "demo> conf", "demo(config)# ")
+    user.type("int eth 1<enter>", "demo(config)# int eth 1", "demo(config-if)# ")
+    user.type("<tab>", "demo(config-if)# ",
+              "  description  end  exit  interface  ip",
+              "  logging  no  show  shutdown  terminal", "demo(config-if)# ")
+    user.type("x<enter>", "demo(config-if)# x", " " * 17 + "^",
+              '% Unknown word "x": expected', "  description, end, exit, interface, ip,",
+              "  logging, no, show, shutdown, terminal", "demo(config-if)# ")
+    user.leave()
+
+
+def test_a_word_is_not_broken_where_it_has_a_hyphen(start):
+    user = ShellUser(start(shell(), columns=50))
+    user.type("show<enter>", "demo> show", "          ^",
+              "% Incomplete command: expected history,", "  running-config, terminal, version",
+              "demo> ")
     user.leave()
 
 
@@ -199,6 +242,17 @@ def test_configuration_is_shown_as_commands(user):
     user.type("end<enter>", "sw-1(config-if)# end", "sw-1> ")
     user.type("sh run<enter>", "sw-1> sh run", "hostname sw-1", "interface ethernet 3",
               "  description up  or down", "  ip address 10.1.2.3/24", "  exit", "sw-1> ")
+    user.leave()
+
+
+def test_from_one_interface_to_another(user):
+    user.type("conf<enter>", "demo> conf", "demo(config)# ")
+    user.type("int eth 1<enter>", "demo(config)# int eth 1", "demo(config-if)# ")
+    user.type("int loop 7<enter>", "demo(config-if)# int loop 7", "demo(config-if)# ")
+    user.type("shut<enter>", "demo(config-if)# shut", "demo(config-if)# ")
+    user.type("show run<enter>", "demo(config-if)# show run", "hostname demo",
+              "interface ethernet 1", "  exit", "interface loopback 7", "  shutdown", "  exit",
+              "demo(config-if)# ")
     user.leave()
 
 
@@ -277,6 +331,18 @@ def test_history_size(user):
 def test_a_literal_question_mark_by_quoting_it(user):
     user.type("!<c-v>?<enter>", "demo> !?", "demo> ")
     user.type("<up>", "demo> !?")
+    user.leave()
+
+
+def test_control_characters_are_shown_as_such(user):
+    user.type("!<c-v><c-g>x<enter>", "demo> !^Gx", "demo> ")
+    user.type("sh hist<enter>", "demo> sh hist", "    1  !^Gx", "    2  sh hist", "demo> ")
+    user.type("exit <c-v><c-g> x<enter>", "demo> exit ^G x", "           ^",
+              '% Unknown word "^G": expected the end of the line', "demo> ")
+    user.type("exit <c-v><c-_> x<enter>", "demo> exit ^_ x", " " * 14 + "^",
+              '% Unknown word "x": expected the end of the line', "demo> ")
+    user.type("!<c-v><c-g> <bs><bs><bs>show <c-v><c-g>?", "demo> show ^G?",
+              "           ^", UNKNOWN_SHOW % "^G", "demo> show ^G")
     user.leave()
 
 

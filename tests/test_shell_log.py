@@ -65,6 +65,21 @@ def test_lines_below_help_and_in_an_empty_line(start, log):
     user.leave()
 
 
+def test_lines_in_a_resized_window_and_on_a_cleared_screen(start, log):
+    user = ShellUser(start(shell("--watch", str(log))))
+    user.type("show ver", "demo> show ver")
+    drawn = len(user.terminal.display.raw)
+    user.terminal.resize(30, 100)
+    user.terminal.wait("the line drawn anew", lambda: len(user.terminal.display.raw) > drawn)
+    append(log, ["after the resize"])
+    user.expect("after the resize", "demo> show ver")
+    user.above = []
+    user.type("<c-l>", "demo> show ver")
+    append(log, ["after the clearing"])
+    user.expect("after the clearing", "demo> show ver")
+    user.leave()
+
+
 def test_off_and_on_again(start, log):
     user = ShellUser(start(shell("--watch", str(log))))
     user.type("no logging sync<enter>", "demo> no logging sync", "demo> ")

@@ -76,6 +76,18 @@ def test_a_user_who_hangs_up_makes_room(serving):
     ShellUser(second, WAITING, WELCOME, "demo> ").leave("exit<enter>")
 
 
+def test_a_user_who_is_tired_of_waiting(serving):
+    first = ShellUser(serving())
+    second = serving()
+    second.wait_screen("the waiting", lambda rows: rows[0] == WAITING)
+    second.send("<c-c>")
+    second.expect_end("status 130")
+    assert [row for row in second.display.rows() if row] == [WAITING, "^C"]
+    first.type("sh", "demo> sh")
+    first.leave()
+    ShellUser(serving()).leave()
+
+
 def test_the_end_of_the_server_is_the_end_of_its_users(start, tmp_path):
     path = str(tmp_path / "shell")
     server = start(shell("--serve", path))
@@ -116,11 +128,13 @@ def test_a_resize_reaches_the_shell(serving):
 
 def test_nobody_serves(run, tmp_path):
     result = run(shell("--connect", str(tmp_path / "nobody")), end="exception")
-    assert result.stderr == b"demo: [Errno 2] No such file or directory\n"
+    assert result.stderr == (
+        b"demo: [Errno 2] No such file or directory: '%s/nobody'\n" % bytes(tmp_path))
 
 
 def test_a_socket_that_is_taken(run, tmp_path):
     (tmp_path / "taken").write_text("")
     result = run(shell("--serve", str(tmp_path / "taken")), end="exception")
-    assert result.stderr == b"demo: [Errno 98] Address already in use\n"
+    assert result.stderr == (
+        b"demo: [Errno 98] Address already in use: '%s/taken'\n" % bytes(tmp_path))
     assert (tmp_path / "taken").exists()
