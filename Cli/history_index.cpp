@@ -58,16 +58,24 @@ room_for(uint32_t newest)
 }
 
 // Moves all linked lines' slots into rings of another capacity, which has room for them.
-static void
+// False when there is no memory for them, and then nothing has changed: the store does
+// without its side table rather than end the process.
+static bool
 resize(uint32_t capacity)
 {
     HistoryIndex old = hist_index;
     size_t blocks = capacity / hist_index_block;
-    hist_index.capacity = capacity;
-    hist_index.tags = static_cast<uint16_t *>(calloc(capacity, sizeof(uint16_t)));
-    hist_index.heads = static_cast<HistoryEntry **>(calloc(blocks, sizeof(HistoryEntry *)));
+    uint16_t *tags = static_cast<uint16_t *>(calloc(capacity, sizeof(uint16_t)));
+    HistoryEntry **heads =
+        static_cast<HistoryEntry **>(calloc(blocks, sizeof(HistoryEntry *)));
+    if (tags == nullptr || heads == nullptr) {
+        free(tags);
+        free(heads);
+        return false;
+    }
+    hist_index = {capacity, tags, heads};
     if (old.capacity == 0)
-        return;
+        return true;
     uint32_t end = number_of(hist_ctx.list.next) + 1;
     for (uint32_t number = number_of(hist_ctx.list.prev); number != end; number++) {
         uint32_t slot = number & (old.capacity - 1);
@@ -76,16 +84,15 @@ resize(uint32_t capacity)
     }
     free(old.tags);
     free(old.heads);
+    return true;
 }
 
 // Makes room for one more number; false when the rings are not, or no longer, in use.
 static bool
 make_room(uint32_t number)
 {
-    if (hist_ctx.event_count == 0) {
-        resize(smallest_capacity);
-        return true;
-    }
+    if (hist_ctx.event_count == 0)
+        return resize(smallest_capacity);
     uint32_t capacity = hist_index.capacity;
     uint32_t room = room_for(number);
     if (room <= capacity || capacity == 0)
@@ -98,8 +105,10 @@ make_room(uint32_t number)
     }
     while (capacity < room)
         capacity *= 2;
-    resize(capacity);
-    return true;
+    if (resize(capacity))
+        return true;
+    hist_index_drop();
+    return false;
 }
 
 void
@@ -148,7 +157,7 @@ hist_index_fit()
         return;
     while (capacity > smallest_capacity && room <= capacity / 4)
         capacity /= 2;
-    resize(capacity);
+    static_cast<void>(resize(capacity)); // a table that stays large does no harm
 }
 
 // ---- looking ----

@@ -86,7 +86,8 @@ follow_close(Follow *follow, int inotify)
     close(follow->file);
 }
 
-// Whether the file still starts as it did, as far as it reaches.
+// Whether the file still starts as it did, as far as it reaches. One that cannot be read
+// now counts as the same: to tell all of it again would be worse than to wait.
 static bool
 same_head(const Follow *follow, off_t size)
 {
@@ -97,6 +98,8 @@ same_head(const Follow *follow, off_t size)
     if (length == 0)
         return true;
     ssize_t got = pread(follow->file, head, length, 0);
+    if (got == -1)
+        return true;
     return got == static_cast<ssize_t>(length) && memcmp(head, follow->head, length) == 0;
 }
 
