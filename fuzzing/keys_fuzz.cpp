@@ -252,9 +252,6 @@ set_up_once()
     hist_init_context();
     for (size_t i = 1; i < sizeof modes / sizeof *modes; i++)
         new_history_mode(modes[i], modes[i - 1]);
-    printed = getenv("KEYS_FUZZ_PRINT") != nullptr;
-    if (printed)
-        setvbuf(stdout, nullptr, _IONBF, 0);
 }
 
 static void
@@ -306,6 +303,9 @@ check_once()
         abort();
     }
     free(line);
+    printed = getenv("KEYS_FUZZ_PRINT") != nullptr;
+    if (printed)
+        setvbuf(stdout, nullptr, _IONBF, 0); // a finding ends the process
     return true;
 }
 

@@ -38,6 +38,7 @@ def test_echo_of_whole_lines_stays(start):
     child.send("ab<enter>cd")
     child.wait_screen("the echo", lambda screen: screen[:2] == ["ab", "cd"])
     child.go("read")
+    child.expect_prompt()
     child.expect_line("ab")
     child.expect_prompt()
     child.send("<enter>")
