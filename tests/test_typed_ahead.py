@@ -13,6 +13,7 @@ def text(length):
     return (LETTERS * (length // len(LETTERS) + 1))[:length]
 
 
+@pytest.mark.smoke
 @pytest.mark.parametrize("before, rows", [
     ("", ["1> abcd"]), ("a message\n", ["a message", "1> abcd"]),
     ("note: ", ["note: 1> abcd"])], ids=["alone", "a row", "part of a row"])

@@ -18,7 +18,7 @@ missing_packages() # GROUP...
     while read -r group name; do
         [[ " $* " != *" $group "* ]] || wanted+=("$name")
     done < "$root/tools/packages"
-    comm -23 <(printf '%s\n' "${wanted[@]}" | sort) \
+    comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) \
         <(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${wanted[@]}" 2> /dev/null |
             sed -n 's/^ii *//p' | sort)
 }
