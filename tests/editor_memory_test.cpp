@@ -199,6 +199,13 @@ TEST(EditorMemory, ManyTerminalStrings)
     EXPECT_EQ(line_of(keys + "a\n"), "a");
 }
 
+TEST(EditorMemory, ManyCharactersDeletedFromALongLine)
+{
+    EXPECT_EQ(
+        line_of(times(900, "a") + ctrl('A') + ESC "8" ESC "0" ESC "0" + ctrl('D') + "\n"),
+        times(100, "a"));
+}
+
 // ---- searches ----
 
 TEST(EditorMemory, WordOfAnEmptySearch)
