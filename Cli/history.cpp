@@ -155,7 +155,7 @@ visible_older(HistoryLink *link)
     for (int step = 0; link != &hist_ctx.list; step++, link = link->next) {
         if (hist_visible(entry_of(link), hist_ctx.current_mode))
             return link;
-        if (step == steps_before_index && hist_index.capacity != 0)
+        if (step == steps_before_index && hist_index.in_use)
             return hist_index_older(entry_of(link));
     }
     return link;
@@ -167,7 +167,7 @@ visible_newer(HistoryLink *link)
     for (int step = 0; link != &hist_ctx.list; step++, link = link->prev) {
         if (hist_visible(entry_of(link), hist_ctx.current_mode))
             return link;
-        if (step == steps_before_index && hist_index.capacity != 0)
+        if (step == steps_before_index && hist_index.in_use)
             return hist_index_newer(entry_of(link));
     }
     return link;

@@ -1,6 +1,7 @@
-// The side table of the history: two and a half bytes a line. Following the links instead
-// costs up to a cache miss for every line passed, where the heap has scattered them: with
-// 100,000 lines more than ten milliseconds for one key.
+// The side table of the history: two and a half bytes a line as soon as lines are of more
+// than one mode. Following the links instead costs up to a cache miss for every line
+// passed, where the heap has scattered them: with 100,000 lines more than ten milliseconds
+// for one key.
 #include "history_index.h"
 
 #include <stdlib.h>
@@ -57,13 +58,11 @@ room_for(uint32_t newest)
     return newest - number_of(hist_ctx.list.prev) + 1 + hist_index_block;
 }
 
-// Moves all linked lines' slots into rings of another capacity, which has room for them.
-// False when there is no memory for them, and then nothing has changed: the store does
-// without its side table rather than end the process.
+// Puts rings of this capacity, empty, in the place of what there is, which the caller frees
+// or keeps. False when there is no memory for them, and then nothing has changed.
 static bool
-resize(uint32_t capacity)
+empty_rings(uint32_t capacity)
 {
-    HistoryIndex old = hist_index;
     size_t blocks = capacity / hist_index_block;
     uint16_t *tags = static_cast<uint16_t *>(calloc(capacity, sizeof(uint16_t)));
     HistoryEntry **heads =
@@ -73,9 +72,20 @@ resize(uint32_t capacity)
         free(heads);
         return false;
     }
-    hist_index = {capacity, tags, heads};
-    if (old.capacity == 0)
-        return true;
+    hist_index.capacity = capacity;
+    hist_index.tags = tags;
+    hist_index.heads = heads;
+    return true;
+}
+
+// Moves all linked lines' slots into rings of another capacity, which has room for them.
+// False when there is no memory for them, and then nothing has changed.
+static bool
+resize(uint32_t capacity)
+{
+    HistoryIndex old = hist_index;
+    if (!empty_rings(capacity))
+        return false;
     uint32_t end = number_of(hist_ctx.list.next) + 1;
     for (uint32_t number = number_of(hist_ctx.list.prev); number != end; number++) {
         uint32_t slot = number & (old.capacity - 1);
@@ -87,28 +97,47 @@ resize(uint32_t capacity)
     return true;
 }
 
-// Makes room for one more number; false when the rings are not, or no longer, in use.
+// The capacity that is needed from `capacity` on to have this room; 0 when nearly all of
+// the numbers have lost their lines: the rings are not worth their memory then.
+static uint32_t
+capacity_for(uint32_t room, uint32_t capacity)
+{
+    if (room / 8 > hist_ctx.event_count + hist_index_block)
+        return 0;
+    while (capacity < room)
+        capacity *= 2;
+    return capacity;
+}
+
+static void
+put(HistoryEntry *entry)
+{
+    uint32_t number = number_of(entry);
+    hist_index.tags[tag_slot(number)] = hist_index_tag(entry->mode);
+    hist_index.heads[head_slot(number)] = entry;
+}
+
+// Makes the rings for all lines and one more number; false when that cannot be.
+static bool
+build(uint32_t number)
+{
+    uint32_t capacity = capacity_for(room_for(number), smallest_capacity);
+    if (capacity == 0 || !empty_rings(capacity))
+        return false;
+    for (HistoryLink *link = hist_ctx.list.prev; link != &hist_ctx.list; link = link->prev)
+        put(static_cast<HistoryEntry *>(link));
+    return true;
+}
+
+// Makes room in the rings for one more number; false when that cannot be.
 static bool
 make_room(uint32_t number)
 {
-    if (hist_ctx.event_count == 0)
-        return resize(smallest_capacity);
-    uint32_t capacity = hist_index.capacity;
     uint32_t room = room_for(number);
-    if (room <= capacity || capacity == 0)
-        return capacity != 0;
-    // Nearly all of the numbers have lost their lines: the rings are not worth their
-    // memory.
-    if (room / 8 > hist_ctx.event_count + hist_index_block) {
-        hist_index_drop();
-        return false;
-    }
-    while (capacity < room)
-        capacity *= 2;
-    if (resize(capacity))
+    if (room <= hist_index.capacity)
         return true;
-    hist_index_drop();
-    return false;
+    uint32_t capacity = capacity_for(room, hist_index.capacity);
+    return capacity != 0 && resize(capacity);
 }
 
 void
@@ -116,29 +145,36 @@ hist_index_drop()
 {
     free(hist_index.tags);
     free(hist_index.heads);
-    hist_index = {0, nullptr, nullptr};
+    hist_index = {false, nullptr, 0, nullptr, nullptr};
     shown_to = nullptr;
 }
 
 void
 hist_index_add(HistoryEntry *entry)
 {
-    uint32_t number = number_of(entry);
-    if (!make_room(number))
+    if (hist_ctx.event_count == 0) {
+        hist_index.in_use = true;
+        hist_index.only_mode = entry->mode;
+    }
+    if (!hist_index.in_use)
         return;
-    hist_index.tags[tag_slot(number)] = hist_index_tag(entry->mode);
-    hist_index.heads[head_slot(number)] = entry;
+    uint32_t number = number_of(entry);
+    if (hist_index.capacity == 0 && entry->mode == hist_index.only_mode)
+        return;
+    // The store does without its side table rather than end the process.
+    if (hist_index.capacity == 0 ? build(number) : make_room(number))
+        put(entry);
+    else
+        hist_index_drop();
 }
 
 void
 hist_index_remove(const HistoryEntry *entry)
 {
+    if (hist_ctx.event_count == 1)
+        hist_index_drop();
     if (hist_index.capacity == 0)
         return;
-    if (hist_ctx.event_count == 1) {
-        hist_index_drop();
-        return;
-    }
     HistoryEntry **head = hist_index.heads + head_slot(number_of(entry));
     if (*head != entry)
         return;
@@ -202,6 +238,8 @@ shown_line(uint32_t number)
 HistoryLink *
 hist_index_older(const HistoryEntry *entry)
 {
+    if (hist_index.capacity == 0)
+        return &hist_ctx.list;
     show_current_mode();
     uint32_t number = number_of(entry);
     for (uint32_t left = number - number_of(hist_ctx.list.prev) + 1; left > 0; left--) {
@@ -215,6 +253,8 @@ hist_index_older(const HistoryEntry *entry)
 HistoryLink *
 hist_index_newer(const HistoryEntry *entry)
 {
+    if (hist_index.capacity == 0)
+        return &hist_ctx.list;
     show_current_mode();
     uint32_t number = number_of(entry);
     for (uint32_t left = number_of(hist_ctx.list.next) - number + 1; left > 0; left--) {

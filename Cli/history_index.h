@@ -6,6 +6,9 @@
 // one holds a short hash of each line's mode, which is scanned at memory speed, the other
 // the newest entry of each block of numbers, from which a line is a few links away. The
 // number of a deleted line keeps its slot and finds nothing.
+//
+// As long as all lines are of one mode there are no rings and no memory is spent on them: a
+// walk that has met one hidden line is at its end.
 #pragma once
 
 #include "history.h"
@@ -14,7 +17,9 @@
 constexpr uint32_t hist_index_block = 16;
 
 struct HistoryIndex {
-    uint32_t capacity;    // numbers that the rings hold, a power of two; 0 while not in use
+    bool in_use;
+    const HistoryMode *only_mode; // borrowed: that of all lines; while there are no rings
+    uint32_t capacity;    // numbers that the rings hold, a power of two; 0 without rings
     uint16_t *tags;       // owned; slot of a number: its remainder by the capacity
     HistoryEntry **heads; // owned array of borrowed entries, null where a block is empty
 };
@@ -38,7 +43,7 @@ void hist_index_fit();
 void hist_index_drop();
 
 // The first line that the current mode shows, from `entry` on, itself included, towards
-// older or towards newer lines; the sentinel when there is none. Only while the rings are
-// in use and there is a current mode.
+// older or towards newer lines; the sentinel when there is none. Only while the table is in
+// use, and for an entry that the current mode does not show.
 HistoryLink *hist_index_older(const HistoryEntry *entry);
 HistoryLink *hist_index_newer(const HistoryEntry *entry);

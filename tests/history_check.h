@@ -112,8 +112,12 @@ index_holds()
 {
     uint32_t capacity = hist_index.capacity;
     if (capacity == 0) {
-        bool empty = hist_index.tags == nullptr && hist_index.heads == nullptr;
-        return empty ? ::testing::AssertionSuccess() : broken("rings without capacity");
+        if (hist_index.tags != nullptr || hist_index.heads != nullptr)
+            return broken("rings without capacity");
+        for (HistoryEntry *entry : entries())
+            if (hist_index.in_use && entry->mode != hist_index.only_mode)
+                return broken("a second mode without rings");
+        return ::testing::AssertionSuccess();
     }
     if ((capacity & (capacity - 1)) != 0 || hist_ctx.event_count == 0)
         return broken("capacity of the rings");

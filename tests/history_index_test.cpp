@@ -63,11 +63,47 @@ TEST_F(HistorySideTable, FindsWhatAPlainWalkFinds)
     for (int gap : {1, 2, 15, 16, 17, 18, 19, 31, 32, 33, 34, 64, 333, 1999}) {
         clear();
         fill(2000, gap);
-        ASSERT_NE(hist_index.capacity, 0u);
+        ASSERT_TRUE(hist_index.in_use);
+        ASSERT_EQ(hist_index.capacity, gap == 1 ? 0u : 2048u);
         expect_same_lines(exec);
         expect_same_lines(config);
         EXPECT_EQ(static_cast<int>(shown(exec).size()), 2000 / gap);
     }
+}
+
+TEST_F(HistorySideTable, NeedsNoMemoryForLinesOfOneMode)
+{
+    HistoryMode *child = mode("child", "config");
+    fill(3000, 5000);
+    ASSERT_TRUE(hist_index.in_use);
+    EXPECT_EQ(hist_index.capacity, 0u);
+    EXPECT_EQ(hist_index.tags, nullptr);
+    for (HistoryMode *in : {config, exec, child})
+        expect_same_lines(in);
+    EXPECT_EQ(shown(exec).size(), 0u);
+    // Then it knows of the old lines as well.
+    for (HistoryMode *newer : {exec, config, child}) {
+        enter_in(newer, newer->key);
+        EXPECT_EQ(hist_index.capacity, 4096u);
+        for (HistoryMode *in : {config, exec, child})
+            expect_same_lines(in);
+    }
+}
+
+TEST_F(HistorySideTable, DoesWithoutWhenTheSecondModeFindsSparseNumbers)
+{
+    fill(2, 5);
+    for (int i = 0; i < 2000; i++) {
+        enter_in(config, "again");
+        ASSERT_EQ(del(hist_ctx.last_event_num), 0);
+        free(const_cast<char *>(ev.str));
+    }
+    ASSERT_TRUE(hist_index.in_use);
+    enter_in(exec, "of another mode");
+    EXPECT_FALSE(hist_index.in_use);
+    EXPECT_EQ(hist_index.capacity, 0u);
+    expect_same_lines(exec);
+    expect_same_lines(config);
 }
 
 TEST_F(HistorySideTable, FollowsTheModeAndNewLines)
