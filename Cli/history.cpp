@@ -150,7 +150,7 @@ static constexpr int steps_before_index = 16;
 // The first visible entry from `link` on towards older lines, `link` included; the sentinel
 // when there is none. The twin below goes towards newer lines.
 static HistoryLink *
-visible_older(HistoryLink *link)
+walk_older(HistoryLink *link)
 {
     for (int step = 0; link != &hist_ctx.list; step++, link = link->next) {
         if (hist_visible(entry_of(link), hist_ctx.current_mode))
@@ -162,7 +162,7 @@ visible_older(HistoryLink *link)
 }
 
 static HistoryLink *
-visible_newer(HistoryLink *link)
+walk_newer(HistoryLink *link)
 {
     for (int step = 0; link != &hist_ctx.list; step++, link = link->prev) {
         if (hist_visible(entry_of(link), hist_ctx.current_mode))
@@ -171,6 +171,25 @@ visible_newer(HistoryLink *link)
             return hist_index_newer(entry_of(link));
     }
     return link;
+}
+
+// True of most lines that a search passes, and quick to see.
+static bool
+is_of_current_mode(HistoryLink *link)
+{
+    return link != &hist_ctx.list && entry_of(link)->mode == hist_ctx.current_mode;
+}
+
+static HistoryLink *
+visible_older(HistoryLink *link)
+{
+    return is_of_current_mode(link) ? link : walk_older(link);
+}
+
+static HistoryLink *
+visible_newer(HistoryLink *link)
+{
+    return is_of_current_mode(link) ? link : walk_newer(link);
 }
 
 int

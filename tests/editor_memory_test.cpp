@@ -3,7 +3,9 @@
 // sanitizers, each of them ends the packaged editor.
 #include "editor_check.h"
 
+#include <algorithm>
 #include <histedit.h>
+#include <random>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -255,6 +257,37 @@ TEST(EditorMemory, SearchOfManyPlaces)
 {
     std::string line = times(30000, "ab c ");
     EXPECT_EQ(line_of(line + ctrl('R') + "z" + ctrl('G') + ctrl('G') + "d\n"), line + "d");
+}
+
+// What is searched for stands at a random place of a random line, of every length around
+// those that are looked at together. The line found is the newest that has the pattern's
+// longest beginning that any line has.
+TEST(EditorMemory, SearchFindsWhatIsThere)
+{
+    static const char *const letters[] = {"a", "b", "c", "\u00e9", "\u65e5"};
+    std::mt19937 chance(1);
+    for (int round = 0; round < 60; round++) {
+        auto text = [&](size_t length, size_t of) {
+            std::string made;
+            for (size_t i = 0; i < length; i++)
+                made += letters[chance() % of];
+            return made;
+        };
+        size_t of = round % 2 == 0 ? 2 : 5;
+        std::vector<std::string> history;
+        for (size_t length = 1; length < 70; length++)
+            history.push_back(text(length, of));
+        std::shuffle(history.begin(), history.end(), chance);
+        std::string pattern = text(1 + chance() % 12, std::min<size_t>(of, 3));
+        std::string expected;
+        for (size_t length = 1; length <= pattern.size(); length++)
+            for (const std::string &line : history)
+                if (line.find(pattern.substr(0, length)) != std::string::npos)
+                    expected = line;
+        EXPECT_EQ(line_with_history(history, ctrl('R') + pattern + ctrl('E') + "\n"),
+                  expected)
+            << "pattern " << pattern;
+    }
 }
 
 TEST(EditorMemory, SearchPatternWithoutEnd)

@@ -110,3 +110,22 @@ def test_what_the_readme_names_is_there():
     named = re.findall(r"\]\(([^)]+)\)", text) + re.findall(r"^\| `([^`]+)`", text, re.M)
     assert named
     assert [name for name in named if not os.path.exists(os.path.join(ROOT, name))] == []
+
+
+def test_what_holds_the_patches_is_there():
+    """Each patch has its row, in which tests are named, also by how their names begin."""
+    rows = re.findall(r"^\| `(\d\d-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
+    patches = {name[:-len(".patch")] for name in os.listdir(os.path.join(ROOT, "lineedit/patches"))}
+    assert {patch for patch, _ in rows} == patches
+    tests = os.path.join(ROOT, "tests")
+    text = "\n".join(read(os.path.join(tests, name)) for name in os.listdir(tests)
+                     if name.endswith((".cpp", ".py")))
+    for patch, held_by in rows:
+        names = re.findall("`([^`]+)`", held_by)
+        assert names or held_by in ("see below", "the fuzzer's corpus"), patch
+        for name in names:
+            if name.startswith("tests/"):
+                assert os.path.exists(os.path.join(ROOT, name)), (patch, name)
+            else:
+                there = r"\b%s\b" % name if name[-1] != "…" else r"\b" + name[:-1]
+                assert re.search(there, text), (patch, name)

@@ -18,13 +18,11 @@
 #include <sys/select.h>
 #include <sys/syscall.h>
 #include <errno.h>
-#include <limits.h>
 #include <pthread.h>
 #include <stdio_ext.h>
 #include <stdlib.h>
 #include <string.h>
 #include <termios.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "el.h"
@@ -71,7 +69,8 @@ static char *volatile sig_late;		/* a line that a jump may still abandon */
 /*
  * How long rl_select() waits. The kernel reads it on entry, so that a handler that
  * has set it to nothing is never too early: select()'s own argument would be
- * converted before the call, and a note left in between would wait for a key.
+ * converted before the call, and a note left in between would wait for a key. When
+ * the wait is over, the kernel leaves here what was left of it.
  */
 static volatile struct {
 	long	 sec;
@@ -81,7 +80,9 @@ static volatile struct {
 static volatile sig_atomic_t sig_waits;	/* this read waits in rl_select() */
 static int sig_hurry;		/* keys come faster than they are read */
 
-/* a wait that ends sooner than this, in ns, was none */
+/* a wait is as good as without limit, in s */
+#define	SIG_WAIT	1000000000L
+/* one that ends sooner than this, in ns, was none */
 #define	SIG_HURRY	4000
 
 static void	sig_handler(int, siginfo_t *, void *);
@@ -423,10 +424,9 @@ sig_hurries(void)
 static int
 sig_select(int nfds, fd_set *set)
 {
-	struct timespec from, to;
 	int n;
 
-	sig_until.sec = LONG_MAX;
+	sig_until.sec = SIG_WAIT;
 	sig_until.nsec = 0;
 	rl_signal_level = 2;
 	if (sig_noted) {
@@ -435,12 +435,11 @@ sig_select(int nfds, fd_set *set)
 		errno = EINTR;
 		return -1;
 	}
-	(void)clock_gettime(CLOCK_MONOTONIC, &from);
 	n = (int)syscall(SYS_pselect6, nfds, set, NULL, NULL, &sig_until, NULL);
 	rl_signal_level = 0;
-	(void)clock_gettime(CLOCK_MONOTONIC, &to);
-	sig_hurry = to.tv_sec == from.tv_sec &&
-	    to.tv_nsec - from.tv_nsec < SIG_HURRY;
+	sig_hurry = sig_until.sec == SIG_WAIT ||
+	    (sig_until.sec == SIG_WAIT - 1 &&
+	     sig_until.nsec > 1000000000L - SIG_HURRY);
 	return n;
 }
 
