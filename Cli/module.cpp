@@ -163,5 +163,7 @@ PyInit_Keyline()
     if (module == nullptr)
         return nullptr;
     hist_init_context();
+    // The process may end while another thread than the main one reads.
+    static_cast<void>(Py_AtExit(rl_give_back_terminal));
     return module;
 }

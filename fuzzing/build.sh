@@ -1,10 +1,12 @@
 #!/bin/bash
-# Builds the fuzzer of the editor with the module's parts:  fuzzing/build.sh OUTDIR
+# Builds the fuzzers:  fuzzing/build.sh OUTDIR
 #
-# Puts OUTDIR/keys_fuzz there, over the editor's flavour `fuzz` in OUTDIR/editor. Needs
-# clang with libFuzzer. Run it as
+# OUTDIR/keys_fuzz is that of the editor with the module's parts, over the editor's flavour
+# `fuzz` in OUTDIR/editor; OUTDIR/watch_fuzz that of the log watch library. Needs clang with
+# libFuzzer. Run them as
 #   OUTDIR/keys_fuzz -dict=fuzzing/keys.dict -max_len=600 -timeout=20 -close_fd_mask=3 CORPUS
-# KEYS_FUZZ_PRINT=1 tells the keys and events of an input.
+#   OUTDIR/watch_fuzz -max_len=300 -timeout=20 CORPUS
+# KEYS_FUZZ_PRINT=1 tells the keys and events of an input, WATCH_FUZZ_PRINT=1 the operations.
 
 set -euo pipefail
 [ $# -eq 1 ] || { echo "usage: fuzzing/build.sh OUTDIR" >&2; exit 1; }
@@ -12,11 +14,16 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 mkdir -p "$1"
 out=$(cd "$1" && pwd)
+
+sanitizers=(-g -O2 "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=undefined
+    -fno-omit-frame-pointer -Wall -Wextra -Wshadow)
+
+clang++ -std=c++17 "${sanitizers[@]}" -D_GNU_SOURCE \
+    "$here"/watch_{fuzz,model}.cpp "$here"/../vantor/*.cpp -o "$out/watch_fuzz"
+
 "$here/../lineedit/build.sh" fuzz "$out/editor"
 editor=$out/editor/fuzz
-
-flags=(-g -O2 "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=undefined
-    -fno-omit-frame-pointer -Wall -Wextra -Wshadow -I"$editor/include")
+flags=("${sanitizers[@]}" -I"$editor/include")
 
 # What must hold is asked inside the editor, before its inner names are made local: some of
 # them are the module's, too.
@@ -25,6 +32,6 @@ clang "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
 ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/private/libedit.a"
 objcopy --localize-hidden "$out/editor.o"
 
-clang++ -std=c++17 "${flags[@]}" "$here"/*.cpp \
+clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,terminal_stub}.cpp \
     "$here"/../Cli/{history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
     -o "$out/keys_fuzz"

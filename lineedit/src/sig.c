@@ -181,6 +181,19 @@ sig_tty(EditLine *el)
 	(void)pthread_sigmask(SIG_SETMASK, &old, NULL);
 }
 
+/*
+ * For a process that ends in the midst of a read, on whatever thread: gives the
+ * terminal the settings that it had before. Nothing happens between two reads.
+ */
+void
+rl_give_back_terminal(void)
+{
+	EditLine *el = sig_el;
+
+	if (el != NULL)
+		sig_tty(el);
+}
+
 /* sig_call():
  *	Do what the disposition under ours says. May not return.
  */
