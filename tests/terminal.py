@@ -55,7 +55,7 @@ class Terminal:
     def __init__(self, setup, script, rows=24, columns=80, env=None, change_settings=None,
                  other=False, pipe=False):
         self.setup = setup
-        self.born = time.monotonic()
+        self.born = self.heard = time.monotonic()
         self.messages = collections.deque(maxlen=10)
         self.display = Display(rows, columns)
         self.other = Display(24, 80) if other else None
@@ -121,6 +121,7 @@ class Terminal:
         except OSError:  # a terminal whose other side is closed
             data = b""
         if data:
+            self.heard = time.monotonic()
             self.sources[fd](data)
         else:
             del self.sources[fd]
@@ -155,11 +156,13 @@ class Terminal:
     def wait(self, what, ready, outlived=False):
         """Waits until ready() answers something true, and answers that.
 
-        The child's end ends the wait too, unless something outlives it.
+        The child's end ends the wait too, unless something outlives it. A child that is
+        heard of has ten times as long: how much it does in a time is not what is tested.
         """
         __tracebackhide__ = True
-        limit = time.monotonic() + DEADLINE
+        begun = time.monotonic()
         while True:
+            limit = min(max(begun, self.heard) + DEADLINE, begun + 10 * DEADLINE)
             over = self.status is not None and not outlived or time.monotonic() > limit
             if any(name == "changed" for name, value in self.facts):
                 raise self._story("terminal and signals as the read found them")
@@ -191,6 +194,7 @@ class Terminal:
             if select.select([], [fd], [], 0.01)[1]:
                 try:
                     data = data[os.write(fd, data[:size]):]
+                    limit = time.monotonic() + DEADLINE
                 except BlockingIOError:
                     pass
                 time.sleep(pause)  # part of the input
