@@ -33,5 +33,5 @@ ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/priv
 objcopy --localize-hidden "$out/editor.o"
 
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,terminal_stub}.cpp \
-    "$here"/../Cli/{history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
+    "$here"/../Cli/{base,history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
     -o "$out/keys_fuzz"

@@ -33,12 +33,33 @@ def pytest_addoption(parser):
                      help="where the built module lies; default build/<version>")
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
+    parser.addoption("--valgrind", action="store_true",
+                     help="run the children under memcheck; KEYLINE_TEST_DEADLINE=300 gives"
+                     " them the time for it")
+
+
+# What the children then run as. Python takes each piece of its memory from the C library, so
+# that memcheck knows it.
+VALGRIND = """#!/bin/sh
+export PYTHONMALLOC=malloc
+exec valgrind -q --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite \\
+    --num-callers=30 --suppressions=%s --log-file=%s/report.%%p %s "$@"
+"""
+
+
+def under_valgrind(interpreter, logs):
+    """The path of a program that runs the interpreter under memcheck."""
+    path = os.path.join(logs, "interpreter")
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(VALGRIND % (os.path.join(HERE, "valgrind.supp"), logs, interpreter))
+    os.chmod(path, 0o755)
+    return path
 
 
 class Setup:
     """The interpreter and the module under test."""
 
-    def __init__(self, interpreter, module_dir, sanitizer_logs):
+    def __init__(self, interpreter, module_dir, sanitizer_logs, under=False):
         self.interpreter = interpreter
         self.version = subprocess.run(
             [interpreter, "-c", "import sys; print('%d.%d' % sys.version_info[:2])"],
@@ -46,6 +67,9 @@ class Setup:
         self.module_dir = os.path.abspath(
             module_dir or os.path.join(os.path.dirname(HERE), "build", self.version))
         self.sanitizer_logs = sanitizer_logs
+        self.under_valgrind = under
+        if under:
+            self.interpreter = under_valgrind(interpreter, sanitizer_logs)
 
     def module(self):
         """The path of the shared object."""
@@ -54,7 +78,7 @@ class Setup:
         return found[0]
 
     def sanitizer_environment(self):
-        if not self.sanitizer_logs:
+        if not self.sanitizer_logs or self.under_valgrind:
             return {name: os.environ[name] for name in SANITIZER if name in os.environ}
         library = subprocess.run(["gcc", "-print-file-name=libasan.so"], check=True,
                                  capture_output=True, text=True).stdout.strip()
@@ -74,15 +98,16 @@ class Setup:
             with open(path, encoding="utf-8", errors="replace") as file:
                 texts.append(file.read())
             os.unlink(path)
-        return texts
+        return [text for text in texts if text]  # memcheck leaves an empty one for no error
 
 
 @pytest.fixture(scope="session")
 def setup(request, tmp_path_factory):
     sanitized = request.config.getoption("--sanitized")
-    logs = str(tmp_path_factory.mktemp("sanitizer")) if sanitized else None
+    valgrind = request.config.getoption("--valgrind")
+    logs = str(tmp_path_factory.mktemp("sanitizer")) if sanitized or valgrind else None
     return Setup(request.config.getoption("--interpreter"),
-                 request.config.getoption("--module-dir"), logs)
+                 request.config.getoption("--module-dir"), logs, valgrind)
 
 
 @pytest.hookimpl(hookwrapper=True)
