@@ -244,7 +244,10 @@ def test_long_life(start, setup):
     if not setup.sanitizer_logs:
         assert lost["bytes"] <= LOST * COUNTS["reset"]
         allowed = SLACK + KEPT * COUNTS["reset"]
-        assert late[0] - early[0] <= allowed and late[1] - early[1] <= allowed, (early, late)
+        # The heap takes pages in steps, which weigh more in a short run.
+        pages = 0 if WHOLE else 3 * SLACK
+        assert late[0] - early[0] <= allowed, (early, late)
+        assert late[1] - early[1] <= allowed + pages, (early, late)
     assert late[2] == early[2], "descriptors"
     child.go("end")
     child.expect_end()

@@ -1,4 +1,5 @@
 """The examples of the manual are run, and do what the text around them says."""
+import contextlib
 import glob
 import os
 import re
@@ -237,7 +238,10 @@ def watched(process):
     limit = time.monotonic() + DEADLINE
     path = "/proc/%d/fd" % process.pid
     while time.monotonic() < limit:
-        links = [os.readlink(link) for link in glob.glob(path + "/*")]
+        links = []
+        for link in glob.glob(path + "/*"):
+            with contextlib.suppress(FileNotFoundError):  # it is closed again
+                links.append(os.readlink(link))
         with open("/proc/%d/stat" % process.pid, encoding="utf-8") as file:
             sleeps = file.read().rpartition(")")[2].split()[0] == "S"
         if sleeps and any("inotify" in link for link in links):
