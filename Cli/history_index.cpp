@@ -145,7 +145,7 @@ hist_index_drop()
 {
     free(hist_index.tags);
     free(hist_index.heads);
-    hist_index = {false, nullptr, 0, nullptr, nullptr};
+    hist_index = {false, 0, nullptr, nullptr};
     shown_to = nullptr;
 }
 
@@ -154,15 +154,16 @@ hist_index_add(HistoryEntry *entry)
 {
     if (hist_ctx.event_count == 0) {
         hist_index.in_use = true;
-        hist_index.only_mode = entry->mode;
+        return;
     }
-    if (!hist_index.in_use)
+    // Without rings all lines are of one mode: the newest line's.
+    bool rings = hist_index.capacity != 0;
+    const HistoryMode *newest = static_cast<HistoryEntry *>(hist_ctx.list.next)->mode;
+    if (!hist_index.in_use || (!rings && entry->mode == newest))
         return;
     uint32_t number = number_of(entry);
-    if (hist_index.capacity == 0 && entry->mode == hist_index.only_mode)
-        return;
     // The store does without its side table rather than end the process.
-    if (hist_index.capacity == 0 ? build(number) : make_room(number))
+    if (rings ? make_room(number) : build(number))
         put(entry);
     else
         hist_index_drop();

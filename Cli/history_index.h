@@ -17,8 +17,7 @@
 constexpr uint32_t hist_index_block = 16;
 
 struct HistoryIndex {
-    bool in_use;
-    const HistoryMode *only_mode; // borrowed: that of all lines; while there are no rings
+    bool in_use;          // else walks do without it
     uint32_t capacity;    // numbers that the rings hold, a power of two; 0 without rings
     uint16_t *tags;       // owned; slot of a number: its remainder by the capacity
     HistoryEntry **heads; // owned array of borrowed entries, null where a block is empty

@@ -15,6 +15,7 @@
 
 #include "../Cli/history.h"
 #include "../lineedit/lineedit.h"
+#include "input.h"
 #include "keys_tables.h"
 #include "module_part.h"
 #include "terminal_stub.h"
@@ -35,8 +36,6 @@ __asan_default_options()
 
 // ---- the input ----
 
-static const uint8_t *input;
-static size_t input_left;
 static bool waits;          // whether this session looks for signals before every key
 static std::string pending; // keys that an event stands for
 static size_t pending_next;
@@ -46,22 +45,6 @@ static long work_left;       // of the session, which ends when its keys have co
 static bool printed = false; // whether to tell what is done, to read a finding
 
 static const long work_at_most = 2500;
-
-static unsigned
-take()
-{
-    if (input_left == 0)
-        return 0;
-    input_left--;
-    return *input++;
-}
-
-template <typename T, size_t N>
-static const T &
-choose(const T (&from)[N])
-{
-    return from[take() % N];
-}
 
 // A text of the list, or one longer than the editor's first buffers.
 static std::string

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "../vantor/vantor.h"
+#include "input.h"
 #include "watch_model.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
@@ -61,8 +62,6 @@ struct Watch {
     sigjmp_buf landing;
 };
 
-static const uint8_t *input;
-static size_t input_left;
 static std::string root;
 static Model *model; // null once the session left what it knows
 static Watch watches[watches_max];
@@ -84,22 +83,6 @@ broken(const char *what, const Watch *watch)
 {
     fprintf(stderr, "does not hold: %s (%s)\n", what, watch ? watch->path.c_str() : "");
     abort();
-}
-
-static unsigned
-take()
-{
-    if (input_left == 0)
-        return 0;
-    input_left--;
-    return *input++;
-}
-
-template <typename T, size_t N>
-static const T &
-choose(const T (&from)[N])
-{
-    return from[take() % N];
 }
 
 static std::string

@@ -159,9 +159,9 @@ def mounts():
 
 
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what a sanitizer, which needs all addresses, or this user has no way to do."""
+    """Leaves out what is nothing for a sanitizer, and what this user has no way to do."""
     left_out = [item for item in items
-                if config.getoption("--sanitized") and item.get_closest_marker("all_addresses")]
+                if config.getoption("--sanitized") and item.get_closest_marker("plain_only")]
     needing = [item for item in items if "small_disk" in getattr(item, "fixturenames", ())]
     if needing and not mounts():
         left_out += needing

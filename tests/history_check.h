@@ -115,7 +115,7 @@ index_holds()
         if (hist_index.tags != nullptr || hist_index.heads != nullptr)
             return broken("rings without capacity");
         for (HistoryEntry *entry : entries())
-            if (hist_index.in_use && entry->mode != hist_index.only_mode)
+            if (hist_index.in_use && entry->mode != entries().front()->mode)
                 return broken("a second mode without rings");
         return ::testing::AssertionSuccess();
     }

@@ -280,7 +280,7 @@ def test_log_on_a_full_file_system(start, small_disk):
 
 # Memory
 
-@pytest.mark.all_addresses  # a sanitizer needs them for itself
+@pytest.mark.plain_only("a sanitizer needs all the addresses there are")
 @pytest.mark.parametrize("first", [False, True], ids=["without an editor", "with an editor"])
 @pytest.mark.parametrize("room", [0, 64, 256, 1024])
 def test_little_memory(start, first, room):

@@ -11,8 +11,8 @@ now and then malloc gives 16 more for one of them.
 The child finds these streams in the C library's list, and puts them away without their files.
 
 The terminal library keeps eight bytes, 32 with what malloc adds, when it looks a terminal's
-description up into a buffer at another address than before; each set-up may do that. Of
-10,000 resets some 3,700 did. This is allowed for, and nothing else.
+description up into a buffer at another address than before; each set-up may do that. This is
+allowed for, and nothing else.
 
 KEYLINE_LIFE=full asks for the whole. By default it is a hundredth, and the first half of
 that is what the process gets warm in.

@@ -138,10 +138,9 @@ def test_at_every_call(laboratory, act):
 # Not where the log library runs, which holds back all signals, the steps' own too.
 @pytest.mark.parametrize("act", ["line", "short_completion", "short_recall", "short_simple",
                                  "edited"])
-def test_at_every_instruction(laboratory, setup, act):
+@pytest.mark.plain_only("nine of ten instructions would be the sanitizer's")
+def test_at_every_instruction(laboratory, act):
     """Of the module and its editor: each one that the read comes to, the first time."""
-    if setup.sanitizer_logs:
-        pytest.skip("there are ten times as many instructions, and none is the module's own")
     sent = FEW
     if FULL:
         sent = FEW + ["INT:python:other", "TSTP:python:other", "HUP:python:own",
