@@ -10,10 +10,6 @@ library of Debian 12: 480 for each stream, 1,040 for the buffer of the one that 
 now and then malloc gives 16 more for one of them.
 The child finds these streams in the C library's list, and puts them away without their files.
 
-The terminal library keeps eight bytes, 32 with what malloc adds, when it looks a terminal's
-description up into a buffer at another address than before; each set-up may do that. This is
-allowed for, and nothing else.
-
 KEYLINE_LIFE=full asks for the whole. By default it is a hundredth, and the first half of
 that is what the process gets warm in.
 """
@@ -27,7 +23,6 @@ WARM = {kind: count // (100 if WHOLE else 2) for kind, count in COUNTS.items()}
 BURST = 40  # lines that are typed at once, at most
 SLACK = 64 * 1024
 LOST = 2048  # bytes for each reset, at most
-KEPT = 32  # by the terminal library, for each set-up, at most
 
 # Run on both sides, so that the child knows what it is about to be given. Of the generator
 # only what gives the same numbers in every version is used.
@@ -243,11 +238,10 @@ def test_long_life(start, setup):
     # A sanitizer has its own account, and reports leaks itself.
     if not setup.sanitizer_logs:
         assert lost["bytes"] <= LOST * COUNTS["reset"]
-        allowed = SLACK + KEPT * COUNTS["reset"]
         # The heap takes pages in steps, which weigh more in a short run.
         pages = 0 if WHOLE else 3 * SLACK
-        assert late[0] - early[0] <= allowed, (early, late)
-        assert late[1] - early[1] <= allowed + pages, (early, late)
+        assert late[0] - early[0] <= SLACK, (early, late)
+        assert late[1] - early[1] <= SLACK + pages, (early, late)
     assert late[2] == early[2], "descriptors"
     child.go("end")
     child.expect_end()
