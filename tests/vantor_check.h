@@ -123,6 +123,16 @@ class Watch : public testing::Test
         ASSERT_NE(handle, nullptr) << name << ": " << strerror(errno);
     }
 
+    // Opens in vain, and checks the reason and that no descriptor is left.
+    static void expect_error(const char *name, int error, vantor_callback callback = take)
+    {
+        int descriptors = open_descriptors();
+        errno = 0;
+        EXPECT_EQ(vantor_open(name, callback, nullptr), nullptr) << name;
+        EXPECT_EQ(errno, error) << strerror(errno);
+        EXPECT_EQ(open_descriptors(), descriptors);
+    }
+
     static void take(int first, void *context, int second)
     {
         Watch *watch = static_cast<Watch *>(context);

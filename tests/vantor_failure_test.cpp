@@ -33,16 +33,6 @@ ignore_news(int, void *, int)
 
 class Failure : public Watch
 {
-  protected:
-    // Opens in vain, and checks the reason and that no descriptor is left.
-    void expect_error(const char *name, int error, vantor_callback callback = ignore_news)
-    {
-        int descriptors = open_descriptors();
-        errno = 0;
-        EXPECT_EQ(vantor_open(name, callback, nullptr), nullptr) << name;
-        EXPECT_EQ(errno, error) << strerror(errno);
-        EXPECT_EQ(open_descriptors(), descriptors);
-    }
 };
 
 TEST_F(Failure, NamesThatLeadToNoFile)
@@ -60,6 +50,16 @@ TEST_F(Failure, NamesThatLeadToNoFile)
     expect_error((dir + "/loop").c_str(), ELOOP);
     make_link("none", dir + "/dangling");
     expect_error((dir + "/dangling").c_str(), ENOENT);
+}
+
+TEST_F(Failure, RelativeNameInADirectoryThatIsGone)
+{
+    std::string inner = dir + "/inner";
+    make_directory(inner);
+    expect_in_child([inner] {
+        return chdir(inner.c_str()) == 0 && remove(inner.c_str()) == 0 &&
+               !vantor_open("log", ignore_news, nullptr) && errno == ENOENT;
+    });
 }
 
 TEST_F(Failure, NoNameOrCallback)

@@ -308,6 +308,24 @@ TEST_F(Watch, LinkToADirectoryPutOnAnotherTarget)
     EXPECT_EQ(news(), "three\n");
 }
 
+TEST_F(Watch, FileThatCameInPlaceOfADirectoryIsNotTold)
+{
+    make_directory(dir + "/a");
+    put(dir + "/a/log", "old\n");
+    make_link("a", dir + "/now");
+    start(dir + "/now/log");
+    make_link("a/gone", dir + "/next");
+    move(dir + "/next", dir + "/now");
+    EXPECT_EQ(news(), "");
+    put(dir + "/a/gone", "another's\n");
+    EXPECT_EQ(news(), "");
+    make_link("a", dir + "/next");
+    move(dir + "/next", dir + "/now");
+    EXPECT_EQ(news(), "") << "it never was at the path";
+    put(dir + "/a/log", "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
 TEST_F(Watch, LinkThatLeadsNowhereForATime)
 {
     make_directory(dir + "/a");

@@ -77,7 +77,7 @@ name_taken(Arrivals *arrivals, const char *name, uint32_t cookie)
 }
 
 static bool
-name_given(Arrivals *arrivals, const char *base, const inotify_event *event)
+name_given(Arrivals *arrivals, bool at_path, const inotify_event *event)
 {
     bool known = forget_name(arrivals, event->name);
     Arrival *moved =
@@ -87,22 +87,22 @@ name_given(Arrivals *arrivals, const char *base, const inotify_event *event)
         moved->cookie = 0;
         return true;
     }
-    if (strcmp(event->name, base) == 0)
-        add(arrivals, base);
+    if (at_path)
+        add(arrivals, event->name);
     return known;
 }
 
 bool
-arrivals_event(Arrivals *arrivals, const char *base, const inotify_event *event)
+arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event)
 {
     bool known = false;
     if (event->mask & (IN_CREATE | IN_MOVED_TO))
-        known = name_given(arrivals, base, event);
+        known = name_given(arrivals, at_path, event);
     else if (event->mask & IN_MOVED_FROM)
         known = name_taken(arrivals, event->name, event->cookie);
     else if (event->mask & IN_DELETE)
         known = forget_name(arrivals, event->name);
-    return known || strcmp(event->name, base) == 0;
+    return known;
 }
 
 void

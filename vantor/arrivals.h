@@ -20,9 +20,9 @@ struct Arrivals {
     size_t room;
 };
 
-// Takes in one event of an entry of the directory; `base` is the name of the path in it.
-// True when it concerns the path or one of the files kept here.
-bool arrivals_event(Arrivals *arrivals, const char *base, const inotify_event *event);
+// Takes in one event of an entry of the directory, which is that of the path or another.
+// True when it concerns one of the files kept here.
+bool arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event);
 
 // Drops the files that were opened or have left the directory, or all.
 void arrivals_drop_opened(Arrivals *arrivals);

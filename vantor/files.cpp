@@ -21,16 +21,13 @@ files_remove(vantor_handle *handle, int index)
             static_cast<size_t>(handle->count - index) * sizeof(Follow));
 }
 
-// The index of the followed file that stands at a place, or -1.
+// The index of the followed file that is this one, or -1.
 static int
-find_file(const vantor_handle *handle, const char *place)
+find_file(const vantor_handle *handle, const struct stat *status)
 {
-    struct stat status;
-    if (lstat(place, &status) == -1)
-        return -1;
     for (int i = 0; i < handle->count; ++i) {
         const Follow *follow = handle->files + i;
-        if (follow->device == status.st_dev && follow->inode == status.st_ino)
+        if (follow->device == status->st_dev && follow->inode == status->st_ino)
             return i;
     }
     return -1;
@@ -42,9 +39,11 @@ static int
 take_file(vantor_handle *handle, const char *name, bool at_end)
 {
     char place[PATH_MAX];
-    if (route_place(&handle->route, name, place) == -1)
+    struct stat status;
+    // Without this look a file could be followed twice.
+    if (route_place(&handle->route, name, place) == -1 || lstat(place, &status) == -1)
         return -1;
-    int index = find_file(handle, place);
+    int index = find_file(handle, &status);
     if (index >= 0)
         return index;
     if (handle->count == files_max) {
@@ -77,8 +76,22 @@ is_shortage(int error)
            error == ENOMEM;
 }
 
+// Whether another look at the path itself may find more, although nothing tells of it.
+static bool
+may_pass(int error)
+{
+    return is_shortage(error) || error == EIO || error == EAGAIN;
+}
+
+// Whether the way to the path changed underfoot in every walk along it.
+static bool
+has_changed(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == EINVAL;
+}
+
 // Follows what came to the path since the last look, in order, the file that is there now
-// as the last. Returns 0, or -1 with errno set when a shortage stopped it.
+// as the last. Returns 0, or -1 with errno set when it has to be tried again.
 static int
 find_files(vantor_handle *handle)
 {
@@ -87,7 +100,7 @@ find_files(vantor_handle *handle)
     if (handle->route.entries != entries)
         arrivals_clear(&handle->arrivals);
     if (result == -1)
-        return is_shortage(errno) ? -1 : 0;
+        return may_pass(errno) || has_changed(errno) ? -1 : 0;
     if (!handle->route.whole)
         return 0;
     for (size_t i = 0; i < handle->arrivals.count; ++i) {
@@ -101,7 +114,7 @@ find_files(vantor_handle *handle)
     int index = take_file(handle, handle->route.name, false);
     if (index >= 0)
         make_newest(handle, index);
-    return index == -1 && is_shortage(errno) ? -1 : 0;
+    return index == -1 && may_pass(errno) ? -1 : 0;
 }
 
 // Before another look: which file is which is uncertain when names changed meanwhile. Those
@@ -133,7 +146,10 @@ take_event(vantor_handle *handle, const inotify_event *event)
         if (event->mask & (IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT))
             handle->moved = true;
     } else if (event->wd == handle->route.entries) {
-        if (arrivals_event(&handle->arrivals, handle->route.name, event))
+        bool awaited = strcmp(event->name, handle->route.name) == 0;
+        // What comes where a directory is looked for is none of the path's files.
+        bool at_path = awaited && handle->route.whole;
+        if (arrivals_event(&handle->arrivals, at_path, event) || awaited)
             handle->moved = true;
     }
 }
@@ -191,7 +207,7 @@ files_settle(vantor_handle *handle)
     for (int i = 0; i < handle->count; ++i)
         handle->files[i].settled = true;
     arrivals_drop_opened(&handle->arrivals);
-    handle->moved = result == -1; // a shortage: again with the next event
+    handle->moved = result == -1; // again with the next event, or behind the next wait
     return result == -1 && errno == EBUSY;
 }
 

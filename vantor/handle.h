@@ -18,8 +18,8 @@ struct vantor_handle {
     char path[PATH_MAX]; // absolute
     // Owned descriptors.
     int inotify;
-    int always; // readable for ever
-    int text;   // holds the news being told
+    int more; // readable from when it is waited on until the next look
+    int text; // holds the news being told
     // The way to the file, and what came along it.
     Route route;
     Arrivals arrivals;
@@ -27,6 +27,7 @@ struct vantor_handle {
     int count;               // of files
     bool moved;              // the path may lead elsewhere than when last looked
     bool pending;            // there is more to do than events say
+    bool waiting;            // the descriptor was asked for since the last look
     // The news.
     int telling;         // index of the file whose news the callback has, -1 for none
     size_t telling_size; // bytes of it

@@ -60,8 +60,9 @@ vantor_handle *vantor_open(const char *filename, vantor_callback callback, void 
 void vantor_close(vantor_handle *handle);
 
 // The descriptor to wait on, for select or poll: readable when vantor_process_event is to
-// be called. It changes while more text waits than one call told, so ask before every wait.
-// Never close or read it. Negative for NULL.
+// be called. It changes while more text waits than one call told, and behind a wait when a
+// look at the path failed before it, so ask before every wait. Never close or read it.
+// Negative for NULL.
 int vantor_inotify_fd(vantor_handle *handle);
 
 // Takes in all that has happened to the file and calls the callback at most once, on this

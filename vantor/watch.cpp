@@ -113,8 +113,8 @@ open_descriptors(vantor_handle *handle)
     handle->inotify = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
     if (handle->inotify == -1)
         return -1;
-    handle->always = eventfd(1, EFD_NONBLOCK | EFD_CLOEXEC);
-    if (handle->always == -1)
+    handle->more = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+    if (handle->more == -1)
         return -1;
     handle->text = memfd_create("vantor", MFD_CLOEXEC);
     return handle->text == -1 ? -1 : 0;
@@ -137,7 +137,7 @@ vantor_open(const char *filename, vantor_callback callback, void *context)
     handle->callback = callback;
     handle->context = context;
     handle->telling = -1;
-    handle->inotify = handle->always = handle->text = -1;
+    handle->inotify = handle->more = handle->text = -1;
     route_init(&handle->route);
     if (make_absolute(filename, handle->path) == -1 || open_descriptors(handle) == -1 ||
         files_start(handle) == -1) {
@@ -158,7 +158,7 @@ vantor_close(vantor_handle *handle)
         running = nullptr;
     for (int i = 0; i < handle->count; ++i)
         close(handle->files[i].file);
-    const int descriptors[] = {handle->inotify, handle->always, handle->text};
+    const int descriptors[] = {handle->inotify, handle->more, handle->text};
     for (int descriptor : descriptors) {
         if (descriptor >= 0)
             close(descriptor);
@@ -172,7 +172,14 @@ vantor_inotify_fd(vantor_handle *handle)
 {
     if (!handle)
         return -1;
-    return handle->pending ? handle->always : handle->inotify;
+    // A look that failed is taken up again behind the next wait, whatever ended that: there
+    // may be no event for it. Not before: it may fail for long.
+    bool again = handle->moved && handle->waiting;
+    handle->waiting = true;
+    if (!handle->pending && !again)
+        return handle->inotify;
+    eventfd_write(handle->more, 1);
+    return handle->more;
 }
 
 int
@@ -187,6 +194,10 @@ vantor_process_event(vantor_handle *handle)
     sigfillset(&all);
     pthread_sigmask(SIG_SETMASK, &all, &before);
     end_left_callback(handle);
+    handle->waiting = false;
+    // Not readable any longer than it is waited on: a reader may keep it in its set.
+    eventfd_t asked;
+    eventfd_read(handle->more, &asked);
     int result = files_take_events(handle);
     bool unsettled = files_settle(handle);
     bool more = false;

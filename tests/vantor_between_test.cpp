@@ -1,0 +1,227 @@
+// The log watch library when names change in the middle of its look at them. What it looks
+// with is hooked, so that a test can say between which two steps something happens.
+#include "vantor_check.h"
+
+#include <algorithm>
+#include <sys/inotify.h>
+#include <sys/syscall.h>
+
+// Called before a look at a place, or before a watch is put on it; neither within the
+// other.
+static std::function<void(const std::string &)> before_look;
+static std::function<void(const std::string &, uint32_t)> before_watch;
+static bool in_hook;
+
+extern "C" int
+lstat(const char *name, struct stat *status) noexcept
+{
+    if (before_look && !in_hook) {
+        in_hook = true;
+        before_look(name);
+        in_hook = false;
+    }
+    return fstatat(AT_FDCWD, name, status, AT_SYMLINK_NOFOLLOW);
+}
+
+extern "C" int
+inotify_add_watch(int inotify, const char *name, uint32_t mask) noexcept
+{
+    if (before_watch && !in_hook) {
+        in_hook = true;
+        before_watch(name, mask);
+        in_hook = false;
+    }
+    return static_cast<int>(syscall(SYS_inotify_add_watch, inotify, name, mask));
+}
+
+class Between : public Watch
+{
+  protected:
+    void TearDown() override
+    {
+        before_look = nullptr;
+        before_watch = nullptr;
+        Watch::TearDown();
+    }
+
+    // Another file is put in the place of the log.
+    void exchange(const std::string &old_name, const std::string &contents)
+    {
+        move(path, old_name);
+        put(path, contents);
+    }
+
+    // From now on the log is exchanged so many times, each between its opening and the
+    // watch that is put on it; each new file holds its number.
+    void exchange_when_watched(int times)
+    {
+        before_watch = [this, times, done = 0](const std::string &name,
+                                               uint32_t mask) mutable {
+            if (name != path || !(mask & IN_MODIFY) || done == times)
+                return;
+            ++done;
+            exchange(path + "." + std::to_string(done), std::to_string(done) + "\n");
+        };
+    }
+};
+
+// ---- the file ----
+
+TEST_F(Between, ExchangedWhileItIsOpened)
+{
+    exchange_when_watched(1);
+    start(path);
+    put(path + ".1", "to the old one\n");
+    EXPECT_EQ(news(), "") << "the new file is followed from its end";
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+TEST_F(Between, ExchangedEachTimeItIsOpened)
+{
+    exchange_when_watched(100);
+    expect_error(path.c_str(), ENOENT);
+}
+
+// A look opens the log twice, as what came to the path and as what is there now. The call
+// gives up looking, and the next one goes on.
+TEST_F(Between, ExchangedInEachLook)
+{
+    start(path);
+    exchange(path + ".0", "0\n");
+    exchange_when_watched(15);
+    process();
+    EXPECT_EQ(text, "") << "the order is not certain yet";
+    ASSERT_TRUE(readable());
+    EXPECT_EQ(news(), "0\n1\n2\n3\n4\n5\n6\n7\n8\n9\n10\n11\n12\n13\n14\n15\n");
+    put(path, "more\n");
+    EXPECT_EQ(news(), "more\n");
+}
+
+// The file has lost its name before its place in the order was certain, but was opened.
+TEST_F(Between, DeletedOnceItWasOpened)
+{
+    start(path);
+    exchange(path + ".1", "came and went\n");
+    exchange(path + ".2", "last\n");
+    before_watch = [this](const std::string &name, uint32_t mask) {
+        if (name == path && mask & IN_MODIFY)
+            remove((path + ".2").c_str());
+    };
+    EXPECT_EQ(news(), "came and went\nlast\n");
+}
+
+// ---- the way ----
+
+TEST_F(Between, LinkThatIsGoneWhenItIsRead)
+{
+    std::string link = dir + "/link";
+    make_link("log", link);
+    start(link);
+    put(dir + "/other", "other\n");
+    remove_path(link);
+    make_link("log", link);
+    int times = 0;
+    before_watch = [&](const std::string &name, uint32_t) {
+        if (name == link && times++ == 0)
+            remove_path(link);
+    };
+    put(path, "still\n");
+    EXPECT_EQ(news(), "still\n");
+    EXPECT_EQ(times, 1) << "the second walk met no link";
+    make_link("other", link);
+    EXPECT_EQ(news(), "other\n");
+}
+
+TEST_F(Between, LinkThatIsADirectoryWhenItIsRead)
+{
+    std::string link = dir + "/link";
+    make_directory(dir + "/real");
+    put(dir + "/real/log", "old\n");
+    make_link("real", link);
+    before_watch = [&](const std::string &name, uint32_t) {
+        if (name == link && remove(link.c_str()) == 0) {
+            make_directory(link);
+            put(link + "/log", "older\n");
+            before_watch = nullptr;
+        }
+    };
+    start(link + "/log");
+    put(dir + "/real/log", "to the old one\n");
+    EXPECT_EQ(news(), "");
+    put(link + "/log", "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+TEST_F(Between, DirectoryThatIsAFileWhenItIsWatched)
+{
+    std::string inner = dir + "/inner";
+    make_directory(inner);
+    put(inner + "/log", "old\n");
+    int times = 0;
+    before_watch = [&](const std::string &name, uint32_t mask) {
+        if (name == inner && mask & IN_CREATE && times++ == 0) {
+            move(inner, inner + ".1");
+            put(inner, "a file\n");
+        }
+    };
+    before_look = [&](const std::string &name) {
+        if (name == inner && times == 1 && remove(inner.c_str()) == 0)
+            move(inner + ".1", inner);
+    };
+    start(inner + "/log");
+    EXPECT_GT(times, 1) << "it is a directory again in the second walk";
+    put(inner + "/log", "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+TEST_F(Between, LinkThatIsNeverThereWhenItIsRead)
+{
+    std::string link = dir + "/link";
+    make_link("log", link);
+    int times = 0;
+    before_look = [&](const std::string &name) {
+        if (name == link && access(link.c_str(), F_OK) != 0)
+            make_link("log", link);
+    };
+    before_watch = [&](const std::string &name, uint32_t) {
+        if (name == link) {
+            remove_path(link);
+            ++times;
+        }
+    };
+    expect_error(link.c_str(), ENOENT);
+    EXPECT_GT(times, 1) << "it is tried more than once, and not for ever";
+}
+
+// However often the way changes underfoot, the look that finds it still is not the last.
+TEST_F(Between, LinkThatComesBackAfterManyWalks)
+{
+    std::string link = dir + "/link";
+    for (int limit : {1, 2, 15, 16, 17, 31, 32, 33, 48, 64, 100}) {
+        make_link("log", link);
+        start(link);
+        int times = 0;
+        before_look = [&](const std::string &name) {
+            if (name == link && times < limit && access(link.c_str(), F_OK) != 0)
+                make_link("log", link);
+        };
+        before_watch = [&](const std::string &name, uint32_t) {
+            if (name == link && times++ < limit)
+                remove_path(link);
+        };
+        remove_path(link);
+        EXPECT_EQ(news(), "");
+        EXPECT_GE(times, std::min(limit, 16));
+        before_look = nullptr;
+        before_watch = nullptr;
+        remove(link.c_str()); // it may be there
+        std::string other = "other." + std::to_string(limit);
+        put(dir + "/" + other, "new\n");
+        make_link(other, link);
+        EXPECT_EQ(news(), "new\n") << limit;
+        vantor_close(handle);
+        remove_path(link);
+    }
+    handle = nullptr;
+}

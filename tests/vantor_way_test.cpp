@@ -1,0 +1,114 @@
+// The log watch library on ways that are long, or lead back and forth.
+#include "vantor_check.h"
+
+#include <climits>
+
+// A directory in which a path has room for 10 to 210 bytes more.
+static std::string
+make_deep(std::string deep)
+{
+    while (deep.size() < PATH_MAX - 210) {
+        deep += "/" + std::string(200, 'd');
+        make_directory(deep);
+    }
+    return deep;
+}
+
+// "/" and "." are directories without a name in one.
+TEST_F(Watch, LinkPutOnADirectoryForATime)
+{
+    std::string link = dir + "/link";
+    make_link("log", link);
+    start(link);
+    for (const char *target : {"/", ".", "//./"}) {
+        remove_path(link);
+        make_link(target, link);
+        put(path, "one\n");
+        EXPECT_EQ(news(), "one\n") << "the old file is followed";
+        remove_path(link);
+        make_link("log", link);
+        put(path, "two\n");
+        EXPECT_EQ(news(), "two\n");
+    }
+    put(dir + "/other", "other\n");
+    remove_path(link);
+    make_link("other", link);
+    EXPECT_EQ(news(), "other\n");
+}
+
+TEST_F(Watch, DotsOnTheWay)
+{
+    start("/../.." + dir + "/./../" + dir.substr(dir.rfind('/') + 1) + "/log");
+    move(path, path + ".1");
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+// More directories than are watched: those beyond tell nothing, the file's own does.
+TEST_F(Watch, FileDeepBelow)
+{
+    std::string deep = dir;
+    for (int i = 0; i < 1000; ++i) {
+        deep += "/d";
+        make_directory(deep);
+    }
+    put(deep + "/log", "old\n");
+    start(deep + "/log");
+    put(deep + "/log", "one\n");
+    move(deep + "/log", deep + "/log.1");
+    put(deep + "/log", "two\n");
+    EXPECT_EQ(news(), "one\ntwo\n");
+    move(dir + "/d", dir + "/e");
+    make_directory(dir + "/d");
+    EXPECT_EQ(news(), "");
+    remove_path(dir + "/d");
+    move(dir + "/e", dir + "/d");
+    put(deep + "/log", "three\n");
+    EXPECT_EQ(news(), "three\n");
+}
+
+// A file that was rotated, before it was seen, to a name that makes its path too long is
+// lost; those before and behind it are not.
+TEST_F(Watch, RotatedToANameThatMakesThePathTooLong)
+{
+    std::string deep = make_deep(dir);
+    std::string name = deep + "/log";
+    put(name, "old\n");
+    start(name);
+    put(name, "one\n");
+    move(name, name + ".1");
+    put(name, "two\n");
+    int folder = open(deep.c_str(), O_PATH | O_CLOEXEC);
+    ASSERT_EQ(renameat(folder, "log", folder, std::string(250, 'l').c_str()), 0);
+    close(folder);
+    put(name, "three\n");
+    EXPECT_EQ(news(), "one\nthree\n");
+}
+
+// The kernel goes such ways one name at a time; the place at their end has too long a path.
+TEST_F(Watch, LinksThatLeadTooFar)
+{
+    make_directory(dir + "/inner");
+    put(dir + "/inner/log", "");
+    std::string detour;
+    while (detour.size() < PATH_MAX - 100)
+        detour += "./";
+    make_link(detour + "inner", dir + "/link");
+    std::string rest;
+    while (rest.size() < 200)
+        rest += "/.";
+    vantor_handle *opened = vantor_open((dir + "/link/log").c_str(), take, this);
+    EXPECT_NE(opened, nullptr) << strerror(errno);
+    vantor_close(opened);
+    ASSERT_EQ(access((dir + "/link" + rest + "/log").c_str(), R_OK), 0);
+    expect_error((dir + "/link" + rest + "/log").c_str(), ENAMETOOLONG);
+}
+
+TEST_F(Watch, PlaceWithTooLongAPath)
+{
+    std::string deep = make_deep(dir);
+    make_link(deep, dir + "/link");
+    std::string last(250, 'l');
+    put(dir + "/link/" + last, "");
+    expect_error((dir + "/link/" + last).c_str(), ENAMETOOLONG);
+}
