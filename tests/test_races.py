@@ -61,7 +61,7 @@ def is_python_interrupt(outcome, plain):
     """
     if outcome[0] == "behind the act":
         return outcome[1] in (plain, None)
-    return (outcome[:2] == ["through the act", "KeyboardInterrupt"]
+    return (outcome[0][:2] == ["through the act", "KeyboardInterrupt"]
             or ["raised", "KeyboardInterrupt", ""] in outcome
             or len(outcome) > 2 and outcome[0][0] == "raised"
             and outcome[0][2].startswith(LEFT_BY_THE_LOG_CALLABLE))

@@ -1,14 +1,15 @@
 """What a shell does with the module, in acts: small, repeatable, with a known outcome.
 
-An act answers a list with one entry for each call of the module that it makes. It sets up
-what it needs, so that it can follow any other, also one that went wrong.
+An act answers a list with one entry for each call of the module that it makes, and one that
+says what was told of a log. It sets up what it needs, so that it can follow any other, also
+one that went wrong.
 """
-import ctypes
 import os
 import sys
 import termios
 
 import between
+from calling import Log, bare_reset, do, read, simple_read
 
 LEVELS = ("loaded", "imported", "used")  # what the process has done before
 ACTS = {}
@@ -20,81 +21,6 @@ def act(level):
         function.level = level
         return function
     return add
-
-
-def do(function, *arguments):
-    """One call: its result, or what it raised."""
-    try:
-        return "gave", function(*arguments)
-    except BaseException as error:  # KeyboardInterrupt is among the ordinary outcomes
-        return "raised", type(error).__name__, str(error)
-
-
-def read(pieces, *arguments):
-    import Keyline
-
-    between.feed(pieces)
-    return do(Keyline.readline, "> ", *arguments)
-
-
-def simple_read(pieces):
-    import Keyline
-
-    between.feed(pieces)
-    return do(Keyline.simpleReadline, "> ")
-
-
-def bare_reset():
-    """A reset without a set-up before it, which drops references that were not taken.
-
-    Deliberate, and so they are given first: without them the streams would be gone soon.
-    """
-    import Keyline
-
-    for stream in (sys.stdin, sys.stdout):
-        ctypes.pythonapi.Py_IncRef(ctypes.py_object(stream))
-    return do(Keyline.resetInput)
-
-
-class Log:
-    """A followed log file, and what was told of it."""
-
-    def __init__(self, directory="log.d"):
-        import Keyline
-
-        self.module, self.told = Keyline, b""
-        os.makedirs(directory, exist_ok=True)
-        self.name = os.path.join(directory, "log")
-        self.put(b"old\n", os.O_TRUNC)
-        self.callback = self.news  # borrowed by the module, as long as the file is followed
-        self.opened = do(Keyline.loggingSyncEnabledIs, self.name, self.callback)
-        self.append()
-
-    def news(self, fd, size):
-        self.told += os.read(fd, size)
-        return 1
-
-    def put(self, text, flags=0):
-        fd = os.open(self.name, os.O_WRONLY | os.O_CREAT | os.O_APPEND | flags)
-        os.write(fd, text)
-        os.close(fd)
-
-    def append(self):
-        """Has the script's log text go to the file that is at the path now."""
-        if between.state.log >= 0:
-            os.close(between.state.log)
-        between.state.log = os.open(self.name, os.O_WRONLY | os.O_APPEND)
-
-    def close(self):
-        os.close(between.state.log)
-        between.state.log = -1
-        return [self.opened, self.told.decode(),
-                do(self.module.loggingSyncEnabledIs, self.name)]
-
-    def end(self):
-        """One more line, with which comes whatever waits for an event; then the end."""
-        self.append()
-        return [read([(between.LOG, b"end\n"), b"\r"])] + self.close()
 
 
 def fill():
@@ -164,8 +90,9 @@ def edited():
 
 @act("used")
 def long_line():
-    """Several rows, and more than the editor first has room for."""
-    return [read([b"0123456789" * 20] * 12 + [b"\r"])]
+    """Many rows. Twice more is typed than there is room for; the rest is put in from a cut."""
+    return [read([b"0123456789" * 10, b"\x01\x0b"] + [b"\x19"] * 10 + [b"0123456789" * 5]
+                 + [b"\x19"] * 9 + [b"0123456789" * 12, b"\r"])]
 
 
 @act("used")
@@ -296,10 +223,10 @@ def many_lines():
     """More than the side table of the walks first has room for, and fewer again."""
     import Keyline
     Keyline.clearHistory()
-    for number in range(200):
+    for number in range(200):  # what is raised here, and below, goes through the act
         Keyline.addHistory("line %d" % number, "exec" if number % 70 == 0 else "many", "")
     result = [read([b"\x10\x10", b"\r"], None, "exec", ""), do(Keyline.historyLimitIs, 10),
-              len(Keyline.history())]
+              do(len, Keyline.history())]
     Keyline.historyLimitIs(1024)
     Keyline.clearHistory()
     return result
@@ -347,6 +274,7 @@ def log_behind_a_link():
     log = Log("way")
     with open("link2.d/log", "w") as file:
         file.write("other\n")
+    log.written += b"other\n"
     os.symlink("link2.d", "new")
     os.rename("new", "way")
     return [read([b"a", b"\r"])] + log.end()

@@ -12,41 +12,61 @@ import termios
 
 import acts
 import between
+import calling
 import stage
 from failures import FAILURES, label
 
 
-def note(act):
-    """The act without a fault: all calls it makes, and its outcome."""
+def note(act, repeats):
+    """The act without a fault: all calls it makes, its outcome, and what it leaves behind."""
     calls = []
     stage.as_before()
     with between.noted(calls):
         outcome = stage.played(act)
-    return {"calls": calls, "outcome": outcome}
+    noted = {"calls": calls, "outcome": outcome, "made": calling.made}
+    if repeats:
+        noted["growth"] = stage.growth(lambda: play(act), repeats)
+    return noted
+
+
+def refuse(act, number):
+    """What the act gives when that call of the module is not made."""
+    stage.as_before()
+    with between.counting():
+        return stage.played(act, number)
+
+
+def play(act, *planned):
+    """Once more, with what is planned for it."""
+    stage.as_before()
+    between.plan(*planned or [between.NONE])
+    with between.counting():
+        outcome = stage.played(act)
+    between.state.plan = between.NONE
+    return outcome
 
 
 def fault(act, call, visit, failure, repeats):
-    value, error, raises = failure
-
-    def play(kind):
-        stage.as_before()
-        between.plan(kind, call, visit, value, error, raises)
-        with between.counting():
-            outcome = stage.played(act)
-        between.state.plan = between.NONE
-        return outcome
+    planned = between.FAIL, call, visit, *failure
 
     stage.as_before()
     before = stage.found()
-    result = {"outcome": play(between.FAIL), "fired": between.state.fired,
+    result = {"outcome": play(act, *planned), "fired": between.state.fired,
               "starved": between.state.starved, "kept": stage.found() == before}
-    result["again"] = play(between.NONE)
+    result["again"] = play(act)
     result["last"] = stage.last_read()
     if repeats:
-        plain = stage.growth(lambda: play(between.NONE), repeats)
-        failing = stage.growth(lambda: play(between.FAIL), repeats)
-        result["growth"] = [one - other for one, other in zip(failing, plain)]
+        result["growth"] = stage.growth(lambda: play(act, *planned), repeats)
     return result
+
+
+def noted_of(act, repeats):
+    noted, status = stage.forked(note, act, repeats if act.level == "used" else 0)
+    assert status == 0, (act, status, stage.stderr())
+    noted["refused"] = [stage.forked(refuse, act, number)[0]
+                        for number in range(1, noted["made"] + 1)]
+    stage.stderr()
+    return noted
 
 
 def chosen(calls, wanted, visits):
@@ -85,8 +105,7 @@ def main():
         stage.reach(level)
         for name in [name for name in wanted if acts.ACTS[name].level == level]:
             stage.clean_terminal(settings)
-            noted[name], status = stage.forked(note, acts.ACTS[name])
-            assert status == 0, (name, status, stage.stderr())
+            noted[name] = noted_of(acts.ACTS[name], int(repeats))
             faults_of(name, noted[name], wanted[name], int(visits), int(repeats), settings,
                       told.append)
     json.dump({"noted": noted, "told": told}, out)

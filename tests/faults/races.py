@@ -148,6 +148,8 @@ def main():
     noted, status = stage.forked(note, act, between.stepped if steps else between.noted)
     print(json.dumps({"noted": noted, "status": status, "stderr": stage.stderr(),
                       "objects": between.OBJECTS}), file=out)
+    if status != 0:
+        return
     points = list(points_of(noted["places"], int(visits)))
     if steps:
         points = [(between.Call._make(place), 1, between.AT)
