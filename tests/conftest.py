@@ -158,12 +158,19 @@ def mounts():
         return True
 
 
+def worlds():
+    """Whether this user may make a process the first of its world."""
+    return subprocess.run(["unshare", "--pid", "--fork", "true"],
+                          stderr=subprocess.DEVNULL).returncode == 0
+
+
 def pytest_collection_modifyitems(config, items):
     """Leaves out what is nothing for a sanitizer, and what this user has no way to do."""
     left_out = [item for item in items
                 if config.getoption("--sanitized") and item.get_closest_marker("plain_only")]
-    needing = [item for item in items if "small_disk" in getattr(item, "fixturenames", ())]
-    if needing and not mounts():
-        left_out += needing
+    for name, able in (("small_disk", mounts), ("first_process", worlds)):
+        needing = [item for item in items if name in getattr(item, "fixturenames", ())]
+        if needing and not able():
+            left_out += needing
     config.hook.pytest_deselected(items=left_out)
     items[:] = [item for item in items if item not in left_out]

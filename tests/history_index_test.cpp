@@ -90,6 +90,15 @@ TEST_F(HistorySideTable, NeedsNoMemoryForLinesOfOneMode)
     }
 }
 
+TEST_F(HistorySideTable, IsNoLargerThanItMustBe)
+{
+    for (int lines = 40; lines < 60; lines++) {
+        clear();
+        fill(lines, lines); // the last one is of the other mode
+        EXPECT_EQ(hist_index.capacity, lines + 16 <= 64 ? 64u : 128u) << lines;
+    }
+}
+
 TEST_F(HistorySideTable, DoesWithoutWhenTheSecondModeFindsSparseNumbers)
 {
     fill(2, 5);

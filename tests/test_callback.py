@@ -282,26 +282,35 @@ def test_simple_read_before_any_callback(start):
     assert child.display.raw == b"1> scrx\r\n"
 
 
-def test_simple_read_has_the_last_callback_and_the_modules_handlers(start):
-    """The handlers come back although no landing is there: what was fatal is no more so."""
+@pytest.mark.parametrize("name", ["SIGINT", "SIGTSTP"])
+@pytest.mark.parametrize("handled", [False, True])
+def test_simple_read_has_the_last_callback_and_the_modules_handlers(start, name, handled):
+    """The handlers come back although no landing is there: what was fatal is no more so.
+
+    A function of the shell's own is called all the same.
+    """
+    number = getattr(signal, name)
+    handler = "lambda number, frame: tell('handled', number)" if handled else "signal.SIG_DFL"
     child = start(DONE + """
-signal.signal(signal.SIGINT, signal.SIG_DFL)
+signal.signal(%d, %s)
 read(done)
 simple_read(watched=False)
 read(done)
-""")
-    for number in range(3):
+""" % (number, handler))
+    for read in range(3):
         child.expect_prompt()
         child.send("ab<tab>")
         child.expect_shown("ab-done", redrawn=True)
-        if number == 1:
+        if read == 1:
             child.send("x")
             child.expect_shown("ab-donex", redrawn=True)
-            child.signal(signal.SIGINT)
+            child.signal(number)
             child.expect_shown("ab-donex")  # drawn anew: the terminal is raw again
             child.send("<bs>")
         child.send("c<enter>")
         child.expect_line("ab-donec")
+        if read == 1 and handled:
+            child.expect_fact("handled", int(number))
     child.expect_end()
 
 

@@ -208,3 +208,38 @@ read()
     child.send("<enter>")
     child.expect_line("x" * 50)
     child.expect_end()
+
+
+@pytest.fixture
+def first_process():
+    """Statements after which the script is the first process of its world, as in a container.
+
+    The one that was there before passes the ends on that the test asks for.
+    """
+    return """
+assert libc.unshare(0x20000000) == 0  # the next process to be made is the first
+first = os.fork()
+if first:
+    for number in %r:
+        wait_for("end")
+        os.kill(first, number)
+    os._exit(os.waitstatus_to_exitcode(os.waitpid(first, 0)[1]))
+""" % [int(getattr(signal, name)) for name in ENDING]
+
+
+def test_the_first_process_does_not_end(start, first_process):
+    """It reads on, on a terminal that was given back: raw again, with the line as it was."""
+    child = start(first_process + "read()\nos._exit(0)")
+    child.expect_prompt()
+    child.send("ab")
+    child.expect_shown("ab")
+    for typed in range(1, len(ENDING) + 1):
+        before = len(child.display.raw)
+        child.go("end")
+        child.wait("the line drawn anew", lambda: b"1> " in child.display.raw[before:])
+        child.send("<left>x")
+        child.expect_shown("a" + "x" * typed + "b")
+        child.send("<right>")
+    child.send("<enter>")
+    child.expect_line("axxxb")
+    child.expect_end()

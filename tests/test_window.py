@@ -191,3 +191,33 @@ def test_storm_of_resizes(start):
     child.send("<enter>")
     child.expect_line("x" * 100)
     child.expect_end()
+
+
+def test_resize_where_the_terminal_clears_only_rows(start, tmp_path):
+    """Without the means to clear all that is below, the prompt's row is cleared alone."""
+    (tmp_path / "settings").write_text("settc cd ''\n")
+    child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
+    child.expect_prompt()
+    child.send("abc")
+    child.expect_shown("abc")
+    before = len(child.display.raw)
+    child.resize(24, 40)
+    child.wait("the line drawn anew", lambda: b"1> abc" in child.display.raw[before:])
+    assert b"\r\x1b[K" in child.display.raw[before:]
+    assert b"\x1b[J" not in child.display.raw
+    child.send("<left>x<enter>")
+    child.expect_line("abxc")
+    child.expect_end()
+
+
+def test_resize_with_editing_off(start, tmp_path):
+    """The line is the terminal's own: nothing is drawn."""
+    (tmp_path / "settings").write_text("edit off\n")
+    child = start("read()\nread()", env={"EDITRC": str(tmp_path / "settings")})
+    for line in ("ab", "cd"):
+        child.expect_prompt()
+        child.resize(24, 40 if line == "ab" else 100)
+        child.send(line + "<enter>")
+        child.expect_line(line)
+    child.expect_end()
+    assert child.display.raw == b"1> ab\r\n2> cd\r\n"
