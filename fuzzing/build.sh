@@ -19,7 +19,7 @@ sanitizers=(-g -O2 "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=u
     -fno-omit-frame-pointer -Wall -Wextra -Wshadow)
 
 clang++ -std=c++17 "${sanitizers[@]}" -D_GNU_SOURCE \
-    "$here"/watch_{fuzz,model}.cpp "$here"/../vantor/*.cpp -o "$out/watch_fuzz"
+    "$here"/watch_{fuzz,files,model}.cpp "$here"/../vantor/*.cpp -o "$out/watch_fuzz"
 
 "$here/../lineedit/build.sh" fuzz "$out/editor"
 editor=$out/editor/fuzz

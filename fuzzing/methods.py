@@ -14,6 +14,7 @@ import os
 import random
 import select
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -192,8 +193,8 @@ class Runner:
 def shorten(runner, calls, failed):
     """Takes calls away as long as something still fails."""
     calls, size = calls[:failed[0] + 1], len(calls)
-    while size:
-        size = min(size, len(calls)) // 2 or size == 1 and 1
+    while True:
+        size = max(1, min(size, len(calls)) // 2)
         at, shorter = 0, False
         while at < len(calls):
             fewer = calls[:at] + calls[at + size:]
@@ -224,7 +225,17 @@ def sanitizer_environment():
             "UBSAN_OPTIONS": "print_stacktrace=1:halt_on_error=1:exitcode=98"}
 
 
+def again(options, seed):
+    """The command that plays a session again."""
+    words = [os.path.abspath(__file__), "--interpreter", options.interpreter, "--module-dir",
+             os.path.abspath(options.module_dir), "--calls", str(options.calls), "--seed",
+             str(seed), "--sessions", "1"]
+    return " ".join(words + ["--sanitized"] * options.sanitized)
+
+
 def main():
+    # Its folder and its child go with it.
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--interpreter", default=sys.executable)
     parser.add_argument("--module-dir", required=True)
@@ -249,8 +260,8 @@ def main():
             failed = runner.run(calls)
             if failed:
                 findings += 1
-                print("seed %d:\n%s" % (seed + done, story(*shorten(runner, calls, failed))),
-                      flush=True)
+                print("seed %d: %s" % (seed + done, again(options, seed + done)))
+                print(story(*shorten(runner, calls, failed)), flush=True)
                 print(runner.stderr() if options.sanitized else "", flush=True)
             done += 1
     finally:
