@@ -38,30 +38,50 @@ insert_text(const char *, int, int)
 
 // A count, a quoted key, a word once more, what was killed, a completion, a search: each of
 // them needs room.
+static std::string
+keys_that_add(const std::string &again)
+{
+    return ESC "3x" + again + "\026x" + again + ESC "\037" + again + ctrl('Y') + again +
+           "\t" + again + ctrl('R') + "\n";
+}
+
 TEST(EditorKeys, NothingIsAddedToTheLongestLine)
 {
     Session with;
     with.history = {long_line};
-    std::string again = ctrl('H') + "b"; // the cursor is at the end
-    with.steps = {{"x" + ctrl('A') + ctrl('K') + UP + too_much + ESC "3x" + again +
-                   "\026x" + again + ESC "\037" + again + ctrl('Y') + again + "\t" + again +
-                   ctrl('R') + "\n"}};
     with.before = [] { rl_attempted_completion_function = insert_text; };
-    EXPECT_TRUE(run(with).line == longest);
+    std::string full = "x" + ctrl('A') + ctrl('K') + UP + too_much;
+    with.steps = {{full + keys_that_add(ctrl('H') + "b")}}; // the cursor is at the end
+    Outcome outcome = run(with);
+    EXPECT_TRUE(outcome.line == longest);
+    EXPECT_EQ(outcome.screen.find("bck:"), std::string::npos) << "a search began";
+    // Behind a word, in front of text that must not be written over.
+    with.steps = {{full + ctrl('A') + ctrl('D') + ctrl('D') + "wo" + keys_that_add("")}};
+    EXPECT_TRUE(run(with).line == "wo" + longest.substr(2));
 }
 
 TEST(EditorKeys, NothingIsAddedToTheLongestLineAsInVi)
 {
-    EXPECT_TRUE(line_with_history({long_line},
-                                  vi("x" ESC "ddkA" + too_much + ESC "pP_#\n")) == longest);
+    std::string full = "x" ESC "ddkA" + too_much + ESC;
+    EXPECT_TRUE(line_with_history({long_line}, vi(full + "pP_#\n")) == longest);
+    EXPECT_TRUE(line_with_history({long_line}, vi(full + "0p0P0_#\n")) == longest);
 }
 
 // A word that finds no room in the pattern's buffer, nor behind the line, is not appended.
 TEST(EditorKeys, NoRoomForASearchedWord)
 {
-    EXPECT_TRUE(line_with_history({long_line}, UP + ctrl('A') + ctrl('R') + "a" +
-                                                   ctrl('W') + ctrl('G') + ctrl('G') +
-                                                   "b\n") == "b" + long_line);
+    std::string keys = UP + ctrl('A') + ctrl('R') + "a" + ctrl('W');
+    EXPECT_TRUE(line_with_history({long_line}, keys + ctrl('G') + ctrl('G') + "b\n") ==
+                "b" + long_line);
+    EXPECT_EQ(line_with_history({"ab", long_line}, keys + ctrl('R') + "\n"), "ab")
+        << "the pattern is as it was";
+}
+
+TEST(EditorKeys, LongestLineBackFromTheHistory)
+{
+    std::string whole(4194301, 'a');
+    EXPECT_TRUE(line_with_history({whole}, UP "b\n") == whole);
+    EXPECT_EQ(line_with_history({whole + "a"}, UP "b\n"), "b");
 }
 
 #endif
@@ -133,6 +153,29 @@ TEST(EditorKeys, RepeatedSearchWithoutADirection)
     EXPECT_EQ(line_with_history({"one"}, vi("o" ESC "Kniabc\n")), "abc");
 }
 
+// It finds its own line again, where there are no others. The next step back finds none.
+TEST(EditorKeys, StepBehindASearchThatWentRound)
+{
+    EXPECT_EQ(line_of(command("bind ^T em-inc-search-next") + "abc" + ctrl('T') + "b" +
+                      ctrl('T') + ESC + ctrl('P') + "d\n"),
+              "adbc");
+}
+
+TEST(EditorKeys, LineKeptWhileThereAreNoOthers)
+{
+    EXPECT_EQ(line_of("ab" + ctrl('P') + "c" + ctrl('P') + ctrl('N') + ctrl('N') + "d\n"),
+              "abcd");
+}
+
+TEST(EditorKeys, LineThatCannotBeShownIsPassed)
+{
+    Session with;
+    with.locale = "C";
+    with.history = {"one", "\xc3\xa9"};
+    with.steps = {{UP UP "b\n"}};
+    EXPECT_EQ(run(with).line, "oneb");
+}
+
 // ---- prompts, and before the editor is set up ----
 
 TEST(EditorKeys, PromptWithAnOpenInvisiblePart)
@@ -143,6 +186,34 @@ TEST(EditorKeys, PromptWithAnOpenInvisiblePart)
     Outcome outcome = run(with);
     EXPECT_EQ(outcome.line, "a");
     EXPECT_NE(outcome.screen.find("xa"), std::string::npos) << outcome.screen;
+}
+
+// Where the prompt is kept, what is left of a longer text stands behind it.
+TEST(EditorKeys, PromptBehindALongerText)
+{
+    Session with;
+    for (const char *prompt : {"x\001y> ", "x\001z\001"}) {
+        for (const char *before : {"12345", "123456", "1234567890"}) {
+            with.prompt = prompt;
+            with.history = {before};
+            with.steps = {{UP + ctrl('A') + ctrl('K') + "a\n"}};
+            Outcome outcome = run(with);
+            EXPECT_EQ(outcome.line, "a");
+            EXPECT_EQ(outcome.screen.find('y'), std::string::npos) << outcome.screen;
+            EXPECT_EQ(outcome.screen.find('5'), outcome.screen.rfind('5'))
+                << outcome.screen;
+            EXPECT_EQ(outcome.screen.find('7'), outcome.screen.rfind('7'))
+                << outcome.screen;
+        }
+    }
+}
+
+// As in the packaged editor: what was killed does not make the line's buffer grow.
+TEST(EditorKeys, KilledTextThatNeedsALargerBuffer)
+{
+    std::string line = times(600, "a");
+    EXPECT_EQ(line_of(line + ctrl('A') + ctrl('K') + ctrl('Y') + ctrl('Y') + "b\n"),
+              line + "b");
 }
 
 TEST(EditorKeys, LineBufferBeforeAnyLine)

@@ -222,6 +222,12 @@ TEST(EditorMemory, SearchPatternOverItsBuffersEnd)
               "b" + times(3000, "a"));
 }
 
+TEST(EditorMemory, SearchPatternOfTooManyKeys)
+{
+    std::string line = times(1100, "a");
+    EXPECT_EQ(line_of(line + ctrl('A') + ctrl('R') + line + ctrl('E') + "b\n"), line + "b");
+}
+
 TEST(EditorMemory, SearchWordOverTheLinesEnd)
 {
     EXPECT_EQ(line_of(times(1000, "a") + ctrl('A') + ctrl('R') + "a" + ctrl('W') +

@@ -111,6 +111,63 @@ TEST_F(Between, DeletedOnceItWasOpened)
     EXPECT_EQ(news(), "came and went\nlast\n");
 }
 
+// Of those that came, the newer has lost its name, and the older is found once more.
+TEST_F(Between, DeletedOnceItWasOpenedBehindAnother)
+{
+    start(path);
+    exchange(path + ".1", "1\n");
+    exchange(path + ".2", "2\n");
+    exchange(path + ".3", "3\n");
+    before_watch = [this](const std::string &name, uint32_t mask) {
+        if (name == path && mask & IN_MODIFY)
+            remove((path + ".3").c_str());
+    };
+    EXPECT_EQ(news(), "1\n2\n3\n");
+    before_watch = nullptr;
+    put(path, "more\n");
+    EXPECT_EQ(news(), "more\n");
+}
+
+// Names move up while they are looked at, so that the look meets each file under the name
+// of another. Nothing of it counts, and the order is that in which the files came.
+TEST_F(Between, NumberedFilesThatMoveUpWhileTheyAreLookedAt)
+{
+    start(path);
+    exchange(path + ".1", "1\n");
+    move(path + ".1", path + ".2");
+    exchange(path + ".1", "2\n");
+    before_look = [this](const std::string &name) {
+        if (name != path + ".1")
+            return;
+        move(path + ".2", path + ".3");
+        move(path + ".1", path + ".2");
+        exchange(path + ".1", "3\n");
+        before_look = nullptr;
+    };
+    EXPECT_EQ(news(), "1\n2\n3\n");
+    EXPECT_FALSE(before_look) << "never looked at";
+    put(path, "more\n");
+    EXPECT_EQ(news(), "more\n");
+}
+
+// The end is where it was when the file was opened, and a file that was emptied at that
+// moment has no start to be known by. What is told later is not taken for its start.
+TEST_F(Between, EmptiedWhileItIsOpened)
+{
+    before_watch = [this](const std::string &name, uint32_t mask) {
+        if (name == path && mask & IN_MODIFY)
+            cut(path, 0);
+    };
+    start(path);
+    before_watch = nullptr;
+    put(path, "one\n");
+    EXPECT_EQ(news(), "");
+    for (const char *line : {"two\n", "three\n", "four\n"}) {
+        put(path, line);
+        EXPECT_EQ(news(), line);
+    }
+}
+
 // ---- the way ----
 
 TEST_F(Between, LinkThatIsGoneWhenItIsRead)
@@ -172,6 +229,31 @@ TEST_F(Between, DirectoryThatIsAFileWhenItIsWatched)
     start(inner + "/log");
     EXPECT_GT(times, 1) << "it is a directory again in the second walk";
     put(inner + "/log", "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+// A walk that breaks leaves no watch on a directory that the next one does not pass.
+TEST_F(Between, DirectoryThatIsNoLongerOnTheWay)
+{
+    make_directory(dir + "/a");
+    make_directory(dir + "/b");
+    make_link("../log", dir + "/a/log");
+    put(dir + "/b/log", "old\n");
+    make_link("a", dir + "/now");
+    make_link("b", dir + "/next");
+    before_watch = [this](const std::string &name, uint32_t) {
+        if (name != dir + "/a/log")
+            return;
+        remove_path(name);
+        move(dir + "/next", dir + "/now");
+        before_watch = nullptr;
+    };
+    start(dir + "/now/log");
+    EXPECT_FALSE(before_watch) << "the first walk met no link";
+    EXPECT_EQ(news(), "");
+    move(dir + "/a", dir + "/away");
+    EXPECT_FALSE(readable()) << "a watch was left";
+    put(dir + "/b/log", "new\n");
     EXPECT_EQ(news(), "new\n");
 }
 

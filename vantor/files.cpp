@@ -118,16 +118,19 @@ find_files(vantor_handle *handle)
 }
 
 // Before another look: which file is which is uncertain when names changed meanwhile. Those
-// without a name are kept, they could not be found again.
+// without a name are kept, they could not be found again, and so are those before them,
+// which would be found behind them.
 static void
 forget_unsettled(vantor_handle *handle)
 {
+    bool keep = false;
     for (int i = handle->count - 1; i >= 0; --i) {
         Follow *follow = handle->files + i;
         struct stat status;
         if (follow->settled)
             continue;
-        if (fstat(follow->file, &status) == 0 && status.st_nlink == 0)
+        keep = keep || (fstat(follow->file, &status) == 0 && status.st_nlink == 0);
+        if (keep)
             follow->settled = true;
         else
             files_remove(handle, i);

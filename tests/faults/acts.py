@@ -233,6 +233,23 @@ def many_lines():
 
 
 @act("used")
+def more_lines():
+    """The side table is there already and full: it grows, or the walks do without it."""
+    import Keyline
+
+    counted, between.state.on = between.state.on, 0  # what is there before cannot fail
+    Keyline.clearHistory()
+    for number in range(47):  # room for 64 lines but for a block of 16, and for one more
+        Keyline.addHistory("line %d" % number, "exec" if number % 20 == 0 else "many", "")
+    between.state.on = counted
+    result = [do(Keyline.addHistory, line, "many", "") for line in ("next", "last")]
+    result += [read([keys, b"\r"], None, mode, "") for mode, keys in (
+        ("many", b"\x10\x10\x0e"), ("many", b"\x10" * 40), ("exec", b"\x10"))]
+    Keyline.clearHistory()
+    return result
+
+
+@act("used")
 def recalled():
     return fill() + [
         read([b"\x1b[A", b"\x1b[A", b"\x1b[B", b"\r"], None, "exec", ""),
