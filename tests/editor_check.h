@@ -212,3 +212,19 @@ command(const std::string &text)
 {
     return ESC "x" + text + "\r";
 }
+
+inline std::string
+line_with_history(const std::vector<std::string> &history, const std::string &keys)
+{
+    Session with;
+    with.steps = {{keys}};
+    with.history = history;
+    return run(with).line;
+}
+
+// Editing as in vi, with the keys that follow in its insert mode.
+inline std::string
+vi(const std::string &keys)
+{
+    return command("bind -v") + keys;
+}

@@ -2,22 +2,6 @@
 // at the greatest length that a line can have.
 #include "editor_check.h"
 
-static std::string
-line_with_history(const std::vector<std::string> &history, const std::string &keys)
-{
-    Session with;
-    with.steps = {{keys}};
-    with.history = history;
-    return run(with).line;
-}
-
-// Editing as in vi, with the keys that follow in its insert mode.
-static std::string
-vi(const std::string &keys)
-{
-    return command("bind -v") + keys;
-}
-
 // ---- the greatest length ----
 
 #ifndef __SANITIZE_ADDRESS__ // with which such lines take longer than a session may

@@ -27,22 +27,6 @@ __ubsan_default_options()
     return "halt_on_error=1:print_stacktrace=1";
 }
 
-static std::string
-line_with_history(const std::vector<std::string> &history, const std::string &keys)
-{
-    Session with;
-    with.steps = {{keys}};
-    with.history = history;
-    return run(with).line;
-}
-
-// Editing as in vi, with the keys that follow in its insert mode.
-static std::string
-vi(const std::string &keys)
-{
-    return command("bind -v") + keys;
-}
-
 // A command typed in the insert mode of vi.
 static std::string
 vi_command(const std::string &text)
