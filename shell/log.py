@@ -4,7 +4,7 @@ import sys
 import threading
 import time
 from contextlib import suppress
-from typing import IO
+from typing import IO, List
 
 import Keyline
 import screen
@@ -14,6 +14,7 @@ class Log:
     def __init__(self, path: str) -> None:
         self.path = path
         self.over = threading.Event()
+        self.writers: List[threading.Thread] = []
         # The module only borrows the callable.  A bound method is made anew at each look,
         # so it needs a name that lives as long as the log may be shown.
         self.callable = self.on_news
@@ -45,11 +46,14 @@ class Log:
         if rate == 0:
             self._write(*work)
         else:
-            threading.Thread(target=self._write, args=work, daemon=True).start()
+            self.writers.append(threading.Thread(target=self._write, args=work, daemon=True))
+            self.writers[-1].start()
 
     def stop_test(self) -> None:
+        """For the end.  Returns when the lines that were begun are whole."""
         self.over.set()
-        self.over = threading.Event()
+        for writer in self.writers:
+            writer.join()
 
     @staticmethod
     def _write(file: IO[str], over: threading.Event, count: int, rate: int) -> None:

@@ -12,7 +12,7 @@ from script import run_script
 from terminal import Terminal
 
 # The quarantines are small, so that what was freed does not look like growth.
-ASAN_OPTIONS = ("detect_leaks=0:allocator_may_return_null=1:exitcode=99:"
+ASAN_OPTIONS = ("detect_leaks=1:allocator_may_return_null=1:exitcode=99:"
                 "quarantine_size_mb=1:thread_local_quarantine_size_kb=16:")
 SANITIZER = ("LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
 HERE = os.path.dirname(os.path.abspath(__file__))

@@ -18,7 +18,7 @@ extern "C" const char *__ubsan_default_options();
 extern "C" const char *
 __asan_default_options()
 {
-    return "detect_stack_use_after_return=1:detect_leaks=0";
+    return "detect_stack_use_after_return=1";
 }
 
 extern "C" const char *

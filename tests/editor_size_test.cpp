@@ -33,6 +33,25 @@ TEST(EditorSize, LowerUnderALongLine)
               times(10, text100) + "b");
 }
 
+// What the terminal shows behind this is drawn for the new window.
+static void
+lower_window()
+{
+    fflush(rl_outstream);
+    ASSERT_EQ(write(terminal_fd, "\f", 1), 1);
+    resize<3, 10>();
+}
+
+// The terminal has kept the cursor in the window's last row, two below its first.
+TEST(EditorSize, LowerWindowIsDrawnFromItsFirstRow)
+{
+    Session with;
+    with.steps = {{times(5, "abcdefghij"), lower_window}, {ctrl('R')}, {"\n"}};
+    with.rows = 6;
+    with.columns = 10;
+    EXPECT_NE(run(with).screen.find("\f\r" ESC "[2A"), std::string::npos);
+}
+
 // Sizes in an order that looks like none but is the same every time.
 static void
 resize_somehow()

@@ -146,7 +146,7 @@ read()
 
 
 BAD_STREAMS = [
-    ("object()", "AttributeError"),
+    ("type('Nothing', (), {})()", "AttributeError"),
     ("__import__('io').StringIO('text')", "UnsupportedOperation"),
     ("Stream(flush_error=ValueError('flush'))", "ValueError"),
     ("Stream(number='7')", "TypeError"),
