@@ -167,8 +167,12 @@ def worlds():
 
 def pytest_collection_modifyitems(config, items):
     """Leaves out what is nothing for a sanitizer, and what this user has no way to do."""
-    left_out = [item for item in items
-                if config.getoption("--sanitized") and item.get_closest_marker("plain_only")]
+    markers = []
+    if config.getoption("--sanitized") or config.getoption("--valgrind"):
+        markers.append("plain_only")
+    if config.getoption("--valgrind"):
+        markers.append("not_memcheck")
+    left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
     for name, able in (("small_disk", mounts), ("first_process", worlds)):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():

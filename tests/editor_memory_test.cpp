@@ -185,6 +185,16 @@ TEST(EditorMemory, ManyTerminalStrings)
     EXPECT_EQ(line_of(keys + "a\n"), "a");
 }
 
+TEST(EditorMemory, EchoOfATerminalStringThatEndsInAPercentSign)
+{
+    std::string screen =
+        run({{{command("settc al <al%") + command("settc bl <bl%d") + command("echotc al") +
+               command("echotc bl 7") + "\n"}}})
+            .screen;
+    EXPECT_NE(screen.find("\n<al%> "), std::string::npos);
+    EXPECT_NE(screen.find("\n<bl7> "), std::string::npos);
+}
+
 TEST(EditorMemory, ManyCharactersDeletedFromALongLine)
 {
     EXPECT_EQ(

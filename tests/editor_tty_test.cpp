@@ -259,6 +259,22 @@ TEST_F(EditorTty, SettingsThatTheUserChangesBetweenLinesAreTheOnesKept)
     }
 }
 
+// As with "stty" where the shell was paused and is in the foreground again.
+TEST_F(EditorTty, SettingsThatTheUserChangesInAPauseHoldForTheRestOfTheLine)
+{
+    auto pause = then([this] {
+        struct termios changed = original;
+        changed.c_cc[VERASE] = 'z';
+        set_settings(changed);
+        raise(SIGCONT);
+        fd_set none;
+        FD_ZERO(&none);
+        rl_select(0, &none); // serves it, before the next key comes
+        EXPECT_TRUE(is_raw());
+    });
+    EXPECT_EQ(read_line({keys("ab"), pause, keys("zc\r")}), "ac");
+}
+
 TEST_F(EditorTty, TypedAheadTextSurvivesANewInstance)
 {
     EXPECT_EQ(read_line({keys("ab\n")}), "ab");
