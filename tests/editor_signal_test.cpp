@@ -325,6 +325,26 @@ TEST_P(EditorSignalsReturning, Ignored)
     EXPECT_TRUE(::same(settings(), original));
 }
 
+// Behind a stop the cursor may be anywhere, and the line is drawn from there on.
+TEST_P(EditorSignalsReturning, DrawnAnewFromItsFirstRow)
+{
+    set_disposition(GetParam(), plain);
+    std::string drawn;
+    read_line({keys(std::string(100, 'x')), then([&] {
+                   fflush(rl_outstream);
+                   drain();
+                   size_t from = shown.size();
+                   raise(GetParam());
+                   fd_set none;
+                   FD_ZERO(&none);
+                   rl_select(0, &none); // serves it, before the next key comes
+                   sees("> x", from);
+                   drawn = shown.substr(from, shown.find("x", from) - from);
+               }),
+               keys("\r")});
+    EXPECT_EQ(drawn, GetParam() == SIGTSTP ? "\r\033[J> " : "\033[A\r\033[J> ");
+}
+
 INSTANTIATE_TEST_SUITE_P(Both, EditorSignalsReturning, ::testing::Values(SIGINT, SIGTSTP));
 
 static struct termios settings_in_handler;
