@@ -252,7 +252,7 @@ ANYWHERE = ["ab<tab>", "ab<enter>"]
 
 @BOTH
 @pytest.mark.parametrize("threads", ["alone", "busy"])
-def test_each_signal_is_seen_once(start, letter, threads):
+def test_each_signal_is_seen_once(start, setup, letter, threads):
     """At random instants, while keys arrive: no signal is lost, and none is seen twice.
 
     KEYLINE_STORM says how many signals.
@@ -280,5 +280,6 @@ def test_each_signal_is_seen_once(start, letter, threads):
             prompt, line = child.expect_fact("read")
     child.send("<c-u>stop<enter>")
     child.expect_fact("read")
-    assert child.expect_fact("grown") < 2048  # in kB
+    # In kB; memcheck's own grow with the code that it has seen.
+    assert child.expect_fact("grown") < 2048 or setup.under_valgrind
     child.expect_end()
