@@ -160,11 +160,12 @@ TEST_F(Editor, ANewInstanceLosesNoneOfTheSettings)
     char path[] = "/tmp/editrc.XXXXXX";
     FILE *file = fdopen(mkstemp(path), "w");
     ASSERT_NE(file, nullptr);
-    fputs("bind -s ^T text\nbind -s ^X^T more\nbind -s ^X^T other\nbind ^X^U ed-move-to-beg\n"
-          "bind -k down ed-move-to-end\nbind -k -s up string\nbind -k -s left first\n"
-          "bind -k -s left second\nbind -r ^X^U\nbind -a ^X vi-undo\nsettc li 30\n"
-          "settc al \\E[L\nsetty -d -echo\nhistory size 7\nedit on\nnothing\n",
-          file);
+    fputs(
+        "bind -s ^T text\nbind -s ^X^T more\nbind -s ^X^T other\nbind ^X^U ed-move-to-beg\n"
+        "bind -k down ed-move-to-end\nbind -k -s up string\nbind -k -s left first\n"
+        "bind -k -s left second\nbind -r ^X^U\nbind -a ^X vi-undo\nsettc li 30\n"
+        "settc al \\E[L\nsetty -d -echo\nhistory size 7\nedit on\nnothing\n",
+        file);
     ASSERT_EQ(fclose(file), 0);
     setenv("EDITRC", path, 1);
     EXPECT_LT(kept_by_instances(), 1000U);

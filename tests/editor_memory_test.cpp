@@ -187,10 +187,9 @@ TEST(EditorMemory, ManyTerminalStrings)
 
 TEST(EditorMemory, EchoOfATerminalStringThatEndsInAPercentSign)
 {
-    std::string screen =
-        run({{{command("settc al <al%") + command("settc bl <bl%d") + command("echotc al") +
-               command("echotc bl 7") + "\n"}}})
-            .screen;
+    std::string screen = run({{{command("settc al <al%") + command("settc bl <bl%d") +
+                                command("echotc al") + command("echotc bl 7") + "\n"}}})
+                             .screen;
     EXPECT_NE(screen.find("\n<al%> "), std::string::npos);
     EXPECT_NE(screen.find("\n<bl7> "), std::string::npos);
 }
