@@ -132,6 +132,16 @@ TEST(EditorKeys, SearchPassesALineThatCannotBeDecoded)
 }
 
 // A search by the line's start says nothing of a direction to repeat it in.
+TEST(EditorKeys, RepeatedSearchThatFindsALineDoesNotRing)
+{
+    Session with;
+    with.steps = {{vi(ESC "/ab\nn\n")}};
+    with.history = {"ab 1", "cd", "ab 2"};
+    Outcome outcome = run(with);
+    EXPECT_EQ(outcome.line, "ab 1");
+    EXPECT_EQ(outcome.screen.find('\a'), std::string::npos);
+}
+
 TEST(EditorKeys, RepeatedSearchWithoutADirection)
 {
     EXPECT_EQ(line_with_history({"one"}, vi("o" ESC "Kniabc\n")), "abc");
