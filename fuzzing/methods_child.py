@@ -17,7 +17,7 @@ import traceback
 
 from methods_model import FORMATS, Model, Skip, parse
 
-LOST_AFTER = int(os.environ.get("KEYLINE_TEST_DEADLINE", "30"))  # s that a session may take
+LOST_AFTER = int(os.environ.get("KEYLINE_TEST_DEADLINE", "5"))  # s that a session may take
 
 
 class Name(str):

@@ -131,7 +131,6 @@ TEST(EditorKeys, SearchPassesALineThatCannotBeDecoded)
     EXPECT_EQ(run(with).line, "abc one");
 }
 
-// A search by the line's start says nothing of a direction to repeat it in.
 TEST(EditorKeys, RepeatedSearchThatFindsALineDoesNotRing)
 {
     Session with;
@@ -142,6 +141,7 @@ TEST(EditorKeys, RepeatedSearchThatFindsALineDoesNotRing)
     EXPECT_EQ(outcome.screen.find('\a'), std::string::npos);
 }
 
+// A search by the line's start says nothing of a direction to repeat it in.
 TEST(EditorKeys, RepeatedSearchWithoutADirection)
 {
     EXPECT_EQ(line_with_history({"one"}, vi("o" ESC "Kniabc\n")), "abc");

@@ -202,6 +202,15 @@ follow_script()
     return true;
 }
 
+// What the reader does about signals that have come, before the next key does.
+inline void
+serve_signals()
+{
+    fd_set none;
+    FD_ZERO(&none);
+    rl_select(0, &none);
+}
+
 extern "C" {
 // The reader: waits and reads through the editor's two calls, and keeps a byte's sign. At
 // the script's end there is no more input.

@@ -335,9 +335,7 @@ TEST_P(EditorSignalsReturning, DrawnAnewFromItsFirstRow)
                    drain();
                    size_t from = shown.size();
                    raise(GetParam());
-                   fd_set none;
-                   FD_ZERO(&none);
-                   rl_select(0, &none); // serves it, before the next key comes
+                   serve_signals();
                    sees("> x", from);
                    drawn = shown.substr(from, shown.find("x", from) - from);
                }),

@@ -267,9 +267,7 @@ TEST_F(EditorTty, SettingsThatTheUserChangesInAPauseHoldForTheRestOfTheLine)
         changed.c_cc[VERASE] = 'z';
         set_settings(changed);
         raise(SIGCONT);
-        fd_set none;
-        FD_ZERO(&none);
-        rl_select(0, &none); // serves it, before the next key comes
+        serve_signals();
         EXPECT_TRUE(is_raw());
     });
     EXPECT_EQ(read_line({keys("ab"), pause, keys("zc\r")}), "ac");

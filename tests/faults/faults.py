@@ -25,7 +25,7 @@ def note(act, repeats):
         outcome = stage.played(act)
     noted = {"calls": calls, "outcome": outcome, "made": calling.made}
     if repeats:
-        noted["growth"] = stage.growth(lambda: play(act), repeats)
+        noted["growth"] = stage.growth(lambda: play(act), stage.LONGER * repeats)
     return noted
 
 
@@ -46,7 +46,7 @@ def play(act, *planned):
     return outcome
 
 
-def fault(act, call, visit, failure, repeats):
+def fault(act, call, visit, failure, repeats, usual):
     planned = between.FAIL, call, visit, *failure
 
     stage.as_before()
@@ -56,7 +56,7 @@ def fault(act, call, visit, failure, repeats):
     result["again"] = play(act)
     result["last"] = stage.last_read()
     if repeats:
-        result["growth"] = stage.growth(lambda: play(act, *planned), repeats)
+        result["leak"] = stage.leak(lambda: play(act, *planned), repeats, usual)
     return result
 
 
@@ -86,7 +86,7 @@ def faults_of(name, noted, wanted, visits, repeats, settings, tell):
         for failure in FAILURES.get(call.name, ()):
             stage.clean_terminal(settings)
             result, status = stage.forked(fault, act, call, visit, failure,
-                                          repeats if visit == 1 else 0)
+                                          repeats if visit == 1 else 0, noted.get("growth"))
             errors = stage.stderr()
             tell({"act": name, "call": call, "visit": visit, "failure": label(failure),
                   "result": result, "status": status, "stderr": errors,

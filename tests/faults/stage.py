@@ -18,7 +18,8 @@ import acts
 import between
 import calling
 
-NOISE = 12  # bytes of memory; the smallest piece takes 32
+NOISE = 12  # bytes a play; the smallest piece of memory takes 32
+LONGER = 5  # times as many plays, where noise is to be small
 DEADLINE = float(os.environ.get("KEYLINE_TEST_DEADLINE", "30"))
 TYPED = (signal.SIGINT, signal.SIGQUIT, signal.SIGTSTP, signal.SIGHUP, signal.SIGTERM,
          signal.SIGCONT, signal.SIGWINCH, signal.SIGTTOU, signal.SIGTTIN)
@@ -184,19 +185,10 @@ def growth(play, times):
     """Bytes and descriptors that one play leaves behind, after some to get warm.
 
     Counted over `times` plays, three times, smallest first: what only moves about, or is made
-    once, is not in all of them. Where it may be more than noise it is counted anew over more
-    plays: a piece of memory takes up to 16 bytes more or less than the one before it, and in
-    few plays that looks like much.
+    once, is not in all of them.
     """
     for _ in range(3):
         play()
-    rates = counted(play, times)
-    if rates[0][0] > NOISE or rates[1][0] > 0:
-        rates = counted(play, 5 * times)
-    return rates
-
-
-def counted(play, times):
     counts = [account()]
     for _ in range(3):
         for _ in range(times):
@@ -205,6 +197,21 @@ def counted(play, times):
     return [sorted((after[kind] - before[kind]) / times
                    for before, after in zip(counts, counts[1:]))
             for kind in (0, 1)]
+
+
+def leak(play, times, usual):
+    """Bytes and descriptors that each play loses and the usual one does not, or None.
+
+    Where it may be more than noise it is counted anew, over as many plays as the usual growth:
+    a piece of memory takes up to 16 bytes more or less than the one before it, and in few
+    plays that looks like much.
+    """
+    for plays in (times, LONGER * times):
+        size, files = [counts[0] - often[1]
+                       for counts, often in zip(growth(play, plays), usual)]
+        if size <= NOISE and files <= 0:
+            return None
+    return size, files
 
 
 def account():
