@@ -111,6 +111,8 @@ def test_every_other_message_is_told():
     code = read_sources("Cli/*.cpp")
     printed = re.findall(r'\b(?:printf|perror)\("([^"]*)"', code)
     calls = re.findall(r"\b(?:\w*printf|perror|f?puts|fwrite|write|PySys_Write\w+)\(", code)
+    for call in ("snprintf(", "write("):  # the report of a check, told above
+        calls.remove(call)
     assert len(printed) == len(calls) == 3
     patched = re.findall(r'(?m)^\+.*el_errfile, *"([^"]*)"',
                          read_sources("lineedit/patches/*"))
