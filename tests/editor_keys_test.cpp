@@ -121,6 +121,11 @@ TEST(EditorKeys, SearchForwardInTheLine)
         "x ab cb");
 }
 
+TEST(EditorKeys, SearchEndsWithTheLine)
+{
+    EXPECT_EQ(line_of("x ab ab" + ctrl('R') + "b[^c]" + ctrl('D') + "\n"), "x a ab");
+}
+
 // In the C locale a line of other letters has no form that could be shown.
 TEST(EditorKeys, SearchPassesALineThatCannotBeDecoded)
 {

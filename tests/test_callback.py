@@ -284,10 +284,13 @@ def test_simple_read_before_any_callback(start):
 
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTSTP"])
 @pytest.mark.parametrize("handled", [False, True])
-def test_simple_read_has_the_last_callback_and_the_modules_handlers(start, name, handled):
+@pytest.mark.parametrize("interrupted", [False, True])
+def test_simple_read_has_the_last_callback_and_the_modules_handlers(
+        start, name, handled, interrupted):
     """The handlers come back although no landing is there: what was fatal is no more so.
 
-    A function of the shell's own is called all the same.
+    A function of the shell's own is called all the same. Where the read before was left
+    for a landing, that is gone as well.
     """
     number = getattr(signal, name)
     handler = "lambda number, frame: tell('handled', number)" if handled else "signal.SIG_DFL"
@@ -301,10 +304,14 @@ read(done)
         child.expect_prompt()
         child.send("ab<tab>")
         child.expect_shown("ab-done", redrawn=True)
-        if read == 1:
+        if read == 1 or read == 0 and interrupted:
             child.send("x")
             child.expect_shown("ab-donex", redrawn=True)
             child.signal(number)
+            if read == 0:
+                child.expect_raised("KeyboardInterrupt", "Ctrl-%s pressed"
+                                    % ("C" if number == signal.SIGINT else "Z"))
+                continue
             child.expect_shown("ab-donex")  # drawn anew: the terminal is raw again
             child.send("<bs>")
         child.send("c<enter>")

@@ -261,6 +261,20 @@ for number in range(%d):
     child.expect_end()
 
 
+@pytest.mark.parametrize("count, listed", [(1000, True), (1020, False)])
+def test_listing_of_a_long_key(start, tmp_path, count, listed):
+    """There is room for 1,024 characters, quotes among them; the last one here takes 7."""
+    key = "b" * count + "\uffff"
+    (tmp_path / "settings").write_text("bind -s %s ok\nbind %s\n" % (key, key))
+    child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
+    child.expect_prompt()
+    assert (rb"\U+FFFF" in child.display.raw) == listed
+    assert (b"Unbound extended key" in child.display.raw) != listed
+    child.send("a<enter>")
+    child.expect_line("a")
+    child.expect_end()
+
+
 @pytest.mark.parametrize("change", ["setty -x -echo", "setty -x -opost", "setty -d intr=^Q"])
 @pytest.mark.parametrize("order", [1, -1])
 def test_changes_to_the_terminal_with_editing_off(start, tmp_path, change, order):

@@ -260,6 +260,20 @@ TEST_F(Watch, FileMovedOutOfTheDirectoryBeforeItWasSeenIsLostAlone)
     EXPECT_EQ(news(), "one\nthree\n");
 }
 
+TEST_F(Watch, FileMovedOutOfTheDirectoryIsNoneThatIsRenamedThere)
+{
+    make_directory(dir + "/away");
+    put(dir + "/other", "text\n");
+    start(path);
+    put(path, "one\n");
+    move(path, dir + "/away/1");
+    put(path, "two\n");
+    move(path, dir + "/away/2");
+    move(dir + "/other", dir + "/third");
+    put(path, "three\n");
+    EXPECT_EQ(news(), "one\nthree\n");
+}
+
 // ---- links ----
 
 TEST_F(Watch, LinkToTheFile)
