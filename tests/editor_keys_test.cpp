@@ -126,6 +126,13 @@ TEST(EditorKeys, SearchEndsWithTheLine)
     EXPECT_EQ(line_of("x ab ab" + ctrl('R') + "b[^c]" + ctrl('D') + "\n"), "x a ab");
 }
 
+TEST(EditorKeys, PatternThatFindsALine)
+{
+    EXPECT_EQ(
+        line_with_history({"abc one", "axc two", "abd"}, ctrl('R') + "a.c" + ESC "\n"),
+        "axc two");
+}
+
 // In the C locale a line of other letters has no form that could be shown.
 TEST(EditorKeys, SearchPassesALineThatCannotBeDecoded)
 {

@@ -227,6 +227,7 @@ if first:
 """ % [int(getattr(signal, name)) for name in ENDING]
 
 
+@pytest.mark.not_memcheck("it does not know of a signal that is fatal but here")
 def test_the_first_process_does_not_end(start, first_process):
     """It reads on, on a terminal that was given back: raw again, with the line as it was."""
     child = start(first_process + "read()\nos._exit(0)")

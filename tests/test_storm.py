@@ -91,9 +91,12 @@ def test_storm(start, setup, threads):
     child.go("stop")
 
     def told():
-        if not any(fact[0] == "results" for fact in child.facts):
+        """A slow child may leave keys unread at its end, and the terminal takes no more."""
+        if any(fact[0] == "results" for fact in child.facts):
+            return True
+        if select.select([], [child.master], [], 0)[1]:
             child.send("<enter>")
-        return any(fact[0] == "results" for fact in child.facts)
+        return False
 
     child.wait("the storm's end", told)
     results, late, early, resident = child.expect_fact("results")
