@@ -244,6 +244,13 @@ TEST_F(Editor, KeymapFunctionsAreStubs)
             EXPECT_EQ(one == other, &one == &other);
 }
 
+TEST_F(Editor, KeyIsBoundToNothingButItself)
+{
+    EXPECT_EQ(rl_bind_key('\x01', rl_complete), -1);
+    EXPECT_EQ(rl_bind_key('\x05', rl_insert), 0);
+    EXPECT_EQ(read_line({keys("b\001a\005\r")}), "a\005b");
+}
+
 TEST_F(Editor, HistoryHandleIsTheEditorsOwn)
 {
     HistEvent event = {};

@@ -31,12 +31,11 @@ signal.signal(signal.SIGINT, count)
 signal.signal(signal.SIGTSTP, count)
 
 def work():
-    while True:
+    while not stopping:
         sum(range(2000))
         threading.Event().wait(0.001)
 
-for number in range(THREADS - 1):
-    beside(work)
+workers = [beside(work) for number in range(THREADS - 1)]
 
 def resident():
     with open("/proc/self/statm") as file:
@@ -63,6 +62,8 @@ while not stopping:
         tell("changed", (before, (settings(), dispositions())))
     if early is None and sum(results.values()) == 500:
         early = resident()
+for worker in workers:
+    worker.join()  # or it loses at the end what it has in hand
 tell("results", (results, late[0], early, resident()))
 wait_for("end")
 """
