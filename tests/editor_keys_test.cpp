@@ -107,6 +107,11 @@ TEST(EditorKeys, WordsOfTheLastLine)
     EXPECT_EQ(line_with_history({"one"}, vi("a" ESC "5_b\n")), "a") << "there is one";
 }
 
+TEST(EditorKeys, LineKeptByTheStepToTheOldest)
+{
+    EXPECT_EQ(line_with_history({"one", "two"}, vi("abc" ESC "Gjj\n")), "abc");
+}
+
 // ---- searches ----
 
 // The pattern goes through a line of which each place is looked at, in both directions.

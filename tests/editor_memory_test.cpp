@@ -138,6 +138,65 @@ TEST(EditorMemory, ListOfALongKeySequence)
               "a");
 }
 
+static void
+read_from_descriptor_1024()
+{
+    struct rlimit files = {};
+    getrlimit(RLIMIT_NOFILE, &files);
+    files.rlim_cur = files.rlim_max;
+    int ends[2];
+    if (setrlimit(RLIMIT_NOFILE, &files) != 0 || pipe(ends) != 0 ||
+        write(ends[1], "ab\n", 3) != 3 || dup2(ends[0], 1024) != 1024)
+        _exit(2);
+    FILE *terminal = fdopen(dup(terminal_fd), "r+");
+    EditLine *editor = el_init("test", fdopen(1024, "r"), terminal, stderr);
+    int count = 0;
+    const char *line = el_gets(editor, &count);
+    if (line == nullptr || strcmp(line, "ab\n") != 0)
+        _exit(3);
+    el_end(editor);
+}
+
+// It is not one that select() could wait for, and is read without.
+TEST(EditorMemory, HighDescriptor)
+{
+    Session with;
+    with.steps = {{"a\n"}};
+    with.before = read_from_descriptor_1024;
+    EXPECT_EQ(run(with).line, "a");
+}
+
+static int mallocs_left = -1; // until one finds no memory; without end below 0
+
+#ifndef __SANITIZE_ADDRESS__ // whose own it has to be there, and none fails
+extern "C" void *__libc_malloc(size_t);
+
+extern "C" void *
+malloc(size_t size)
+{
+    return mallocs_left >= 0 && mallocs_left-- == 0 ? nullptr : __libc_malloc(size);
+}
+#endif
+
+// A key that was bound in part is unknown; it does not begin a number.
+TEST(EditorMemory, KeySequenceForWhichThereIsNoMemory)
+{
+    static int allowed;
+    for (allowed = 0; allowed < 20; allowed++) {
+        Session with;
+        with.steps = {{"a",
+                       [] {
+                           mallocs_left = allowed;
+                           rl_parse_and_bind("bind -s 5xy z");
+                           mallocs_left = -1;
+                       }},
+                      {"5bcd\n"}};
+        std::string line = run(with).line;
+        EXPECT_TRUE(line == "a5bcd" || line == "abcd" || line == "acd")
+            << allowed << ": " << line;
+    }
+}
+
 TEST(EditorMemory, LeadInWithoutAnySequence)
 {
     Session with;
