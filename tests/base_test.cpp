@@ -1,15 +1,13 @@
 // The report of a failed check: what operators know, and what it must not need.
 #include "../Cli/base.h"
 #include "../lineedit/lineedit.h"
+#include "failing_malloc.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <stdlib.h>
 #include <string>
 #include <unistd.h>
-
-static bool no_memory; // whoever asks for some ends the process
 
 static void
 say(const char *text)
@@ -24,18 +22,6 @@ rl_give_back_terminal()
     say("given back, ");
 }
 
-#ifndef __SANITIZE_ADDRESS__ // whose own it has to be there
-extern "C" void *__libc_malloc(size_t);
-
-extern "C" void *
-malloc(size_t size)
-{
-    if (no_memory)
-        _exit(1);
-    return __libc_malloc(size);
-}
-#endif
-
 static std::string
 report(const std::string &rest)
 {
@@ -46,7 +32,7 @@ report(const std::string &rest)
 TEST(Base, ReportTakesNoMemory)
 {
     auto fail = [] {
-        no_memory = true;
+        mallocs_left = 0;
         KEYLINE_CHECK(1 == 2, "one == two", 57, "acquireGil");
     };
     EXPECT_EXIT(fail(), ::testing::KilledBySignal(SIGABRT),

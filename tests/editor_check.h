@@ -222,6 +222,16 @@ line_with_history(const std::vector<std::string> &history, const std::string &ke
     return run(with).line;
 }
 
+// The line that the keys make where something has happened before the editor is there.
+inline std::string
+line_after(void (*before)(), const std::string &keys)
+{
+    Session with;
+    with.steps = {{keys}};
+    with.before = before;
+    return run(with).line;
+}
+
 // Editing as in vi, with the keys that follow in its insert mode.
 inline std::string
 vi(const std::string &keys)

@@ -2,6 +2,7 @@
 // prompt or a configuration, each with the fewest keys that show it. Run under the
 // sanitizers, each of them ends the packaged editor.
 #include "editor_check.h"
+#include "failing_malloc.h"
 
 #include <algorithm>
 #include <histedit.h>
@@ -89,10 +90,7 @@ split_a_line_that_ends_in_a_backslash()
 
 TEST(EditorMemory, WordsOfALineThatEndsInABackslash)
 {
-    Session with;
-    with.steps = {{"a\n"}};
-    with.before = split_a_line_that_ends_in_a_backslash;
-    EXPECT_EQ(run(with).line, "a");
+    EXPECT_EQ(line_after(split_a_line_that_ends_in_a_backslash, "a\n"), "a");
 }
 
 static void
@@ -109,10 +107,7 @@ bind_unfinished_escapes()
 
 TEST(EditorMemory, UnfinishedEscapeInABinding)
 {
-    Session with;
-    with.steps = {{"a\n"}};
-    with.before = bind_unfinished_escapes;
-    EXPECT_EQ(run(with).line, "a");
+    EXPECT_EQ(line_after(bind_unfinished_escapes, "a\n"), "a");
 }
 
 TEST(EditorMemory, StringTooLongToBind)
@@ -160,23 +155,8 @@ read_from_descriptor_1024()
 // It is not one that select() could wait for, and is read without.
 TEST(EditorMemory, HighDescriptor)
 {
-    Session with;
-    with.steps = {{"a\n"}};
-    with.before = read_from_descriptor_1024;
-    EXPECT_EQ(run(with).line, "a");
+    EXPECT_EQ(line_after(read_from_descriptor_1024, "a\n"), "a");
 }
-
-static int mallocs_left = -1; // until one finds no memory; without end below 0
-
-#ifndef __SANITIZE_ADDRESS__ // whose own it has to be there, and none fails
-extern "C" void *__libc_malloc(size_t);
-
-extern "C" void *
-malloc(size_t size)
-{
-    return mallocs_left >= 0 && mallocs_left-- == 0 ? nullptr : __libc_malloc(size);
-}
-#endif
 
 // A key that was bound in part is unknown; it does not begin a number.
 TEST(EditorMemory, KeySequenceForWhichThereIsNoMemory)
@@ -451,10 +431,7 @@ set_editor_without_children()
 static std::string
 line_edited_outside(void (*before)())
 {
-    Session with;
-    with.steps = {{vi("a" ESC "v")}};
-    with.before = before;
-    return run(with).line;
+    return line_after(before, vi("a" ESC "v"));
 }
 
 TEST(EditorMemory, TextFromOutsideThatIsNoText)
@@ -510,8 +487,5 @@ complete_with_one_match()
 
 TEST(EditorMemory, ListOfASingleMatch)
 {
-    Session with;
-    with.steps = {{"a\t\n"}};
-    with.before = complete_with_one_match;
-    EXPECT_EQ(run(with).line, "abc ");
+    EXPECT_EQ(line_after(complete_with_one_match, "a\t\n"), "abc ");
 }
