@@ -2,6 +2,7 @@
 #include "vantor_check.h"
 
 #include <climits>
+#include <sched.h>
 
 // A directory in which a path has room for 10 to 210 bytes more.
 static std::string
@@ -65,6 +66,69 @@ TEST_F(Watch, FileDeepBelow)
     move(dir + "/e", dir + "/d");
     put(deep + "/log", "three\n");
     EXPECT_EQ(news(), "three\n");
+}
+
+// A deleted file is held open by the library, and maybe by its writer, which keeps its
+// directory from telling that it goes, too.
+TEST_F(Watch, DirectoriesDeletedBehindTheFile)
+{
+    std::string outer = dir + "/outer";
+    std::string inner = outer + "/inner";
+    make_directory(outer);
+    make_directory(inner);
+    put(inner + "/log", "old\n");
+    start(inner + "/log");
+    remove_path(inner + "/log");
+    EXPECT_EQ(news(), "");
+    remove_path(inner);
+    EXPECT_EQ(news(), "");
+    make_directory(inner);
+    EXPECT_EQ(news(), "");
+    put(inner + "/log", "one\n");
+    EXPECT_EQ(news(), "one\n");
+    for (const std::string &gone : {inner + "/log", inner, outer}) {
+        remove_path(gone);
+        EXPECT_EQ(news(), "");
+    }
+    make_directory(outer);
+    EXPECT_EQ(news(), "");
+    make_directory(inner);
+    EXPECT_EQ(news(), "");
+    put(inner + "/log", "two\n");
+    EXPECT_EQ(news(), "two\n");
+}
+
+TEST_F(Watch, DirectoryOfTheRootDeletedBehindTheFile)
+{
+    expect_in_child([this] {
+        if ((geteuid() != 0 && unshare(CLONE_NEWUSER) == -1) || chroot(dir.c_str()) == -1)
+            return false;
+        make_directory("/logs");
+        put("/logs/log", "old\n");
+        start("/logs/log");
+        remove_path("/logs/log");
+        bool quiet = news().empty();
+        remove_path("/logs");
+        quiet = news().empty() && quiet;
+        make_directory("/logs");
+        put("/logs/log", "one\n");
+        return news() == "one\n" && quiet;
+    });
+}
+
+TEST_F(Watch, DirectoryRenamedOverThatOfTheDeletedFile)
+{
+    make_directory(dir + "/one");
+    make_directory(dir + "/two");
+    put(dir + "/one/log", "old\n");
+    put(dir + "/two/log", "one\n");
+    start(dir + "/one/log");
+    remove_path(dir + "/one/log");
+    EXPECT_EQ(news(), "");
+    move(dir + "/two", dir + "/one");
+    EXPECT_EQ(news(), "one\n");
+    put(dir + "/one/log", "two\n");
+    EXPECT_EQ(news(), "two\n");
 }
 
 // A file that was rotated, before it was seen, to a name that makes its path too long is

@@ -154,6 +154,8 @@ take_event(vantor_handle *handle, const inotify_event *event)
         bool at_path = awaited && handle->route.whole;
         if (arrivals_event(&handle->arrivals, at_path, event) || awaited)
             handle->moved = true;
+    } else if (event->mask & IN_DELETE && event->mask & IN_ISDIR) {
+        handle->moved = true;
     }
 }
 

@@ -13,12 +13,15 @@
 constexpr int links_max = 40;
 constexpr int walks_max = 16;
 
-// What happens to a directory on the way itself; to a link also that another is renamed
-// over it; and to the entries of the last directory also that they become readable.
-constexpr unsigned directory_events = IN_DELETE_SELF | IN_MOVE_SELF;
-constexpr unsigned link_events = directory_events | IN_ATTRIB;
+// What happens to a name on the way itself, and that a directory is deleted in one of them:
+// a directory does not say it itself while a deleted file of it is held open, by a handle
+// or by the file's writer. To a link also that another is renamed over it; and to the
+// entries of the last directory also that they become readable.
+constexpr unsigned self_events = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr unsigned directory_events = self_events | IN_DELETE;
+constexpr unsigned link_events = self_events | IN_ATTRIB;
 constexpr unsigned entry_events =
-    directory_events | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB;
+    directory_events | IN_CREATE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB;
 const unsigned route_file_events = IN_MODIFY | IN_ATTRIB;
 
 enum Kind { kind_missing, kind_link, kind_directory, kind_other };
@@ -143,6 +146,8 @@ walk(Route *route, int inotify, const char *path)
     int links = 0;
     route_init(route);
     strcpy(rest, path);
+    if (watch_step(route, inotify, "/", directory_events) == -1)
+        return -1;
     for (;;) {
         if (!take_name(route, rest)) {
             errno = EISDIR;
