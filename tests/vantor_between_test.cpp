@@ -257,6 +257,64 @@ TEST_F(Between, DirectoryThatIsNoLongerOnTheWay)
     EXPECT_EQ(news(), "new\n");
 }
 
+// The file is deleted, but held open, so its directory does not say that it goes.
+TEST_F(Between, DirectoryDeletedBeforeAnyWatchOfTheLook)
+{
+    std::string inner = dir + "/inner";
+    bool met = true;
+    for (int nth = 0; met; ++nth) {
+        make_directory(inner);
+        put(inner + "/log", "old\n");
+        start(inner + "/log");
+        remove_path(inner + "/log");
+        met = false;
+        before_watch = [&, count = 0](const std::string &, uint32_t) mutable {
+            if (count++ == nth)
+                met = remove(inner.c_str()) == 0;
+        };
+        EXPECT_EQ(news(), "");
+        before_watch = nullptr;
+        if (!met)
+            remove_path(inner);
+        make_directory(inner);
+        put(inner + "/log", "new\n");
+        EXPECT_EQ(news(), "new\n") << "before watch " << nth;
+        vantor_close(handle);
+        handle = nullptr;
+        remove_path(inner + "/log");
+        remove_path(inner);
+        EXPECT_TRUE(met || nth > 3);
+    }
+}
+
+// Each directory of a way longer than what is watched of it comes when the one before it is
+// watched as the last.
+TEST_F(Between, DirectoriesThatComeWhileTheyAreLookedFor)
+{
+    std::string first = dir + "/d";
+    std::string deep = first;
+    std::vector<std::string> way = {deep};
+    while (way.size() < 100)
+        way.push_back(deep += "/d");
+    for (const std::string &name : way)
+        make_directory(name);
+    put(deep + "/log", "old\n");
+    start(deep + "/log");
+    move(first, dir + "/away");
+    size_t made = 0;
+    before_look = [&, last = std::string()](const std::string &name) mutable {
+        if (made < way.size() && name == way[made] && name == last)
+            make_directory(way[made++]);
+        last = name;
+    };
+    EXPECT_EQ(news(), "");
+    before_look = nullptr;
+    while (made < way.size())
+        make_directory(way[made++]);
+    put(deep + "/log", "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
 TEST_F(Between, LinkThatIsNeverThereWhenItIsRead)
 {
     std::string link = dir + "/link";

@@ -66,6 +66,15 @@ TEST_F(Watch, FileDeepBelow)
     move(dir + "/e", dir + "/d");
     put(deep + "/log", "three\n");
     EXPECT_EQ(news(), "three\n");
+    for (const char *name : {"/log", "/log.1"})
+        remove_path(deep + name);
+    EXPECT_EQ(news(), "");
+    remove_path(deep);
+    EXPECT_EQ(news(), "");
+    make_directory(deep);
+    EXPECT_EQ(news(), "");
+    put(deep + "/log", "four\n");
+    EXPECT_EQ(news(), "four\n");
 }
 
 // A deleted file is held open by the library, and maybe by its writer, which keeps its
@@ -96,6 +105,25 @@ TEST_F(Watch, DirectoriesDeletedBehindTheFile)
     EXPECT_EQ(news(), "");
     put(inner + "/log", "two\n");
     EXPECT_EQ(news(), "two\n");
+    for (const std::string &parent : {dir, outer}) {
+        make_directory(parent + "/other");
+        remove_path(parent + "/other");
+        EXPECT_FALSE(readable()) << "only the entries of the last directory count";
+    }
+}
+
+TEST_F(Watch, DirectoryThatIsOnlyPassedAgain)
+{
+    std::string inner = dir + "/inner";
+    make_directory(inner);
+    put(inner + "/log", "old\n");
+    start(inner + "/log");
+    move(inner, dir + "/away");
+    EXPECT_EQ(news(), "");
+    move(dir + "/away", inner);
+    EXPECT_EQ(news(), "");
+    put(dir + "/other", "");
+    EXPECT_FALSE(readable());
 }
 
 TEST_F(Watch, DirectoryOfTheRootDeletedBehindTheFile)

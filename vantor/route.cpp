@@ -13,15 +13,12 @@
 constexpr int links_max = 40;
 constexpr int walks_max = 16;
 
-// What happens to a name on the way itself, and that a directory is deleted in one of them:
-// a directory does not say it itself while a deleted file of it is held open, by a handle
-// or by the file's writer. To a link also that another is renamed over it; and to the
-// entries of the last directory also that they become readable.
-constexpr unsigned self_events = IN_DELETE_SELF | IN_MOVE_SELF;
-constexpr unsigned directory_events = self_events | IN_DELETE;
-constexpr unsigned link_events = self_events | IN_ATTRIB;
+// What happens to a directory on the way itself; to a link also that another is renamed
+// over it; and to the entries of the last directory also that they become readable.
+constexpr unsigned directory_events = IN_DELETE_SELF | IN_MOVE_SELF;
+constexpr unsigned link_events = directory_events | IN_ATTRIB;
 constexpr unsigned entry_events =
-    directory_events | IN_CREATE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB;
+    directory_events | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_ATTRIB;
 const unsigned route_file_events = IN_MODIFY | IN_ATTRIB;
 
 enum Kind { kind_missing, kind_link, kind_directory, kind_other };
@@ -30,7 +27,7 @@ void
 route_init(Route *route)
 {
     memset(route, 0, sizeof *route);
-    route->entries = -1;
+    route->entries = route->above = -1;
 }
 
 int
@@ -66,13 +63,20 @@ has_watch(const Route *route, int watch)
     return false;
 }
 
-// Adds a watch, without taking events from one that is there. Returns it, or -1 with errno.
+// Adds a watch, without taking events from one that is there. Returns it, or -1 with errno
+// set: ENOENT also when directories that come during the walk leave no room for it.
 static int
 add_watch(Route *route, int inotify, const char *place, unsigned events)
 {
     int watch = inotify_add_watch(inotify, place, events | IN_MASK_ADD | IN_DONT_FOLLOW);
-    if (watch >= 0 && !has_watch(route, watch))
-        route->watches[route->count++] = watch;
+    if (watch == -1 || has_watch(route, watch))
+        return watch;
+    if (route->count == route_watches) {
+        inotify_rm_watch(inotify, watch);
+        errno = ENOENT;
+        return -1;
+    }
+    route->watches[route->count++] = watch;
     return watch;
 }
 
@@ -81,7 +85,7 @@ add_watch(Route *route, int inotify, const char *place, unsigned events)
 static int
 watch_step(Route *route, int inotify, const char *place, unsigned events)
 {
-    if (route->count >= route_watches - 1) // the last is for the entries
+    if (route->count >= route_watches - 2) // the others are for its end
         return 0;
     if (add_watch(route, inotify, place, events) >= 0)
         return 0;
@@ -124,16 +128,49 @@ enter_link(Route *route, const char *place, char *rest)
     return 0;
 }
 
-// What stands at a place that ends the way, or lets it go on after all: looks again once
-// the entries of the directory are watched. -1 with errno set when they cannot be.
+// Watches the entries of the last directory. Returns 0, or -1 with errno set.
 static int
-look_watched(Route *route, int inotify, const char *place)
+watch_entries(Route *route, int inotify)
 {
     const char *dir = route->dir[0] ? route->dir : "/";
     int watch = add_watch(route, inotify, dir, entry_events | IN_ONLYDIR);
     if (watch == -1)
         return -1;
     route->entries = watch;
+    return 0;
+}
+
+// Watches the parent of the last directory for its deletion. Returns 0, also when it may
+// not be read, or -1 with errno set.
+static int
+watch_above(Route *route, int inotify)
+{
+    char above[PATH_MAX];
+    strcpy(above, route->dir);
+    char *slash = strrchr(above, '/');
+    if (!slash)
+        return 0;
+    slash[slash == above ? 1 : 0] = '\0';
+    route->above = add_watch(route, inotify, above, IN_DELETE);
+    return route->above == -1 && (errno == ENOSPC || errno == ENOMEM) ? -1 : 0;
+}
+
+// What stands at a place that ends the way, or lets it go on after all: looks again once
+// the entries of the directory are watched. -1 with errno set when they cannot be.
+//
+// With nothing at the place the directory may be deleted. It does not say so itself while a
+// deleted file of it is held open, by a handle or by the file's writer, so its parent is
+// asked; a directory that went before that is no longer there to be watched.
+static int
+look_watched(Route *route, int inotify, const char *place)
+{
+    if (watch_entries(route, inotify) == -1)
+        return -1;
+    int kind = look(place);
+    if (kind != kind_missing)
+        return kind;
+    if (watch_above(route, inotify) == -1 || watch_entries(route, inotify) == -1)
+        return -1;
     return look(place);
 }
 
@@ -146,8 +183,6 @@ walk(Route *route, int inotify, const char *path)
     int links = 0;
     route_init(route);
     strcpy(rest, path);
-    if (watch_step(route, inotify, "/", directory_events) == -1)
-        return -1;
     for (;;) {
         if (!take_name(route, rest)) {
             errno = EISDIR;
@@ -205,18 +240,24 @@ walk_through(Route *route, int inotify, const char *path)
     }
 }
 
+// Drops a watch that told of a directory's entries, if the directory is only passed now.
+static bool
+drop_passed(const Route *fresh, int inotify, int watch)
+{
+    return watch >= 0 && watch != fresh->entries && watch != fresh->above &&
+           has_watch(fresh, watch) && inotify_rm_watch(inotify, watch) == 0;
+}
+
 int
 route_lay(Route *route, int inotify, const char *path)
 {
     Route fresh;
     int result = walk_through(&fresh, inotify, path);
-    // A directory that is only passed now must not go on telling of its entries: its watch
-    // is dropped, and the second walk adds it with fewer events.
-    if (route->entries >= 0 && route->entries != fresh.entries &&
-        has_watch(&fresh, route->entries)) {
-        inotify_rm_watch(inotify, route->entries);
+    // The second walk adds what was dropped with fewer events.
+    bool entries = drop_passed(&fresh, inotify, route->entries);
+    bool above = drop_passed(&fresh, inotify, route->above);
+    if (entries || above)
         result = walk_through(&fresh, inotify, path);
-    }
     int error = errno;
     for (int i = 0; i < route->count; ++i) {
         if (!has_watch(&fresh, route->watches[i]))

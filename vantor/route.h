@@ -12,6 +12,7 @@ struct Route {
     int watches[route_watches];
     int count;
     int entries;         // the watch on `dir`, with events for its entries; -1 for none
+    int above;           // that on its parent, for its deletion, while `name` is missing
     bool whole;          // all directories exist: dir/name is the place of the file
     char dir[PATH_MAX];  // the deepest directory; the root is ""
     char name[PATH_MAX]; // the next name in it, which may not exist
