@@ -412,6 +412,8 @@ TEST_F(Watch, DirectoryRenamedAwayAndBack)
     move(dir + "/away", inner);
     put(inner + "/log", "two\n");
     EXPECT_EQ(news(), "two\n");
+    put(dir + "/other", "");
+    EXPECT_FALSE(readable()) << "the directory above is only passed again";
 }
 
 TEST_F(Watch, DirectoryAboveRenamedAndMadeAgainBetweenTwoLooks)

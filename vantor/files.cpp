@@ -154,7 +154,7 @@ take_event(vantor_handle *handle, const inotify_event *event)
         bool at_path = awaited && handle->route.whole;
         if (arrivals_event(&handle->arrivals, at_path, event) || awaited)
             handle->moved = true;
-    } else if (event->mask & IN_DELETE && event->mask & IN_ISDIR) {
+    } else if (event->mask & IN_DELETE && event->mask & IN_ISDIR) { // above the last one
         handle->moved = true;
     }
 }

@@ -152,7 +152,7 @@ watch_above(Route *route, int inotify)
         return 0;
     slash[slash == above ? 1 : 0] = '\0';
     route->above = add_watch(route, inotify, above, IN_DELETE);
-    return route->above == -1 && (errno == ENOSPC || errno == ENOMEM) ? -1 : 0;
+    return route->above == -1 && errno != EACCES ? -1 : 0;
 }
 
 // What stands at a place that ends the way, or lets it go on after all: looks again once
