@@ -204,7 +204,7 @@ def wrong(one, noted, place):
     unrestored = found(UNRESTORED, call, place)
     if not result["fired"]:  # how often is waited depends on how fast keys come
         if one["visit"] == 1:
-            return "not reached"
+            return "not reached: %r, %s" % (result["outcome"], one["stderr"])
         kind = unrestored = None
     if result["starved"] and kind not in PRESSED_AGAIN and (
             one["act"] not in FOLLOWING or result["outcome"] == usual):

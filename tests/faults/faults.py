@@ -16,6 +16,8 @@ import calling
 import stage
 from failures import FAILURES, label
 
+TRIES = 20  # how often a call is waited for: the look for more keys needs keys that come fast
+
 
 def note(act, repeats):
     """The act without a fault: all calls it makes, its outcome, and what it leaves behind."""
@@ -84,10 +86,14 @@ def faults_of(name, noted, wanted, visits, repeats, settings, tell):
         repeats = 0
     for call, visit in chosen(noted["calls"], wanted, visits):
         for failure in FAILURES.get(call.name, ()):
-            stage.clean_terminal(settings)
-            result, status = stage.forked(fault, act, call, visit, failure,
-                                          repeats if visit == 1 else 0, noted.get("growth"))
-            errors = stage.stderr()
+            for _ in range(TRIES if visit == 1 else 1):
+                stage.clean_terminal(settings)
+                result, status = stage.forked(fault, act, call, visit, failure,
+                                              repeats if visit == 1 else 0,
+                                              noted.get("growth"))
+                errors = stage.stderr()
+                if result is None or result["fired"] or result["outcome"] != noted["outcome"]:
+                    break
             tell({"act": name, "call": call, "visit": visit, "failure": label(failure),
                   "result": result, "status": status, "stderr": errors,
                   "terminal": stage.clean_terminal(settings)})
