@@ -98,6 +98,25 @@ TEST_F(Between, ExchangedInEachLook)
     EXPECT_EQ(news(), "more\n");
 }
 
+// The watch for the new file meets the old one, which has its own already.
+TEST_F(Between, OldFileComesBackWhileTheNewOneIsOpened)
+{
+    start(path);
+    exchange(path + ".1", "new\n");
+    before_watch = [this](const std::string &name, uint32_t mask) {
+        if (name != path || !(mask & IN_MODIFY))
+            return;
+        before_watch = nullptr;
+        move(path, path + ".2");
+        move(path + ".1", path);
+    };
+    EXPECT_EQ(news(), "new\n");
+    for (const char *line : {"one\n", "two\n"}) {
+        put(path, line);
+        EXPECT_EQ(news(), line);
+    }
+}
+
 // The file has lost its name before its place in the order was certain, but was opened.
 TEST_F(Between, DeletedOnceItWasOpened)
 {

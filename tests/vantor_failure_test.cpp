@@ -196,6 +196,25 @@ TEST_F(Failure, WatchLimitLaterIsOvercomeAtTheNextEvent)
     EXPECT_EQ(news(), "late\nnew\n");
 }
 
+// The kernel takes the watch off, as another name than the one opened is the last.
+TEST_F(Failure, WatchLimitWhenAllNamesAreDeletedIsOvercomeAtTheNextEvent)
+{
+    start(path);
+    int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    ASSERT_EQ(link(path.c_str(), (path + ".1").c_str()), 0);
+    remove_path(path);
+    remove_path(path + ".1");
+    watches_left = 0;
+    process();
+    watches_left = -1;
+    EXPECT_EQ(news(), "");
+    put(dir + "/other", "");
+    EXPECT_EQ(news(), "");
+    ASSERT_EQ(write(file, "late\n", 5), 5);
+    close(file);
+    EXPECT_EQ(news(), "late\n");
+}
+
 TEST_F(Failure, DescriptorLimitLaterIsOvercomeAtTheNextEvent)
 {
     start(path);

@@ -163,6 +163,29 @@ TEST_F(Watch, LinkedAndUnlinkedFileIsFollowed)
     EXPECT_EQ(news(), "old\nnew\n");
 }
 
+// The kernel takes the watch off a file that loses its last name, if that is not the one
+// by which it was opened.
+TEST_F(Watch, FileDeletedUnderAllItsNamesIsFollowed)
+{
+    start(path);
+    int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    ASSERT_EQ(link(path.c_str(), (path + ".1").c_str()), 0);
+    remove_path(path);
+    remove_path(path + ".1");
+    ASSERT_EQ(write(file, "at once\n", 8), 8);
+    EXPECT_EQ(news(), "at once\n");
+    EXPECT_FALSE(readable());
+    for (const char *line : {"late\n", "more\n"}) {
+        ASSERT_EQ(write(file, line, 5), 5);
+        EXPECT_EQ(news(), line);
+    }
+    close(file);
+    int descriptors = open_descriptors();
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+    EXPECT_EQ(open_descriptors(), descriptors) << "the old file is let go";
+}
+
 TEST_F(Watch, CopiedAndEmptied)
 {
     start(path);

@@ -139,12 +139,26 @@ forget_unsettled(vantor_handle *handle)
         handle->arrivals.list[i].opened = false;
 }
 
+// Notes that a watch was taken off, or any number of them, with -1. The kernel does that to
+// a file that is held open when it loses its last name and was opened by another.
+static void
+unwatch(vantor_handle *handle, int watch)
+{
+    for (int i = 0; i < handle->count; ++i) {
+        if (watch == -1 || handle->files[i].watch == watch)
+            handle->files[i].watch = -1;
+    }
+}
+
 static void
 take_event(vantor_handle *handle, const inotify_event *event)
 {
     if (event->mask & IN_Q_OVERFLOW) {
+        unwatch(handle, -1);
         arrivals_clear(&handle->arrivals);
         handle->moved = true;
+    } else if (event->mask & IN_IGNORED) {
+        unwatch(handle, event->wd);
     } else if (event->len == 0) {
         if (event->mask & (IN_ATTRIB | IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT))
             handle->moved = true;
@@ -159,10 +173,10 @@ take_event(vantor_handle *handle, const inotify_event *event)
     }
 }
 
-// Takes all waiting events. A read that leaves room has emptied the queue; writes to the
-// files need no note, since every look at a file reads it.
-int
-files_take_events(vantor_handle *handle)
+// A read that leaves room has emptied the queue; writes to the files need no note, since
+// every look at a file reads it.
+static int
+take_events(vantor_handle *handle)
 {
     for (;;) {
         ssize_t got = read(handle->inotify, handle->buffer, sizeof handle->buffer);
@@ -177,6 +191,17 @@ files_take_events(vantor_handle *handle)
         if (got < static_cast<ssize_t>(sizeof handle->buffer / 2))
             return 0;
     }
+}
+
+int
+files_take_events(vantor_handle *handle)
+{
+    int result = take_events(handle);
+    for (int i = 0; i < handle->count; ++i) {
+        if (handle->files[i].watch == -1)
+            follow_watch_again(handle->files + i, handle->inotify);
+    }
+    return result;
 }
 
 // Waits until an operation under way in the directory, which may show in its names already,

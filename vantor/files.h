@@ -6,7 +6,8 @@
 // Lays the watches and follows the file from its end. Returns 0 or -1 with errno set.
 int files_start(vantor_handle *handle);
 
-// Takes all waiting events. Returns 0 or -1 with errno set.
+// Takes all waiting events, and watches again what lost its watch. Returns 0 or -1 with
+// errno set.
 int files_take_events(vantor_handle *handle);
 
 // Follows what came to the path, as far as the events taken say that something moved. True

@@ -6,6 +6,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <stdio.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -31,7 +32,8 @@ is_plain(const struct stat *status)
 }
 
 // The watch goes by the place and might meet another file than the one opened, so the place
-// is looked at once more.
+// is looked at once more. If that is followed itself it loses its watch, is told so, and is
+// watched again.
 static int
 watch_file(Follow *follow, int inotify, const char *place, const struct stat *opened)
 {
@@ -77,6 +79,14 @@ follow_open(Follow *follow, int inotify, const char *place, bool at_end)
         follow->head_size = head > 0 ? static_cast<size_t>(head) : 0;
     }
     return 0;
+}
+
+void
+follow_watch_again(Follow *follow, int inotify)
+{
+    char place[32];
+    snprintf(place, sizeof place, "/proc/self/fd/%d", follow->file);
+    follow->watch = inotify_add_watch(inotify, place, route_file_events);
 }
 
 void

@@ -10,7 +10,7 @@ constexpr size_t follow_head_max = 1024;
 
 struct Follow {
     int file;                   // owned descriptor
-    int watch;                  // inotify watch on the file
+    int watch;                  // inotify watch on the file; -1 once the kernel took it off
     dev_t device;               // together with the next: which file it is
     ino_t inode;                //
     off_t told;                 // text before this offset was told
@@ -24,6 +24,10 @@ struct Follow {
 // `at_end`, none. Returns 0 or -1 with errno set: EISDIR or EINVAL for anything but a plain
 // file, EAGAIN when another file came to the place meanwhile, which gives an event.
 int follow_open(Follow *follow, int inotify, const char *place, bool at_end);
+
+// Watches it anew, whatever its name is now. Without /proc, or without room for a watch, it
+// stays unwatched.
+void follow_watch_again(Follow *follow, int inotify);
 
 // Lets go of it, without an event.
 void follow_close(Follow *follow, int inotify);
