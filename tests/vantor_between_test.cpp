@@ -103,16 +103,45 @@ TEST_F(Between, OldFileComesBackWhileTheNewOneIsOpened)
 {
     start(path);
     exchange(path + ".1", "new\n");
-    before_watch = [this](const std::string &name, uint32_t mask) {
-        if (name != path || !(mask & IN_MODIFY))
+    before_watch = [this, done = false](const std::string &name, uint32_t mask) mutable {
+        if (name != path || !(mask & IN_MODIFY) || done)
             return;
-        before_watch = nullptr;
+        done = true;
         move(path, path + ".2");
         move(path + ".1", path);
     };
     EXPECT_EQ(news(), "new\n");
     for (const char *line : {"one\n", "two\n"}) {
         put(path, line);
+        EXPECT_EQ(news(), line);
+    }
+}
+
+// As above, but when it is looked at again nothing is to be seen of that.
+TEST_F(Between, OldFileIsThereWhileTheNewOneIsWatched)
+{
+    bool there = false;
+    start(path);
+    exchange(path + ".1", "new\n");
+    before_watch = [&, done = false](const std::string &name, uint32_t mask) mutable {
+        if (name != path || !(mask & IN_MODIFY) || done)
+            return;
+        done = there = true;
+        move(path, path + ".2");
+        move(path + ".1", path);
+    };
+    before_look = [&](const std::string &name) {
+        if (name != path || !there)
+            return;
+        there = false;
+        move(path, path + ".1");
+        move(path + ".2", path);
+    };
+    EXPECT_EQ(news(), "new\n");
+    for (const char *line : {"one\n", "two\n"}) {
+        put(path, line);
+        EXPECT_EQ(news(), line);
+        put(path + ".1", line);
         EXPECT_EQ(news(), line);
     }
 }

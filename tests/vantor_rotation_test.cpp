@@ -186,6 +186,22 @@ TEST_F(Watch, FileDeletedUnderAllItsNamesIsFollowed)
     EXPECT_EQ(open_descriptors(), descriptors) << "the old file is let go";
 }
 
+TEST_F(Watch, SecondFileDeletedUnderAllItsNamesIsFollowed)
+{
+    start(path);
+    move(path, path + ".1");
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+    int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+    ASSERT_EQ(link(path.c_str(), (path + ".2").c_str()), 0);
+    remove_path(path);
+    remove_path(path + ".2");
+    EXPECT_EQ(news(), "");
+    ASSERT_EQ(write(file, "late\n", 5), 5);
+    close(file);
+    EXPECT_EQ(news(), "late\n");
+}
+
 TEST_F(Watch, CopiedAndEmptied)
 {
     start(path);
