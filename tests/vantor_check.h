@@ -123,6 +123,15 @@ class Watch : public testing::Test
         ASSERT_NE(handle, nullptr) << name << ": " << strerror(errno);
     }
 
+    // Deletes the log under two names. The kernel takes the watch off a file that loses its
+    // last name, if that is not the one by which it was opened.
+    void delete_all_names()
+    {
+        ASSERT_EQ(link(path.c_str(), (path + ".link").c_str()), 0);
+        remove_path(path);
+        remove_path(path + ".link");
+    }
+
     // Opens in vain, and checks the reason and that no descriptor is left.
     static void expect_error(const char *name, int error, vantor_callback callback = take)
     {
