@@ -63,6 +63,20 @@ class Between : public Watch
             exchange(path + "." + std::to_string(done), std::to_string(done) + "\n");
         };
     }
+
+    // The exchanged log, at `path`.1, is back at the path when the new one, opened, is to
+    // be watched, which is at `path`.2 from then on.
+    bool old_is_back = false;
+    void bring_back_when_watched()
+    {
+        before_watch = [this](const std::string &name, uint32_t mask) {
+            if (name != path || !(mask & IN_MODIFY) || old_is_back)
+                return;
+            old_is_back = true;
+            move(path, path + ".2");
+            move(path + ".1", path);
+        };
+    }
 };
 
 // ---- the file ----
@@ -103,41 +117,30 @@ TEST_F(Between, OldFileComesBackWhileTheNewOneIsOpened)
 {
     start(path);
     exchange(path + ".1", "new\n");
-    before_watch = [this, done = false](const std::string &name, uint32_t mask) mutable {
-        if (name != path || !(mask & IN_MODIFY) || done)
-            return;
-        done = true;
-        move(path, path + ".2");
-        move(path + ".1", path);
-    };
+    bring_back_when_watched();
     EXPECT_EQ(news(), "new\n");
     for (const char *line : {"one\n", "two\n"}) {
         put(path, line);
         EXPECT_EQ(news(), line);
     }
+    EXPECT_TRUE(old_is_back) << "never watched";
 }
 
 // As above, but when it is looked at again nothing is to be seen of that.
 TEST_F(Between, OldFileIsThereWhileTheNewOneIsWatched)
 {
-    bool there = false;
     start(path);
     exchange(path + ".1", "new\n");
-    before_watch = [&, done = false](const std::string &name, uint32_t mask) mutable {
-        if (name != path || !(mask & IN_MODIFY) || done)
+    bring_back_when_watched();
+    before_look = [this](const std::string &name) {
+        if (name != path || !old_is_back)
             return;
-        done = there = true;
-        move(path, path + ".2");
-        move(path + ".1", path);
-    };
-    before_look = [&](const std::string &name) {
-        if (name != path || !there)
-            return;
-        there = false;
         move(path, path + ".1");
         move(path + ".2", path);
+        before_look = nullptr;
     };
     EXPECT_EQ(news(), "new\n");
+    EXPECT_FALSE(before_look) << "never looked at";
     for (const char *line : {"one\n", "two\n"}) {
         put(path, line);
         EXPECT_EQ(news(), line);
