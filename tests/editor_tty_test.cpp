@@ -337,6 +337,7 @@ TEST_F(EditorTty, APasteThatGoesOnIsNotEchoed)
     typed_late = "ab\n";
     type("\n\n");
     ASSERT_TRUE(is_pending(2));
+    ASSERT_TRUE(sees("\r\n\r\n")); // the echo may come later
     size_t from = shown.size();
     for (const char *line : {"", "", "ab"})
         EXPECT_EQ(read_line({}), line);
