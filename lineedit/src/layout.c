@@ -260,8 +260,6 @@ layout_cell(pen_t *p, wchar_t c, int width)
 	layout_t *l = p->l;
 
 	if (l->next.h + width > l->width) {
-		if (l->next.h < l->width)
-			p->row->cells[l->next.h++] = ' ';
 		layout_next_row(p, 1);
 		if (p->over)
 			return;

@@ -26,12 +26,34 @@
 /* about what a move within a row costs, in bytes */
 #define	MOVE_COST	5
 
-#define	WRAPS(el)	((EL_FLAGS & (TERM_HAS_AUTO_MARGINS | TERM_HAS_MAGIC_MARGINS)) \
-			    == (TERM_HAS_AUTO_MARGINS | TERM_HAS_MAGIC_MARGINS))
 /* the cursor is behind the last column: it may only go back to the first */
 #define	PENDING(el)	((el)->el_refresh.at.h >= (el)->el_refresh.drawn.width)
 
 /* --- What the terminal can do ------------------------------------------------ */
+
+/* re_wraps():
+ *	Whether the terminal goes on in the next row by itself, and not before the next
+ *	character. It does so at its own margin, not at that of a width set by hand.
+ */
+static int
+re_wraps(EditLine *el)
+{
+	int window = el->el_terminal.t_window.h;
+
+	return EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS &&
+	    (window == 0 || window == el->el_terminal.t_size.h);
+}
+
+static int
+re_columns(EditLine *el)
+{
+	int columns = el->el_terminal.t_size.h;
+
+	if ((EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS) || columns == 1 ||
+	    columns < el->el_terminal.t_window.h)
+		return columns;
+	return columns - 1;
+}
 
 enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC, DO_ICS,
     DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_COUNT };
@@ -140,15 +162,16 @@ re_move_to_row(EditLine *el, int v)
 
 	if (n == 0)
 		return;
-	if (PENDING(el))
-		re_return(el);
 	if (n < 0) {
+		if (PENDING(el))
+			re_return(el);
 		if (re_can(el, DO_UPS) != NULL && (n < -1 || re_can(el, DO_UP) == NULL))
 			re_do_many(el, DO_UPS, -n);
 		else
 			while (n++ < 0)
 				re_do(el, DO_UP);
-	} else if (v < r->depth && n > 2 && re_can(el, DO_DOWNS) != NULL)
+	} else if (v < r->depth && n > 2 && !PENDING(el) &&
+	    re_can(el, DO_DOWNS) != NULL)
 		re_do_many(el, DO_DOWNS, n);
 	else {
 		while (n-- > 0)
@@ -296,7 +319,7 @@ re_find_shift(EditLine *el, const layout_row_t *old, const layout_row_t *new, in
 		/* at last, what makes the rows equally long */
 		int in = n <= SHIFT_MAX ? n : lengths, out = n <= SHIFT_MAX ? n : -lengths;
 
-		if (EL_CAN_INSERT && in > 0 && f + in < new->end && (WRAPS(el) ||
+		if (EL_CAN_INSERT && in > 0 && f + in < new->end && (re_wraps(el) ||
 		    old->end + in <= width) && new->cells[f + in] == old->cells[f] &&
 		    (cost = re_shift_cost(el, old, new, f, in, most)) < most) {
 			best = in;
@@ -413,20 +436,23 @@ re_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, 
 
 /* re_join():
  *	Have the terminal itself go on from row v - 1 to this one: write the last cell
- *	there, unless that was just done, and the first here
+ *	there, unless that was just done, and the first here. A wide character that has
+ *	no room there is taken to this row by the terminal, too.
  */
 static int
 re_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
 {
 	el_refresh_t *r = &el->el_refresh;
 	layout_row_t *above = layout_row(&r->next, v - 1);
-	int h = above->end - 1, width = re_cell_width(new, 0);
+	int h = above->end, width = re_cell_width(new, 0);
 
-	if (above->cells[h] == LAYOUT_FILL)
-		h--;
-	if (r->at.v != v - 1 || !PENDING(el)) {
-		re_move(el, &r->next, v - 1, h);
-		re_put(el, &r->next, above->cells[h]);
+	if (r->at.v != v - 1 || r->at.h != h) {
+		if (h == r->next.width) {
+			h -= above->cells[h - 1] == LAYOUT_FILL ? 2 : 1;
+			re_move(el, &r->next, v - 1, h);
+			re_put(el, &r->next, above->cells[h]);
+		} else	/* one column is left, too narrow for what comes */
+			re_move(el, &r->next, v - 1, h);
 	}
 	re_put(el, &r->next, new->cells[0]);
 	above->joined = 1;
@@ -474,7 +500,7 @@ re_update_row(EditLine *el, int v)
 	if (v >= r->drawn.rows)
 		old->end = old->joined = 0;
 	new->joined = old->joined;
-	if (above->continued && !above->joined && new->end > 0 && WRAPS(el))
+	if (above->continued && !above->joined && new->end > 0 && re_wraps(el))
 		h = re_join(el, old, new, v);
 
 	while (h < new->end && re_is_same(el, old, h, new->cells[h]))
@@ -519,6 +545,25 @@ re_follow(EditLine *el)
 	}
 }
 
+/* re_clear_rows():
+ *	Clear the rows that are no longer there, from the last one on
+ */
+static void
+re_clear_rows(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_row_t *row;
+	int v;
+
+	for (v = r->drawn.rows - 1; v >= r->next.rows; v--)
+		if ((row = layout_row(&r->drawn, v))->end > 0) {
+			re_move_to_row(el, v);
+			if (r->at.h > 0)
+				re_return(el);
+			re_clear_behind(el, row, v, 0, row->end);
+		}
+}
+
 /* re_draw():
  *	Make the screen what next says
  */
@@ -527,18 +572,16 @@ re_draw(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
 	layout_t drawn;
-	int v;
+	int v, cursor_is_below;
 
 	re_follow(el);
+	cursor_is_below = r->at.v >= r->next.rows;
+	if (cursor_is_below)
+		re_clear_rows(el);
 	for (v = 0; v < r->next.rows; v++)
 		re_update_row(el, v);
-	for (; v < r->drawn.rows; v++)
-		if (layout_row(&r->drawn, v)->end > 0) {
-			re_move_to_row(el, v);
-			re_return(el);
-			re_clear_behind(el, layout_row(&r->drawn, v), v, 0,
-			    layout_row(&r->drawn, v)->end);
-		}
+	if (!cursor_is_below)
+		re_clear_rows(el);
 	drawn = r->drawn;
 	r->drawn = r->next;
 	r->next = drawn;
@@ -621,14 +664,6 @@ re_begin(EditLine *el)
 	r->at.v = rows;
 	r->depth = rows + 1;
 	re_wipe(el);
-}
-
-static int
-re_columns(EditLine *el)
-{
-	int columns = el->el_terminal.t_size.h;
-
-	return WRAPS(el) || columns == 1 ? columns : columns - 1;
 }
 
 static int
@@ -795,10 +830,9 @@ re_clear_lines(EditLine *el)
 /* --- A character at the end ------------------------------------------------------------ */
 
 /* re_append_row():
- *	The last row is full, and the cursor goes to a new one. Whether that can be without
- *	a look at the others.
+ *	The last row is full, and the cursor goes to a new one
  */
-static int
+static void
 re_append_row(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
@@ -806,13 +840,11 @@ re_append_row(EditLine *el)
 	layout_row_t *row = layout_row(l, l->rows - 1);
 
 	if (l->rows == l->height) {
-		if (l->top != r->scrolled)
-			return 0;
 		l->top = ++r->scrolled;
 		l->rows--;
 	}
 	row->continued = 1;
-	row->joined = WRAPS(el) != 0;
+	row->joined = re_wraps(el);
 	l->rows++;
 	l->next.v++;
 	l->next.h = 0;
@@ -820,10 +852,10 @@ re_append_row(EditLine *el)
 	row->cells[0] = ' ';
 	row->end = 1;
 	row->continued = row->joined = 0;
-	if (!WRAPS(el))
-		(void)fputs("\r\n", el->el_outfile);
-	(void)fputs(" \b", el->el_outfile);
-	return 1;
+	if (!re_wraps(el))
+		terminal__putc(el, '\n');
+	terminal__putc(el, ' ');
+	terminal__putc(el, '\r');
 }
 
 /* re_fastaddc():
