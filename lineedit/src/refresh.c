@@ -206,7 +206,7 @@ re_move(EditLine *el, const layout_t *l, int v, int h)
 {
 	coord_t *at = &el->el_refresh.at;
 	const layout_row_t *row = layout_row(l, v);
-	int column, cost, n, back;
+	int column, cost, n, back, again;
 
 	re_move_to_row(el, v);
 	if (at->h == h)
@@ -232,16 +232,18 @@ re_move(EditLine *el, const layout_t *l, int v, int h)
 			return;
 		}
 	}
-	n = back > 0 ? 0 : at->h;	/* where the way forward begins */
+	/* forward, also from the row's beginning; not from amidst a wide character */
+	again = back > 0 || row->cells[at->h] == LAYOUT_FILL;
+	n = again ? 0 : at->h;
 	cost = re_can(el, DO_RIGHTS) != NULL ? 3 + re_digits(h - n) : 1000;
 	if (re_rewrite_cost(row, n, h) < cost)
 		cost = re_rewrite_cost(row, n, h);
-	if (column <= cost + (back > 0)) {
+	if (column <= cost + again) {
 		re_do_many(el, DO_CH, h);
 		at->h = h;
 		return;
 	}
-	if (back > 0)
+	if (again)
 		re_return(el);
 	if (re_can(el, DO_RIGHTS) != NULL && cost < re_rewrite_cost(row, n, h))
 		re_do_many(el, DO_RIGHTS, h - n);
