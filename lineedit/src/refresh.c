@@ -87,6 +87,14 @@ re_do(EditLine *el, int what)
 		terminal_tputs(el, string, 1);
 }
 
+static void
+re_number(EditLine *el, int n)
+{
+	if (n >= 10)
+		re_number(el, n / 10);
+	terminal__putc(el, (wint_t)('0' + n % 10));
+}
+
 /* re_do_many():
  *	The same for one with a count or a column. Nearly every terminal has these in
  *	one form, which needs no interpreter.
@@ -97,7 +105,7 @@ re_do_many(EditLine *el, int what, int n)
 	static const char plain[] = "\033[%p1%d", from_one[] = "\033[%i%p1%d";
 	const char *string = re_can(el, what);
 	size_t len = strlen(string);
-	int final, value;
+	int value;
 
 	if (len == sizeof(plain) && memcmp(string, plain, len - 1) == 0)
 		value = n;
@@ -107,11 +115,11 @@ re_do_many(EditLine *el, int what, int n)
 		terminal_tputs(el, tgoto(string, n, n), n);
 		return;
 	}
-	final = string[len - 1];
-	if (value == 1)
-		(void)fprintf(el->el_outfile, "\033[%c", final);
-	else
-		(void)fprintf(el->el_outfile, "\033[%d%c", value, final);
+	terminal__putc(el, '\033');
+	terminal__putc(el, '[');
+	if (value != 1)
+		re_number(el, value);
+	terminal__putc(el, (wint_t)string[len - 1]);
 }
 
 /* --- Moves --------------------------------------------------------------------- */
@@ -271,6 +279,20 @@ re_is_same(EditLine *el, const layout_row_t *old, int from, wint_t new)
 	return was == new;
 }
 
+/* re_plain_end():
+ *	How far the two are the same from column h on, without composed cells
+ */
+static int
+re_plain_end(const layout_row_t *old, const layout_row_t *new, int h)
+{
+	int end = old->end < new->end ? old->end : new->end;
+	const wint_t *was = old->cells, *is = new->cells;
+
+	while (h < end && was[h] == is[h] && !(is[h] & LAYOUT_COMPOSED))
+		h++;
+	return h;
+}
+
 /* re_shift_cost():
  *	What it costs to make old new from column f on when n columns have been inserted
  *	there (or deleted, below 0); or more than most
@@ -290,7 +312,9 @@ re_shift_cost(EditLine *el, const layout_row_t *old, const layout_row_t *new, in
 		cost += n;
 	}
 	for (; h < new->end && cost <= most; h++)
-		if (h < end && re_is_same(el, old, h - n, new->cells[h]))
+		if (h < end && (old->cells[h - n] == new->cells[h] ?
+		    !(new->cells[h] & LAYOUT_COMPOSED) :
+		    re_is_same(el, old, h - n, new->cells[h])))
 			gap++;
 		else {
 			if (new->cells[h] != LAYOUT_FILL)
@@ -421,6 +445,10 @@ re_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, 
 	int width;
 
 	for (; h < new->end; h += width) {
+		if ((h = re_plain_end(old, new, h)) >= new->end)
+			break;
+		if (new->cells[h] == LAYOUT_FILL)
+			h--;
 		width = re_cell_width(new, h);
 		if (re_is_same(el, old, h, new->cells[h]) &&
 		    (width == 1 || re_is_same(el, old, h + 1, LAYOUT_FILL)))
@@ -506,7 +534,7 @@ re_update_row(EditLine *el, int v)
 		h = re_join(el, old, new, v);
 
 	while (h < new->end && re_is_same(el, old, h, new->cells[h]))
-		h++;
+		h = re_plain_end(old, new, h + 1);
 	if (h < new->end || old->end > new->end) {
 		while (h > 0 && ((h < new->end && new->cells[h] == LAYOUT_FILL) ||
 		    (h < old->end && old->cells[h] == LAYOUT_FILL)))
@@ -587,7 +615,7 @@ re_draw(EditLine *el)
 	drawn = r->drawn;
 	r->drawn = r->next;
 	r->next = drawn;
-	r->length = (size_t)(el->el_line.lastchar - el->el_line.buffer);
+	r->appends = 0;
 }
 
 /* re_reflowed():
@@ -694,6 +722,7 @@ re_resize(EditLine *el)
 	if (r->drawn.rows > 0 && !r->resized) {
 		r->before = r->drawn;
 		r->resized = 1;
+		r->appends = 0;
 	} else
 		layout_free(&r->drawn);
 	layout_free(&r->next);
@@ -724,6 +753,7 @@ re_clear_display(EditLine *el)
 	r->at.v = r->at.h = 0;
 	r->depth = 1;
 	r->scrolled = r->resized = 0;
+	r->appends = 0;
 }
 
 /* re_make():
@@ -763,6 +793,8 @@ re_refresh(EditLine *el)
 	}
 	re_make(el, (size_t)(line->cursor - line->buffer));
 	re_move(el, &r->drawn, r->drawn.cursor.v, r->drawn.cursor.h);
+	if (line->cursor == line->lastchar)
+		r->appends = (size_t)(line->lastchar - line->buffer) + 1;
 }
 
 /* re_refresh_cursor():
@@ -847,10 +879,12 @@ re_append_row(EditLine *el)
 	}
 	row->continued = 1;
 	row->joined = re_wraps(el);
-	l->rows++;
+	l->cursor.v = r->at.v = l->rows++;
+	if (r->depth < l->rows)
+		r->depth = l->rows;
 	l->next.v++;
 	l->next.h = 0;
-	row = layout_row(l, l->rows - 1);
+	row = layout_row(l, r->at.v);
 	row->cells[0] = ' ';
 	row->end = 1;
 	row->continued = row->joined = 0;
@@ -871,31 +905,25 @@ re_fastaddc(EditLine *el)
 	layout_t *l = &r->drawn;
 	el_line_t *line = &el->el_line;
 	wchar_t c = line->cursor[-1];
-	int width = layout_width(c), last = l->rows - 1;
+	int width = ct_is_ascii(c) ? 1 : layout_width(c), h = l->next.h;
 	layout_row_t *row;
 
-	if (line->cursor != line->lastchar || width <= 0 || r->resized || !l->whole ||
-	    last < 0 || (size_t)(line->lastchar - line->buffer) != r->length + 1 ||
-	    r->at.v != last || r->at.h != l->next.h || l->next.h + width > l->width ||
-	    (l->next.h + width == l->width && l->rows == l->height &&
-	    l->top != r->scrolled)) {
+	if ((size_t)(line->cursor - line->buffer) != r->appends ||
+	    line->cursor != line->lastchar || width <= 0 || h + width > l->width ||
+	    (h + width == l->width && l->rows == l->height && l->top != r->scrolled)) {
 		re_refresh(el);
 		return;
 	}
-	row = layout_row(l, last);
 	terminal__putc(el, (wint_t)c);
-	l->last_h = l->next.h;
-	row->cells[l->next.h++] = (wint_t)c;
+	row = layout_row(l, r->at.v);
+	row->cells[h++] = (wint_t)c;
 	if (width == 2)
-		row->cells[l->next.h++] = LAYOUT_FILL;
-	row->end = l->next.h;
-	r->length++;
-	if (l->next.h == l->width)
+		row->cells[h++] = LAYOUT_FILL;
+	row->end = l->next.h = h;
+	r->appends++;
+	if (h == l->width)
 		re_append_row(el);
-	l->cursor.v = r->at.v = l->rows - 1;
 	l->cursor.h = r->at.h = l->next.h;
-	if (r->depth <= r->at.v)
-		r->depth = r->at.v + 1;
 	if (!sig_flushes(el))
 		terminal__flush(el);
 }

@@ -10,7 +10,8 @@ typedef struct {
 	layout_t	 drawn;		/* what the window shows */
 	layout_t	 next;		/* what it is to show, while that is drawn */
 	layout_t	 before;	/* what it showed at its old size, if `resized' */
-	size_t		 length;	/* of the line that is drawn, in characters */
+	size_t		 appends;	/* the line's length when one more character has */
+					/* been added where the cursor is; or 0 */
 	coord_t		 at;		/* the terminal's cursor; h is the width: */
 					/* behind the last column, not wrapped yet */
 	int		 depth;		/* rows of the window that the screen has */
