@@ -20,6 +20,7 @@
 #include <termcap.h>
 
 #include "el.h"
+#include "position.h"
 
 /* no more columns than this are inserted or deleted at a guess */
 #define	SHIFT_MAX	16
@@ -56,7 +57,7 @@ re_columns(EditLine *el)
 }
 
 enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC, DO_ICS,
-    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_COUNT };
+    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_SAVE, DO_COUNT };
 
 /* re_can():
  *	A capability of the terminal, or NULL
@@ -65,7 +66,7 @@ static const char *
 re_can(EditLine *el, int what)
 {
 	static const char names[DO_COUNT][3] = { "ce", "cd", "ch", "up", "UP", "DO", "LE",
-	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed" };
+	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed", "sc" };
 	static int place[DO_COUNT];	/* in the terminal's list, from 1 */
 	const char *string;
 
@@ -618,33 +619,120 @@ re_draw(EditLine *el)
 	r->appends = 0;
 }
 
-/* re_reflowed():
- *	In which row below its first the cursor stands when the terminal has laid out the
- *	joined rows anew
+/*
+ * What the terminal does with joined rows when its width changes, as far as is known:
+ * lay them out anew, and the cursor keeps its place in the text; or cut them, and it
+ * keeps its row.
+ */
+enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS };
+
+/* re_flow_of():
+ *	What terminals of this type do; FLOW_NEW for one that is not known at all. Many
+ *	call themselves an xterm, which itself cuts.
  */
 static int
-re_reflowed(const layout_t *l, int width, int cursor_v, int cursor_h)
+re_flow_of(const char *type)
+{
+	static const struct { const char *prefix; int flow; } types[] = {
+		{ "tmux", FLOW_REFLOWS }, { "screen", FLOW_REFLOWS },
+		{ "xterm-kitty", FLOW_REFLOWS }, { "alacritty", FLOW_REFLOWS },
+		{ "foot", FLOW_REFLOWS }, { "vte", FLOW_REFLOWS },
+		{ "gnome", FLOW_REFLOWS }, { "konsole", FLOW_REFLOWS },
+		{ "rxvt", FLOW_CUTS }, { "st-", FLOW_CUTS }, { "linux", FLOW_CUTS },
+		{ "vt", FLOW_CUTS }, { "xterm", FLOW_UNSURE },
+	};
+	size_t i;
+
+	for (i = 0; i < sizeof(types) / sizeof(*types); i++)
+		if (strncmp(type, types[i].prefix, strlen(types[i].prefix)) == 0)
+			return types[i].flow;
+	return FLOW_NEW;
+}
+
+/* re_reflowed():
+ *	Where the cursor stands, from the first row on, when the terminal has laid out the
+ *	joined rows anew
+ */
+static coord_t
+re_reflowed(const layout_t *l, int width, coord_t cursor)
 {
 	const layout_row_t *row;
-	int v, h, w, rows = 0, column = 0;
+	coord_t to = { 0, 0 };
+	int v, h, w;
 
-	for (v = 0; v <= cursor_v; v++) {
+	for (v = 0; v <= cursor.v; v++) {
 		row = layout_row(l, v);
-		for (h = 0; h < row->end && (v < cursor_v || h < cursor_h); h += w) {
+		for (h = 0; h < row->end && (v < cursor.v || h < cursor.h); h += w) {
 			w = re_cell_width(row, h);
-			if (column + w > width) {
-				rows++;
-				column = 0;
+			if (to.h + w > width) {
+				to.v++;
+				to.h = 0;
 			}
-			column += w;
+			to.h += w;
 		}
-		if (v < cursor_v && !row->joined) {
-			rows++;
-			column = 0;
-		} else if (v == cursor_v && h < row->end && column == width)
-			rows++;		/* it stands on a cell of the next row */
+		if (v < cursor.v ? !row->joined : h < row->end && to.h >= width) {
+			to.v++;
+			to.h = 0;
+		}
 	}
-	return rows;
+	return to;
+}
+
+/* re_ask():
+ *	The column of the terminal's cursor, or -1. A type that is not known is not asked,
+ *	and none again that has not answered.
+ */
+static int
+re_ask(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int column;
+
+	if (r->mute || re_flow_of(el->el_terminal.t_name) == FLOW_NEW)
+		return -1;
+	column = position_column(el, el->el_terminal.t_size.h);
+	r->mute = column == -1;
+	return column;
+}
+
+/* re_cut():
+ *	Where the cursor stands when the terminal has cut the rows
+ */
+static coord_t
+re_cut(EditLine *el)
+{
+	coord_t to = el->el_refresh.at;
+
+	if (to.h > el->el_terminal.t_size.h - 1)
+		to.h = el->el_terminal.t_size.h - 1;
+	return to;
+}
+
+/* re_rows_above():
+ *	How many rows above the cursor what was drawn at the old size begins now. Where
+ *	that depends on what the terminal does, one that may do either is asked, until it
+ *	is known. The lesser number leaves a part of the old, but clears no row of others.
+ */
+static int
+re_rows_above(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int width = el->el_terminal.t_size.h, column;
+	coord_t cut = re_cut(el), flown = re_reflowed(&r->before, width, r->at);
+
+	if (r->flow == FLOW_NEW)
+		r->flow = re_flow_of(el->el_terminal.t_name);
+	if (r->flow == FLOW_UNSURE && flown.v != cut.v && flown.h != cut.h &&
+	    flown.h > 0 && flown.h < width) {
+		column = re_ask(el);
+		if (column == flown.h)
+			r->flow = FLOW_REFLOWS;
+		else if (column == cut.h)
+			r->flow = FLOW_CUTS;
+	}
+	if (r->flow == FLOW_REFLOWS || (r->flow != FLOW_CUTS && flown.v < cut.v))
+		return flown.v;
+	return cut.v;
 }
 
 /* re_wipe():
@@ -678,15 +766,11 @@ static void
 re_begin(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
-	int rows, reflowed;
+	int rows;
 
 	if (!r->resized)
 		return;
-	/* whichever the terminal does, no row of others is cleared */
-	rows = r->at.v;
-	reflowed = re_reflowed(&r->before, el->el_terminal.t_size.h, r->at.v, r->at.h);
-	if (reflowed < rows)
-		rows = reflowed;
+	rows = re_rows_above(el);
 	if (rows > el->el_terminal.t_size.v - 1)
 		rows = el->el_terminal.t_size.v - 1;
 	layout_free(&r->before);
@@ -737,6 +821,7 @@ re_end(EditLine *el)
 	layout_free(&el->el_refresh.drawn);
 	layout_free(&el->el_refresh.next);
 	layout_free(&el->el_refresh.before);
+	position_forget();
 }
 
 /* re_clear_display():
@@ -806,20 +891,60 @@ re_refresh_cursor(EditLine *el)
 	re_refresh(el);
 }
 
+/* re_has_moved():
+ *	Whether others have moved the cursor while the process was stopped: a shell has,
+ *	and stands in the first column now. Where it cannot be told, they have.
+ */
+static int
+re_has_moved(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int column = r->at.h;
+
+	if (r->at.v == 0)
+		return 0;	/* its row is all there is to clear */
+	if (r->resized && r->flow == FLOW_REFLOWS)
+		column = re_reflowed(&r->before, el->el_terminal.t_size.h, r->at).h;
+	else if (r->resized && r->flow == FLOW_CUTS)
+		column = re_cut(el).h;
+	else if (r->resized)
+		return 1;
+	return column == 0 || column >= el->el_terminal.t_size.h || re_ask(el) != column;
+}
+
 /* re_redraw():
- *	Draw all of it anew, in its place; or, if others have moved the cursor, where that
- *	is
+ *	Draw all of it anew, in its place; or, behind a stop in which others may have moved
+ *	the cursor, where that is
  */
 libedit_private void
-re_redraw(EditLine *el, int moved)
+re_redraw(EditLine *el, int stopped)
 {
 	el_refresh_t *r = &el->el_refresh;
 
-	if (moved)
+	if (stopped && re_has_moved(el))
 		re_clear_display(el);
 	if (!r->resized)
 		re_wipe(el);
 	re_refresh(el);
+}
+
+/* re_save_start():
+ *	Have the terminal remember where prompt and line begin, for a program that prints in
+ *	their place
+ */
+libedit_private void
+re_save_start(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	coord_t at = r->at;
+
+	if (r->drawn.rows == 0 || r->resized || re_can(el, DO_SAVE) == NULL ||
+	    (el->el_flags & (NO_TTY | EDIT_DISABLED)))
+		return;
+	re_move(el, &r->drawn, 0, 0);
+	re_do(el, DO_SAVE);
+	re_move(el, &r->drawn, at.v, at.h);
+	terminal__flush(el);
 }
 
 /* re_goto_bottom():

@@ -17,6 +17,8 @@ typedef struct {
 	int		 depth;		/* rows of the window that the screen has */
 	int		 scrolled;	/* rows that have left it at its top */
 	int		 resized;	/* the size is new since something was drawn */
+	int		 mute;		/* the terminal has not said where its cursor is */
+	int		 flow;		/* what the terminal does then: see refresh.c */
 } el_refresh_t;
 
 libedit_private int	re_resize(EditLine *);
@@ -28,6 +30,7 @@ libedit_private void	re_refresh(EditLine *);
 libedit_private void	re_refresh_cursor(EditLine *);
 libedit_private void	re_redraw(EditLine *, int);
 libedit_private void	re_clear_echo(EditLine *, int);
+libedit_private void	re_save_start(EditLine *);
 libedit_private void	re_fastaddc(EditLine *);
 libedit_private void	re_goto_bottom(EditLine *);
 
