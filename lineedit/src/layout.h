@@ -21,7 +21,7 @@ typedef struct {
 	wint_t	*cells;		/* owned; behind `end' they say nothing */
 	int	 end;		/* columns in use */
 	int	 continued;	/* its text goes on in the next row */
-	int	 joined;	/* and the terminal knows: see refresh.c */
+	int	 joined;	/* what the terminal knows of that: refresh.c */
 } layout_row_t;
 
 /* what is laid out; all borrowed for the call */

@@ -30,6 +30,10 @@
 /* the cursor is behind the last column: it may only go back to the first */
 #define	PENDING(el)	((el)->el_refresh.at.h >= (el)->el_refresh.drawn.width)
 
+/* Whether the terminal takes a row and the next for one line. Some forget it when cells are
+ * inserted, deleted or cleared or the last one is written alone, others do not. */
+enum { ROW_APART, ROW_DOUBTFUL, ROW_JOINED };
+
 /* --- What the terminal can do ------------------------------------------------ */
 
 /* re_wraps():
@@ -415,8 +419,15 @@ re_delete(EditLine *el, layout_row_t *old, int f, int n)
 	re_do(el, DO_ED);
 }
 
+static void
+re_doubt(layout_row_t *row)
+{
+	if (row->joined == ROW_JOINED)
+		row->joined = ROW_DOUBTFUL;
+}
+
 /* re_clear_behind():
- *	Clear a row from column h on
+ *	Clear a row from column h on. From the first one, the row above may be apart, too.
  */
 static void
 re_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
@@ -426,9 +437,15 @@ re_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
 	if (h >= end)
 		return;
 	re_move(el, &r->next, v, h);
+	re_doubt(new);
+	if (!new->continued)
+		new->joined = ROW_APART;
+	if (h == 0 && v > 0) {
+		re_doubt(layout_row(&r->drawn, v - 1));
+		re_doubt(layout_row(&r->next, v - 1));
+	}
 	if (EL_CAN_CEOL) {
 		re_do(el, DO_CE);
-		new->joined = 0;
 		return;
 	}
 	for (; h < end; h++)
@@ -460,7 +477,7 @@ re_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, 
 		if (h + width < old->end && old->cells[h + width] == LAYOUT_FILL)
 			old->cells[h + width] = LAYOUT_UNKNOWN;
 		if (h + width == r->next.width)
-			new->joined = 0;
+			re_doubt(new);
 	}
 	re_clear_behind(el, new, v, new->end, old->end);
 }
@@ -486,13 +503,13 @@ re_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
 			re_move(el, &r->next, v - 1, h);
 	}
 	re_put(el, &r->next, new->cells[0]);
-	above->joined = 1;
+	above->joined = ROW_JOINED;
 	r->at.v = v;
 	r->at.h = width;
 	if (r->depth <= v)
 		r->depth = v + 1;
 	if (width == r->next.width)
-		new->joined = 0;
+		re_doubt(new);
 	if (old->end < width)
 		old->end = width;
 	else if (width < old->end && old->cells[width] == LAYOUT_FILL)
@@ -500,20 +517,40 @@ re_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
 	return width;
 }
 
+/* re_needs_join():
+ *	Whether row v is to be joined to the one above
+ */
+static int
+re_needs_join(EditLine *el, int v)
+{
+	layout_row_t *above;
+
+	if (v == 0 || layout_row(&el->el_refresh.next, v)->end == 0)
+		return 0;
+	above = layout_row(&el->el_refresh.next, v - 1);
+	return above->continued && above->joined != ROW_JOINED && re_wraps(el);
+}
+
 /* re_part():
- *	Have the terminal take the last row, which is full, for the end of a line
+ *	Have the terminal take the row for the end of a line
  */
 static void
 re_part(EditLine *el, layout_row_t *new, int v)
 {
 	el_refresh_t *r = &el->el_refresh;
-	int h = new->cells[new->end - 1] == LAYOUT_FILL ? new->end - 2 : new->end - 1;
+	int h = new->end - 1;
 
-	re_move(el, &r->next, v, h);
-	re_do(el, DO_CE);
-	re_put(el, &r->next, new->cells[h]);
-	r->at.h = new->end;
-	new->joined = 0;
+	if (h + 1 < r->next.width)
+		re_clear_behind(el, new, v, h + 1, r->next.width);
+	else {
+		h -= new->cells[h] == LAYOUT_FILL;
+		re_move(el, &r->next, v, h);
+		if (EL_CAN_CEOL)
+			re_do(el, DO_CE);
+		re_put(el, &r->next, new->cells[h]);
+		r->at.h = new->end;
+	}
+	new->joined = ROW_APART;
 }
 
 /* re_update_row():
@@ -522,16 +559,16 @@ re_part(EditLine *el, layout_row_t *new, int v)
 static void
 re_update_row(EditLine *el, int v)
 {
-	static layout_row_t nothing;
 	el_refresh_t *r = &el->el_refresh;
 	layout_row_t *old = layout_row(&r->drawn, v), *new = layout_row(&r->next, v);
-	layout_row_t *above = v > 0 ? layout_row(&r->next, v - 1) : &nothing;
 	int h = 0, shift;
 
-	if (v >= r->drawn.rows)
-		old->end = old->joined = 0;
+	if (v >= r->drawn.rows) {
+		old->end = 0;
+		old->joined = ROW_APART;
+	}
 	new->joined = old->joined;
-	if (above->continued && !above->joined && new->end > 0 && re_wraps(el))
+	if (re_needs_join(el, v))
 		h = re_join(el, old, new, v);
 
 	while (h < new->end && re_is_same(el, old, h, new->cells[h]))
@@ -542,7 +579,7 @@ re_update_row(EditLine *el, int v)
 			h--;
 		if ((shift = re_find_shift(el, old, new, h)) != 0) {
 			re_move(el, &r->next, v, h);
-			new->joined = 0;
+			re_doubt(new);
 			if (shift > 0)
 				re_insert(el, old, new, h, shift);
 			else
@@ -552,7 +589,7 @@ re_update_row(EditLine *el, int v)
 		}
 		re_write_differences(el, old, new, v, h);
 	}
-	if (new->joined && !new->continued && new->end == r->next.width && EL_CAN_CEOL)
+	if (!new->continued && new->joined != ROW_APART)
 		re_part(el, new, v);
 }
 
@@ -613,6 +650,11 @@ re_draw(EditLine *el)
 		re_update_row(el, v);
 	if (!cursor_is_below)
 		re_clear_rows(el);
+	/* what was cleared below may have set rows apart again */
+	for (v = 1; v < r->next.rows; v++)
+		if (re_needs_join(el, v))
+			(void)re_join(el, layout_row(&r->drawn, v),
+			    layout_row(&r->next, v), v);
 	drawn = r->drawn;
 	r->drawn = r->next;
 	r->next = drawn;
@@ -670,7 +712,8 @@ re_reflowed(const layout_t *l, int width, coord_t cursor)
 			}
 			to.h += w;
 		}
-		if (v < cursor.v ? !row->joined : h < row->end && to.h >= width) {
+		if (v < cursor.v ? row->joined != ROW_JOINED :
+		    h < row->end && to.h + re_cell_width(row, h) > width) {
 			to.v++;
 			to.h = 0;
 		}
@@ -1003,7 +1046,7 @@ re_append_row(EditLine *el)
 		l->rows--;
 	}
 	row->continued = 1;
-	row->joined = re_wraps(el);
+	row->joined = re_wraps(el) ? ROW_JOINED : ROW_APART;
 	l->cursor.v = r->at.v = l->rows++;
 	if (r->depth < l->rows)
 		r->depth = l->rows;
@@ -1012,7 +1055,8 @@ re_append_row(EditLine *el)
 	row = layout_row(l, r->at.v);
 	row->cells[0] = ' ';
 	row->end = 1;
-	row->continued = row->joined = 0;
+	row->continued = 0;
+	row->joined = ROW_APART;
 	if (!re_wraps(el))
 		terminal__putc(el, '\n');
 	terminal__putc(el, ' ');
