@@ -46,7 +46,7 @@ libedit_private const char *
 out_can(EditLine *el, int what)
 {
 	static const char names[DO_COUNT][3] = { "ce", "cd", "ch", "up", "UP", "DO", "LE",
-	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed", "sc" };
+	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed", "sc", "rc" };
 	static int place[DO_COUNT];	/* in the terminal's list, from 1 */
 	const char *string;
 

@@ -6,7 +6,8 @@
 
 /* what is done by a string of the terminal's description */
 enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC, DO_ICS,
-    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_SAVE, DO_COUNT };
+    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_SAVE, DO_BACK,
+    DO_COUNT };
 
 /* about what a move within a row costs, in bytes */
 #define	OUT_MOVE_COST	5

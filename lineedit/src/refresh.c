@@ -115,16 +115,16 @@ re_wipe(EditLine *el)
 
 /* re_begin():
  *	Before anything is drawn: after a change of the window's size, clear what its old
- *	size has left.
+ *	size has left. Whether there was one.
  */
-static void
+static int
 re_begin(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
 	int rows;
 
 	if (!r->resized)
-		return;
+		return 0;
 	rows = window_rows_above(el);
 	if (rows > el->el_terminal.t_size.v - 1)
 		rows = el->el_terminal.t_size.v - 1;
@@ -133,6 +133,7 @@ re_begin(EditLine *el)
 	r->at.v = rows;
 	r->depth = rows + 1;
 	re_wipe(el);
+	return 1;
 }
 
 static int
@@ -196,6 +197,37 @@ re_clear_display(EditLine *el)
 	r->appends = 0;
 }
 
+/*
+ * A window that is being dragged may have another width than this one was told, and the text
+ * other rows: the way back up to the cursor would go too far, and the next change would clear
+ * rows of others. So it goes by a place that the terminal remembers, with room below it.
+ */
+static int
+re_can_return(EditLine *el)
+{
+	return out_can(el, DO_SAVE) != NULL && out_can(el, DO_BACK) != NULL &&
+	    (out_can(el, DO_UPS) != NULL || out_can(el, DO_UP) != NULL);
+}
+
+static void
+re_remember_start(EditLine *el)
+{
+	if (re_can_return(el)) {
+		out_move_to_row(el, el->el_refresh.next.rows - 1);
+		out_move_to_row(el, 0);
+		out_do(el, DO_SAVE);
+	}
+}
+
+static void
+re_return_to_start(EditLine *el)
+{
+	if (re_can_return(el)) {
+		out_do(el, DO_BACK);
+		el->el_refresh.at.v = el->el_refresh.at.h = 0;
+	}
+}
+
 /* re_make():
  *	Lay out and draw, with the cursor at this character
  */
@@ -204,17 +236,23 @@ re_make(EditLine *el, size_t cursor)
 {
 	el_refresh_t *r = &el->el_refresh;
 	layout_text_t text;
+	int resized;
 
 	/* commands may change what the terminal can do */
 	if (out_columns(el) != r->drawn.width || re_rows(el) != r->drawn.height)
 		(void)re_resize(el);
-	re_begin(el);
+	resized = re_begin(el);
 	text.prompt = prompt_text(el, &text.ignore);
 	text.line = el->el_line.buffer;
 	text.length = (size_t)(el->el_line.lastchar - el->el_line.buffer);
 	text.cursor = cursor;
 	layout_make(&r->next, &text, r->drawn.top);
+	resized &= r->next.cursor.v < r->next.rows - 1;
+	if (resized)
+		re_remember_start(el);
 	re_draw(el);
+	if (resized)
+		re_return_to_start(el);
 }
 
 /* re_refresh():
@@ -257,6 +295,8 @@ re_redraw(EditLine *el, int stopped)
 
 	if (stopped && window_has_moved(el))
 		re_clear_display(el);
+	else if (!stopped && window_is_right(el))
+		return;
 	if (!r->resized)
 		re_wipe(el);
 	re_refresh(el);
@@ -270,9 +310,12 @@ libedit_private void
 re_save_start(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
-	coord_t at = r->at;
+	coord_t at;
 
-	if (r->drawn.rows == 0 || r->resized || out_can(el, DO_SAVE) == NULL ||
+	if (r->resized)
+		re_refresh(el);
+	at = r->at;
+	if (r->drawn.rows == 0 || out_can(el, DO_SAVE) == NULL ||
 	    (el->el_flags & (NO_TTY | EDIT_DISABLED)))
 		return;
 	out_move(el, &r->drawn, 0, 0);
@@ -307,6 +350,8 @@ re_clear_lines(EditLine *el)
 	el_refresh_t *r = &el->el_refresh;
 	int v;
 
+	if (r->resized)
+		re_refresh(el);
 	if (EL_CAN_CEOL)
 		for (v = r->drawn.rows - 1; v >= 0; v--) {
 			out_move_to_row(el, v);

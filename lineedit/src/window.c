@@ -14,9 +14,10 @@
 /*
  * What the terminal does with joined rows when its width changes, as far as is known:
  * lay them out anew, and the cursor keeps its place in the text; or cut them, and it
- * keeps its row.
+ * keeps its row. One does the former as soon as it has scrolled, with the cursor in the
+ * first row then.
  */
-enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS };
+enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS, FLOW_TO_TOP };
 
 /* window_flow_of():
  *	What terminals of this type do; FLOW_NEW for one that is not known at all. Many
@@ -30,7 +31,7 @@ window_flow_of(const char *type)
 		{ "xterm-kitty", FLOW_REFLOWS }, { "alacritty", FLOW_REFLOWS },
 		{ "foot", FLOW_REFLOWS }, { "vte", FLOW_REFLOWS },
 		{ "gnome", FLOW_REFLOWS }, { "konsole", FLOW_REFLOWS },
-		{ "rxvt", FLOW_CUTS }, { "st-", FLOW_CUTS }, { "linux", FLOW_CUTS },
+		{ "rxvt", FLOW_TO_TOP }, { "st-", FLOW_CUTS }, { "linux", FLOW_CUTS },
 		{ "vt", FLOW_CUTS }, { "xterm", FLOW_UNSURE },
 	};
 	size_t i;
@@ -39,6 +40,30 @@ window_flow_of(const char *type)
 		if (strncmp(type, types[i].prefix, strlen(types[i].prefix)) == 0)
 			return types[i].flow;
 	return FLOW_NEW;
+}
+
+static int
+window_flow(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	if (r->flow == FLOW_NEW)
+		r->flow = window_flow_of(el->el_terminal.t_name);
+	return r->flow;
+}
+
+/* window_is_right():
+ *	Whether the terminal itself has laid the rows out as they are to be. Nothing is drawn
+ *	then before the next key: while a window is dragged, what is drawn comes to one of
+ *	another width than this one was told.
+ */
+libedit_private int
+window_is_right(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	return r->resized && window_flow(el) == FLOW_REFLOWS &&
+	    (r->before.height <= r->drawn.height || r->at.v == r->before.rows - 1);
 }
 
 /* window_reflowed():
@@ -113,8 +138,10 @@ window_rows_above(EditLine *el)
 	int width = el->el_terminal.t_size.h, column;
 	coord_t cut = window_cut(el), flown = window_reflowed(&r->before, width, r->at);
 
-	if (r->flow == FLOW_NEW)
-		r->flow = window_flow_of(el->el_terminal.t_name);
+	if (r->before.width == r->drawn.width)
+		return cut.v;
+	if (window_flow(el) == FLOW_TO_TOP)
+		return 0;
 	if (r->flow == FLOW_UNSURE && flown.v != cut.v && flown.h != cut.h &&
 	    flown.h > 0 && flown.h < width) {
 		column = window_ask(el);
@@ -144,7 +171,7 @@ window_has_moved(EditLine *el)
 		column = window_reflowed(&r->before, el->el_terminal.t_size.h, r->at).h;
 	else if (r->resized && r->flow == FLOW_CUTS)
 		column = window_cut(el).h;
-	else if (r->resized)
+	else if (r->resized && r->before.width != r->drawn.width)
 		return 1;
 	return column == 0 || column >= el->el_terminal.t_size.h || window_ask(el) != column;
 }
