@@ -10,7 +10,7 @@ display_known_resize(const std::string &type, TerminalModel::Resize *how)
             *how = TerminalModel::Reflows;
             return true;
         }
-    for (const char *prefix : {"rxvt", "linux", "vt"})
+    for (const char *prefix : {"linux", "vt"})
         if (type.rfind(prefix, 0) == 0) {
             *how = TerminalModel::Clips;
             return true;
@@ -82,8 +82,10 @@ DisplayCheck::told()
                   reflowed->followed();
     TerminalModel::Resize how;
     bool is_known = display_known_resize(type.name, &how);
-    is_certain = (is_known || down == cursor_down) && start >= terminal->scrolled() &&
-                 highest_top == 0;
+    // One terminal puts the cursor into the line's first row as soon as it has scrolled:
+    // there the line is drawn anew from the cursor's row on.
+    is_certain = type.name.rfind("rxvt", 0) != 0 && (is_known || down == cursor_down) &&
+                 start >= terminal->scrolled() && highest_top == 0;
     reflowed.reset();
     remember_above();
 }
