@@ -37,6 +37,12 @@ DisplayCheck::usable_height() const
     return type.can(Action::Up) ? static_cast<size_t>(terminal->height()) : 1;
 }
 
+void
+DisplayCheck::ignore_joins()
+{
+    looks_at_joins = false;
+}
+
 size_t
 DisplayCheck::rows_below() const
 {
@@ -170,7 +176,7 @@ DisplayCheck::compare_joined(const Layout &layout, size_t number, size_t at,
                              bool is_last) const
 {
     bool wanted = layout.rows[number].joined && type.margins && type.delayed;
-    if (is_last && layout.rows[number].joined)
+    if (!looks_at_joins || (is_last && layout.rows[number].joined))
         return "";
     if (wanted && layout.rows[number + 1].cells.empty())
         return "";

@@ -200,6 +200,8 @@ row_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
 
 	if (h >= end)
 		return;
+	if (!EL_CAN_CEOL && !new->continued && new->joined != ROW_APART)
+		end = r->next.width;	/* the last cell must be written, too */
 	out_move(el, &r->next, v, h);
 	row_doubt(new);
 	if (!new->continued)
