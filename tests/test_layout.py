@@ -207,8 +207,7 @@ class Watched:
         """What is looked for is shown before it is found, and may scroll the screen."""
         layout = Layout(self.prompt(), self.line.shown + key, self.line.cursor,
                         self.screen.columns)
-        self.top = layout.top(self.screen.lines, self.top)
-        self.above = self.kept_above(len(layout.rows) - self.top)
+        self.drawn(self.spare_rows(layout), layout)
 
     def printed(self, text):
         """The shell has printed whole rows, or none, in the place of prompt and line."""
@@ -299,26 +298,25 @@ class Watched:
         They need not be there, as long as nothing is in them.
         """
         seen = self.seen()
-        return next((spared for spared in range(self.spare_rows() + 1)
+        return next((spared for spared in range(self.spare_rows(self.layout()) + 1)
                      if self.expected(spared) == seen), None)
 
-    def spare_rows(self):
+    def spare_rows(self, layout):
         """How many empty rows the window ends with, behind the cursor."""
-        layout = self.layout()
         top = layout.top(self.screen.lines, self.top)
         rows = layout.rows[max(top, layout.cursor[0] + 1):top + self.screen.lines]
         return next((at for at, row in enumerate(rows[::-1]) if row), len(rows))
 
-    def drawn(self, spared=0):
-        """Prompt and line have been drawn as they are."""
-        layout, height = self.layout(), self.screen.lines
+    def drawn(self, spared, layout):
+        """That has been drawn."""
+        height = self.screen.lines
         self.top = layout.top(height, self.top)
         self.above = self.kept_above(min(len(layout.rows) - self.top, height) - spared)
 
     def check(self, what):
         spared = self.spared()
         if spared is not None:
-            self.drawn(spared)
+            self.drawn(spared, self.layout())
             return
         raise Wrong("after %s, with the line %r and the insertion point %d:\n%s" % (
             what, self.line.shown, self.line.cursor, "\n".join(
