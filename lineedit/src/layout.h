@@ -67,4 +67,13 @@ layout_row(const layout_t *l, int i)
 	return &l->ring[(l->top + i) % l->height];
 }
 
+/* layout_cell_width():
+ *	The columns of the cell in column h
+ */
+static inline int
+layout_cell_width(const layout_row_t *row, int h)
+{
+	return h + 1 < row->end && row->cells[h + 1] == LAYOUT_FILL ? 2 : 1;
+}
+
 #endif /* _h_el_layout */
