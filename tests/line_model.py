@@ -51,10 +51,12 @@ class Line:
     def takes(self, key):
         """Whether this model is for that key now.
 
-        Not if it would end the input; nor if a search would take its parts for keys.
+        Not if it would end the input; nor in a search, which would take its parts for keys,
+        or take a word of the line with Ctrl-W.
         """
-        return not (key == "<c-d>" and not self.text
-                    or self.searches and keys(key).startswith(b"\x1b"))
+        if self.searches and (key == "<c-w>" or keys(key).startswith(b"\x1b")):
+            return False
+        return bool(self.text) or key != "<c-d>"
 
     def told(self):
         """What the shell is told of the line: as many bytes as it has characters."""
