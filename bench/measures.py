@@ -10,6 +10,7 @@ import zlib
 WIDTH = 40  # characters of a typed line; with the prompt it stays on one row
 TEXT = b"abcdefghijklmnopqrstuvwxyz"
 UP, HOME, END = b"\x1b[A", b"\x01", b"\x05"
+LEFT = b"\x02"
 REVERSE, ABORT, KILL = b"\x12", b"\x07", b"\x15"
 OLDEST, FOUND = b"needle", b"XYWXYWXYW"  # what the oldest line begins and ends with
 
@@ -62,6 +63,38 @@ def count_bytes(session, peer):
         values[name] = session.taken - sent
         session.keys(END + KILL if name == "insert bytes" else KILL)
     return values
+
+
+def to_middle(session, length):
+    """Types so many characters, in pieces that the terminal takes, and goes half back."""
+    for at in range(0, length, 500):
+        session.send(text(length)[at:at + 500])
+        session.rest()
+    session.send(b"\x1b%d" % (length // 2) + LEFT)
+    session.rest()
+
+
+def middle_bytes(session, peer, keys=10):
+    """What a key in the middle of 60 characters sends, all of them in one row."""
+    to_middle(session, 60)
+    sent = session.taken
+    session.keys(b"x" * keys, pause(peer))
+    sent = session.taken - sent
+    session.send(END + KILL)
+    session.rest()
+    return {"middle bytes": sent / keys}
+
+
+def middle(peer, scale, length=10000, keys=30):
+    """A key in the middle of a line of many rows, each handled alone."""
+    if peer.slow or not peer.recalls:
+        return {}
+    with peer.at_prompt() as session:
+        to_middle(session, length)
+        session.keys(b"x", pause(peer))
+        before = session.cpu()
+        session.keys(b"x" * keys, pause(peer))
+        return {"middle 10000": (session.cpu() - before) / 1000 / keys}
 
 
 def paced(session, peer, number):

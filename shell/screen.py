@@ -1,29 +1,28 @@
 """The rows of the screen that prompt and line are on.
 
 The editor draws prompt and line where the cursor is: whoever prints meanwhile must first
-leave their rows.  How many these are, and in which one the cursor stands, the editor does
-not tell.  So the prompt leaves a note: it saves the cursor's place, after making room for
-ROOM rows below, so that a line that wraps at the bottom does not scroll away from the note.
-(Of a line with more rows than that, the upper ones may stay above what is printed.)  On a
-terminal that cannot do this, what is printed begins on a new row.
+leave their rows.  Before it calls the shell, for a key or for log lines, it has the terminal
+save the place where they begin.  So it is enough to go back there and to clear all below,
+however many rows there are.  On a terminal whose description does not say how to save a
+place, what is printed begins on a new row.
 """
-import os
 import re
+import subprocess
 import sys
 import textwrap
+from contextlib import suppress
 
-ROOM = 2
-INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
-SAVE = "\x1bD" * ROOM + "\x1b[%dA" % ROOM + "\x1b7"
 RETURN, ERASE = "\x1b8", "\x1b[J"
+plain = True  # it cannot do this, as far as is known
 
 
-def is_plain() -> bool:
-    return os.environ.get("TERM", "dumb") == "dumb"
-
-
-def prompt(text: str) -> str:
-    return text if is_plain() else INVISIBLE + SAVE + VISIBLE + text
+def look() -> None:
+    """Finds out what the terminal of the user who comes now can do."""
+    global plain
+    plain = True
+    with suppress(OSError):
+        plain = subprocess.run(["tput", "sc"], stdout=subprocess.PIPE,
+                               stderr=subprocess.DEVNULL).stdout != b"\x1b7"
 
 
 def replace(text: str) -> bool:
@@ -33,7 +32,7 @@ def replace(text: str) -> bool:
     """
     drawn = sys.stdin.isatty()
     if drawn:
-        text = ("\n" if is_plain() else RETURN + ERASE) + text
+        text = ("\n" if plain else RETURN + ERASE) + text
     sys.stdout.write(text)
     sys.stdout.flush()
     return drawn
@@ -41,7 +40,7 @@ def replace(text: str) -> bool:
 
 def give_up(mark: str) -> None:
     """Goes on below a line that was interrupted, wherever in it the cursor is."""
-    print(mark if is_plain() else ERASE + mark)
+    print(mark if plain else ERASE + mark)
 
 
 def fold(text: str, columns: int, indent: int = 2) -> str:

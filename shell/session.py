@@ -36,6 +36,7 @@ class Session:
         """
         interactive = sys.stdin.isatty()
         if interactive:
+            screen.look()
             print("? helps, TAB completes, exit leaves")
             # While a line is read, the module takes these two.  At other times they do
             # nothing: the commands are short, and no key must hit the loop between them.
@@ -46,8 +47,7 @@ class Session:
             mode, parent = self.mode, MODES[self.mode].parent
             count += 1
             try:
-                line = Keyline.readline(
-                    screen.prompt(self.prompt()), self.on_key, mode, parent)
+                line = Keyline.readline(self.prompt(), self.on_key, mode, parent)
                 Keyline.addHistory(line, mode, parent)
                 self.execute(line)
             except EOFError:
