@@ -1,0 +1,187 @@
+"""Text outside ASCII: typed, in several locales, and read without editing."""
+import subprocess
+import termios
+
+import pytest
+
+from log_file import append
+from reads import EOF, READERS, eof, interrupt
+
+C_LOCALE = {"LC_ALL": None, "LANG": "C", "PYTHONCOERCECLOCALE": "0"}
+TEXT = "Büro 漢字 e\u0301 \U0001f600"
+
+
+@pytest.fixture(scope="session")
+def latin1(tmp_path_factory):
+    """The environment of a locale whose characters are single bytes."""
+    folder = tmp_path_factory.mktemp("locales")
+    name = "en_US.ISO-8859-1"
+    subprocess.run(["localedef", "-i", "en_US", "-f", "ISO-8859-1", folder / name],
+                   check=True)
+    return {"LOCPATH": str(folder), "LC_ALL": name}
+
+
+def no_echo(settings):
+    """Settings without ECHO, with which a terminal's lines are not edited."""
+    settings[3] &= ~termios.ECHO
+
+
+def undecodable(data, start, reason):
+    """What a line of such bytes raises."""
+    return ("UnicodeDecodeError", "'utf-8' codec can't decode byte 0x%02x in position %d: %s"
+            % (data[start], start, reason))
+
+
+# Typed
+
+@pytest.mark.smoke
+@pytest.mark.parametrize("reader", READERS)
+def test_typed(start, reader):
+    child = start("%s; %s" % (reader, reader))
+    child.send(TEXT + "<enter>")
+    child.expect_line(TEXT)
+    child.send(TEXT + "<enter>", size=1, pause=0.002)
+    child.expect_line(TEXT)
+    child.expect_end()
+
+
+def test_news_and_resizes_between_the_bytes(start):
+    child = start("""
+import Keyline
+def news(descriptor, length):
+    os.read(descriptor, length)
+    tell("news")
+    return 1
+open("log", "w").close()
+Keyline.loggingSyncEnabledIs("log", news)
+read()
+""")
+    child.expect_prompt()
+    for number, byte in enumerate("漢字".encode()):
+        child.send("<0x%02x>" % byte)
+        child.expect_taken()
+        if number % 2:
+            child.resize(24, 70 - number)
+        else:
+            append(child, "a line\n")
+            child.expect_fact("news")
+    child.send("<enter>")
+    child.expect_line("漢字")
+    child.expect_end()
+
+
+@pytest.mark.parametrize("how", ["typed", "sent"])
+def test_interrupt_between_the_bytes(start, how):
+    """Nothing of the half character is left for the next read."""
+    child = start("read(); read()")
+    child.expect_prompt()
+    child.send("a<0xe6><0xbc>")
+    child.expect_taken()
+    interrupt(child, "C", how)
+    child.expect_prompt()
+    child.send("b<0xa2>c<enter>")
+    child.expect_line("bc")
+    child.expect_end()
+
+
+def test_a_signal_between_the_bytes_that_the_shell_handles(start):
+    child = start("""
+signal.signal(signal.SIGTERM, lambda number, frame: None)
+read()
+""")
+    child.expect_prompt()
+    child.send("a<0xe6><0xbc>")
+    child.expect_taken()
+    child.signal(15)
+    child.send("<0xa2>c<enter>")
+    child.expect_line("a漢c")
+    child.expect_end()
+
+
+@pytest.mark.parametrize("keys, line", [
+    ("a<0xc3>b<0xe2><0x82><c-a>c<enter>", "cab"), ("a<0xf4><0x90><0x80><0x80>b<enter>", "ab"),
+    ("<0xed><0xa0><0x80><0xc0><0x80>b<enter>", "b"),
+])
+def test_refused(start, keys, line):
+    child = start("read()")
+    child.send(keys)
+    child.expect_line(line)
+    assert child.display.raw.count(b"\a") == 2 - keys.startswith("a<0xf4>")
+    child.expect_end()
+
+
+def test_end_of_input_between_the_bytes(start):
+    """0xff is the end of the input also there."""
+    child = start("read(); read()")
+    child.send("a<0xe6><0xff>")
+    child.expect_raised(*EOF)
+    child.send("b<enter>")
+    child.expect_line("b")
+    child.expect_end()
+
+
+def test_typed_in_the_locale_of_ascii(start):
+    """It is refused, and runs nothing."""
+    child = start("read()", env=C_LOCALE)
+    child.send("one \U0001f600z<enter>")
+    child.expect_line("one z")
+    child.expect_end()
+
+
+def test_typed_in_a_locale_of_bytes(start, latin1):
+    """The line is handed out as the bytes that were typed, which are no UTF-8."""
+    child = start("""
+import Keyline
+try: Keyline.readline(next_prompt())
+except UnicodeDecodeError as error: tell("bytes", error.object)
+""", env=latin1)
+    child.send("B<0xfc>ro<left><left><0xdf><enter>")
+    child.expect_fact("bytes", b"B\xfc\xdfro")
+    child.expect_end()
+
+
+# Not edited
+
+UNEDITED = [
+    ("Büro\n".encode(), "Büro"),
+    (TEXT.encode() + b"\n", TEXT),
+    ("\x80\x9f\u202e\n".encode(), "\x80\x9f\u202e"),
+    (b"a\xe9\xc3b\n", undecodable(b"a\xe9\xc3b", 1, "invalid continuation byte")),
+    (b"\xed\xa0\x80\n", undecodable(b"\xed\xa0\x80", 0, "invalid continuation byte")),
+    (b"a\xc3\n", undecodable(b"a\xc3", 1, "unexpected end of data")),
+]
+
+
+@pytest.mark.parametrize("env", [None, C_LOCALE], ids=["UTF-8", "C"])
+@pytest.mark.parametrize("reader", READERS)
+def test_byte_for_byte_from_a_pipe(run, reader, env):
+    """simpleReadline reads with the editor's own reader here."""
+    given = b"".join(line for line, result in UNEDITED)
+    found = run("for number in range(%d): %s" % (len(UNEDITED) + 1, reader), stdin=given,
+                env=env)
+    assert found.results() == [result for line, result in UNEDITED] + [eof(reader)]
+
+
+def test_byte_for_byte_in_a_locale_of_bytes(run, latin1):
+    found = run("for number in range(%d): read()" % len(UNEDITED), env=latin1,
+                stdin=b"".join(line for line, result in UNEDITED))
+    assert found.results() == [result for line, result in UNEDITED]
+
+
+def test_all_bytes_that_a_line_can_have(run):
+    data = bytes(set(range(1, 255)) - {10, 13})
+    found = run("""
+import Keyline
+try: Keyline.readline("")
+except UnicodeDecodeError as error: tell("bytes", error.object)
+""", stdin=data + b"\n")
+    assert found.one("bytes") == data
+
+
+def test_byte_for_byte_without_editing(start):
+    child = start("read(); read(); read()", change_settings=no_echo)
+    child.send("Büro<enter>a<0xe9>b<enter>c<enter>")
+    child.expect_line("Büro")
+    child.expect_raised(*undecodable(b"a\xe9b", 1, "invalid continuation byte"))
+    child.expect_line("c")
+    child.expect_end()
