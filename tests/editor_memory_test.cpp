@@ -174,9 +174,7 @@ TEST(EditorMemory, KeySequenceForWhichThereIsNoMemory)
 TEST(EditorMemory, LeadInWithoutAnySequence)
 {
     Session with;
-    with.locale = "C"; // where the byte 0xF8 is the key for a command, too
-    with.steps = {{"\xf8"
-                   "bind -r ^X\r\xf8"
+    with.steps = {{command("bind ^T ed-command") + ctrl('T') + "bind -r ^X\r" + ctrl('T') +
                    "bind -r ^[\r" ESC "a\n"}};
     EXPECT_EQ(run(with).line, "a");
 }

@@ -226,3 +226,155 @@ TEST(EditorText, TheLocaleOfAscii)
     EXPECT_EQ(beeps(outcome), 4);
     EXPECT_EQ(in_locale(use_c, "a\026\xe9z\n").line, "az");
 }
+
+// ---- marks ----
+
+#define MARK "\u0301"
+#define E_MARK "e" MARK "\u0323"
+
+TEST(EditorText, MarksGoWithTheirBaseWhenTheCursorMoves)
+{
+    std::string text = "ab" E_MARK "cd";
+    EXPECT_EQ(line_of(text + times(3, LEFT) + "x\n"), "abx" E_MARK "cd");
+    EXPECT_EQ(line_of(text + ctrl('A') + times(3, RIGHT) + "x\n"), "ab" E_MARK "xcd");
+    EXPECT_EQ(line_of(text + ESC "3" + ctrl('B') + "x\n"), "abx" E_MARK "cd");
+    EXPECT_EQ(line_of(vi(text + ESC "hhix\n")), "abx" E_MARK "cd");
+    EXPECT_EQ(line_of(vi(text + ESC "4|ix\n")), "ab" E_MARK "xcd");
+    EXPECT_EQ(line_of(vi(text + ESC "0llax\n")), "ab" E_MARK "xcd");
+    EXPECT_EQ(line_of(vi("ab" E_MARK ESC "ix\n")), "abx" E_MARK);
+    EXPECT_EQ(line_of(vi("ab" E_MARK ESC "0$ix\n")), "abx" E_MARK);
+    EXPECT_EQ(line_of(vi("ab" E_MARK ESC "0ll" + ctrl('F') + "ix\n")), "abx" E_MARK)
+        << "vi stays on the last character";
+}
+
+TEST(EditorText, MarksGoWithTheirBaseWhenItIsDeleted)
+{
+    std::string text = "ab" E_MARK "cd";
+    EXPECT_EQ(line_of(text + LEFT LEFT + ctrl('H') + "\n"), "abcd");
+    EXPECT_EQ(line_of(text + ctrl('A') + RIGHT RIGHT + ctrl('D') + "\n"), "abcd");
+    EXPECT_EQ(line_of(text + ctrl('A') + RIGHT + ESC "2" + ctrl('D') + "\n"), "acd");
+    EXPECT_EQ(line_of(text + ESC "3" + ctrl('H') + "\n"), "ab");
+    EXPECT_EQ(line_of(text + ctrl('A') + RIGHT RIGHT ESC "[3~\n"), "abcd");
+    EXPECT_EQ(line_of(vi("ab" E_MARK "\177c\n")), "abc");
+    EXPECT_EQ(line_of(vi(text + ESC "0ll2x\n")), "abd");
+    EXPECT_EQ(line_of(vi(text + ESC "0llsx\n")), "abxcd");
+    EXPECT_EQ(line_of(vi(text + ESC "0lldl\n")), "abcd");
+    EXPECT_EQ(line_of(vi(text + ESC "hhXp\n")), "a" E_MARK "bcd");
+    EXPECT_EQ(line_of(vi("ab" E_MARK ESC "xx\n")), "a") << "the last one";
+    EXPECT_EQ(line_of(vi("ab" E_MARK ESC "x0P\n")), E_MARK "ab");
+    EXPECT_EQ(line_of(vi(ESC "a" E_MARK "\177f" ESC ".\n")), "ff");
+}
+
+TEST(EditorText, MarksGoWithTheirBaseWhenItIsReplaced)
+{
+    EXPECT_EQ(line_of(vi("ab" E_MARK "cd" ESC "0llrx~\n")), "abXcd");
+    EXPECT_EQ(line_of(vi("a" E_MARK E_MARK "b" ESC "0l2rx\n")), "axxb");
+    EXPECT_EQ(line_of(vi("a" E_MARK E_MARK "b" ESC "0lRo" MARK "\n")),
+              "ao" MARK E_MARK "b");
+}
+
+TEST(EditorText, MarksGoWithTheirBaseWhenItIsExchanged)
+{
+    EXPECT_EQ(line_of("a" E_MARK "b" MARK + ctrl('T') + "\n"), "ab" MARK E_MARK);
+    EXPECT_EQ(line_of("ab" E_MARK "c" LEFT + ctrl('T') + "x\n"), "abc" E_MARK "x");
+    EXPECT_EQ(line_of(E_MARK + ctrl('T') + "\n"), E_MARK) << "only one";
+    EXPECT_EQ(line_of("ab" + ctrl('A') + ctrl('T') + "x\n"), "xab");
+    EXPECT_EQ(line_of(command("bind ^T em-gosmacs-transpose") + "a" E_MARK "b" LEFT +
+                      ctrl('T') + "\n"),
+              E_MARK "ab");
+}
+
+TEST(EditorText, WordsAreWholeWithTheirMarks)
+{
+    std::string text = "one m" E_MARK "r three";
+    EXPECT_EQ(line_of(text + ctrl('W') + ctrl('W') + "\n"), "one ");
+    EXPECT_EQ(line_of(text + ctrl('A') + ESC "f" ESC "d" + ctrl('E') + ctrl('Y') + "\n"),
+              "one three m" E_MARK "r");
+    EXPECT_EQ(line_of("m" E_MARK " two" ESC "b" ESC "b" ESC "u\n"), "M"
+                                                                    "E" MARK "\u0323 two");
+    EXPECT_EQ(line_of("." MARK "one" + ctrl('W') + "\n"), "");
+    EXPECT_EQ(line_of("/" MARK "one" + ctrl('W') + "\n"), "/" MARK);
+    EXPECT_EQ(line_of(vi(text + ESC "bbix\n")), "one xm" E_MARK "r three");
+    EXPECT_EQ(line_of(vi(text + ESC "0wdw\n")), "one three");
+    EXPECT_EQ(line_of(vi(text + ESC "0wde\n")), "one  three");
+    EXPECT_EQ(line_of(vi("m" E_MARK " two" ESC "0ede\n")), "m");
+    EXPECT_EQ(line_of(vi(text + ESC "BBix\n")), "one xm" E_MARK "r three");
+    EXPECT_EQ(line_of(vi("one m" E_MARK ESC "0wEax\n")), "one m" E_MARK "x");
+}
+
+TEST(EditorText, FoundWithTheirMarks)
+{
+    std::string text = "a" E_MARK "bc";
+    EXPECT_EQ(line_of(vi(text + ESC "0dfe\n")), "bc");
+    EXPECT_EQ(line_of(vi(text + ESC "0tbx\n")), "abc");
+    EXPECT_EQ(line_of(vi(text + ESC "Tex\n")), "a" E_MARK "c");
+    EXPECT_EQ(line_with_history({text}, ctrl('R') + MARK ESC "x\n"), "a" E_MARK "xbc");
+}
+
+// Each is a base for the mark that is already there.
+TEST(EditorText, BaseThatComesLater)
+{
+    EXPECT_EQ(line_of(MARK "b" + ctrl('A') + "ex\n"), "e" MARK "xb");
+    EXPECT_EQ(line_of(MARK "b" LEFT + ctrl('H') + "\n"), "b");
+}
+
+TEST(EditorText, FormatCharactersAreNoMarks)
+{
+    EXPECT_EQ(line_of("a\u200db" + ctrl('H') + ctrl('H') + "\n"), "a");
+}
+
+// ---- case ----
+
+TEST(EditorText, CaseOfLetters)
+{
+    std::string word = "\u00fc\u00c9\u0436\u00df\u0345";
+    EXPECT_EQ(line_of(word + ctrl('A') + ESC "u\n"), "\u00dc\u00c9\u0416\u00df\u0345");
+    EXPECT_EQ(line_of(word + ctrl('A') + ESC "l\n"), "\u00fc\u00e9\u0436\u00df\u0345");
+    EXPECT_EQ(line_of(word + ctrl('A') + ESC "c\n"), "\u00dc\u00e9\u0436\u00df\u0345");
+    EXPECT_EQ(line_of(vi(word + ESC "0~~~~\n")), "\u00dc\u00e9\u0416\u00df\u0345");
+}
+
+// The other case of the micro sign has no byte there.
+TEST(EditorText, CaseThatTheLocaleDoesNotHave)
+{
+    std::string keys = "\xb5\xfc" + ctrl('A');
+    EXPECT_EQ(in_locale(use_latin1, keys + ESC "u\n").line, "\xb5\xdc");
+    EXPECT_EQ(in_locale(use_latin1, vi("\xb5\xfc" ESC "0~~\n")).line, "\xb5\xdc");
+}
+
+// ---- kill and yank, history, completion ----
+
+TEST(EditorText, KilledAndYanked)
+{
+    EXPECT_EQ(line_of("B\u00fcro \u6f22" E_MARK + ctrl('U') + "x" + ctrl('Y') + "\n"),
+              "xB\u00fcro \u6f22" E_MARK);
+    EXPECT_EQ(line_of("\u6f22" E_MARK "b" + ctrl('A') + RIGHT + ctrl('K') + ctrl('A') +
+                      ctrl('Y') + "\n"),
+              E_MARK "b\u6f22");
+}
+
+TEST(EditorText, RecalledAndSearched)
+{
+    std::vector<std::string> lines = {"B\u00fcro \u6f22\u5b57", "plain"};
+    EXPECT_EQ(line_with_history(lines, UP UP "x\n"), lines[0] + "x");
+    EXPECT_EQ(line_with_history(lines, ctrl('R') + "\u6f22\n"), lines[0]);
+    EXPECT_EQ(line_with_history(lines, "B\u00fc" ESC "p\n"), lines[0]);
+    EXPECT_EQ(line_with_history(lines, vi(ESC "/\u00fcro\nx\n")), lines[0].substr(1));
+}
+
+static char **
+answer(const char *, int, int)
+{
+    rl_attempted_completion_over = 1;
+    rl_delete_text(rl_end - 1, rl_end);
+    rl_insert_text("\u6f22" E_MARK);
+    rl_forced_update_display();
+    return nullptr;
+}
+
+TEST(EditorText, Completed)
+{
+    EXPECT_EQ(
+        line_after([] { rl_attempted_completion_function = answer; }, "B\u00fcx\tz\n"),
+        "B\u00fc\u6f22" E_MARK "z");
+}

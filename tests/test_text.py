@@ -1,24 +1,14 @@
 """Text outside ASCII: typed, in several locales, and read without editing."""
-import subprocess
 import termios
 
 import pytest
 
 from log_file import append
 from reads import EOF, READERS, eof, interrupt
+from test_ways_out import single_byte_locale  # noqa: F401, a fixture
 
 C_LOCALE = {"LC_ALL": None, "LANG": "C", "PYTHONCOERCECLOCALE": "0"}
 TEXT = "Büro 漢字 e\u0301 \U0001f600"
-
-
-@pytest.fixture(scope="session")
-def latin1(tmp_path_factory):
-    """The environment of a locale whose characters are single bytes."""
-    folder = tmp_path_factory.mktemp("locales")
-    name = "en_US.ISO-8859-1"
-    subprocess.run(["localedef", "-i", "en_US", "-f", "ISO-8859-1", folder / name],
-                   check=True)
-    return {"LOCPATH": str(folder), "LC_ALL": name}
 
 
 def no_echo(settings):
@@ -128,13 +118,13 @@ def test_typed_in_the_locale_of_ascii(start):
     child.expect_end()
 
 
-def test_typed_in_a_locale_of_bytes(start, latin1):
+def test_typed_in_a_locale_of_bytes(start, single_byte_locale):  # noqa: F811
     """The line is handed out as the bytes that were typed, which are no UTF-8."""
     child = start("""
 import Keyline
 try: Keyline.readline(next_prompt())
 except UnicodeDecodeError as error: tell("bytes", error.object)
-""", env=latin1)
+""", env=single_byte_locale)
     child.send("B<0xfc>ro<left><left><0xdf><enter>")
     child.expect_fact("bytes", b"B\xfc\xdfro")
     child.expect_end()
@@ -162,8 +152,8 @@ def test_byte_for_byte_from_a_pipe(run, reader, env):
     assert found.results() == [result for line, result in UNEDITED] + [eof(reader)]
 
 
-def test_byte_for_byte_in_a_locale_of_bytes(run, latin1):
-    found = run("for number in range(%d): read()" % len(UNEDITED), env=latin1,
+def test_byte_for_byte_in_a_locale_of_bytes(run, single_byte_locale):  # noqa: F811
+    found = run("for number in range(%d): read()" % len(UNEDITED), env=single_byte_locale,
                 stdin=b"".join(line for line, result in UNEDITED))
     assert found.results() == [result for line, result in UNEDITED]
 

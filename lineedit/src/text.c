@@ -14,6 +14,8 @@
 #include <limits.h>
 #include <stdlib.h>
 #include <string.h>
+#include <wchar.h>
+#include <wctype.h>
 
 #include "el.h"
 #include "fcns.h"
@@ -148,4 +150,139 @@ text_command(EditLine *el, wchar_t ch)
 	if ((unsigned int)ch < N_KEYS)
 		return el->el_map.current[ch];
 	return el->el_map.current == el->el_map.alt ? ED_UNASSIGNED : ED_INSERT;
+}
+
+/*
+ * A character of the line is a base with the marks behind it: the cursor stands on
+ * bases, and what is deleted or moved goes whole. Marks that nothing is before are
+ * one character, too.
+ */
+
+/* text_has_no_place():
+ *	Whether a character from 0x300 on is a mark. Those that only tell how others
+ *	are shown have no place on the screen either, and are none.
+ */
+libedit_private int
+text_has_no_place(wchar_t ch)
+{
+	static const wchar_t formats[][2] = {
+		{ 0x600, 0x605 }, { 0x61c, 0x61c }, { 0x6dd, 0x6dd },
+		{ 0x70f, 0x70f }, { 0x890, 0x891 }, { 0x8e2, 0x8e2 },
+		{ 0x180e, 0x180e }, { 0x200b, 0x200f }, { 0x202a, 0x202e },
+		{ 0x2060, 0x206f }, { 0xfeff, 0xfeff }, { 0xfff9, 0xfffb },
+		{ 0x110bd, 0x110bd }, { 0x110cd, 0x110cd },
+		{ 0x13430, 0x1343f }, { 0x1bca0, 0x1bca3 },
+		{ 0x1d173, 0x1d17a }, { 0xe0001, 0xe0001 },
+		{ 0xe0020, 0xe007f },
+	};
+	size_t i;
+
+	if (wcwidth(ch) != 0)
+		return 0;
+	for (i = 0; i < sizeof(formats) / sizeof(*formats); i++)
+		if (ch >= formats[i][0] && ch <= formats[i][1])
+			return 0;
+	return 1;
+}
+
+/* text_after():
+ *	The place so many characters behind p
+ */
+libedit_private wchar_t *
+text_after(EditLine *el, wchar_t *p, int count)
+{
+	wchar_t *end = el->el_line.lastchar;
+
+	while (count-- > 0 && p < end)
+		for (p++; p < end && text_is_mark(*p); p++)
+			continue;
+	return p;
+}
+
+/* text_before():
+ *	The place so many characters before p
+ */
+libedit_private wchar_t *
+text_before(EditLine *el, wchar_t *p, int count)
+{
+	while (count-- > 0 && p > el->el_line.buffer)
+		p = text_base(p - 1, el->el_line.buffer);
+	return p;
+}
+
+/* text_base():
+ *	Where the character begins that p is in
+ */
+libedit_private wchar_t *
+text_base(wchar_t *p, const wchar_t *low)
+{
+	while (p > low && text_is_mark(*p))
+		p--;
+	return p;
+}
+
+/* text_overwrite():
+ *	Put ch in the place of the character at the cursor
+ */
+libedit_private void
+text_overwrite(EditLine *el, wchar_t ch)
+{
+	wchar_t *next = text_after(el, el->el_line.cursor, 1);
+
+	*el->el_line.cursor++ = ch;
+	if (next == el->el_line.cursor)
+		return;
+	(void)memmove(el->el_line.cursor, next, sizeof(*next) *
+	    (size_t)(el->el_line.lastchar - next));
+	el->el_line.lastchar -= next - el->el_line.cursor;
+}
+
+/* text_settle():
+ *	A command has left the cursor on a mark: its base came, or it was looked for
+ */
+libedit_private void
+text_settle(EditLine *el)
+{
+	if (el->el_line.cursor == el->el_line.buffer)
+		return;
+	while (el->el_line.cursor < el->el_line.lastchar &&
+	    text_is_mark(*el->el_line.cursor))
+		el->el_line.cursor++;
+	re_refresh_cursor(el);
+}
+
+static void
+text_reverse(wchar_t *from, wchar_t *to)
+{
+	wchar_t ch;
+
+	while (from < --to) {
+		ch = *from;
+		*from++ = *to;
+		*to = ch;
+	}
+}
+
+/* text_swap():
+ *	Exchange what is from first to mid with what is from there to last
+ */
+libedit_private void
+text_swap(wchar_t *first, wchar_t *mid, wchar_t *last)
+{
+	text_reverse(first, mid);
+	text_reverse(mid, last);
+	text_reverse(first, last);
+}
+
+/* text_case():
+ *	A letter in upper or lower case, where it has that in this locale
+ */
+libedit_private wchar_t
+text_case(wchar_t ch, int upper)
+{
+	wchar_t other = (wchar_t)(upper ? towupper((wint_t)ch) :
+	    towlower((wint_t)ch));
+
+	return other <= 0x7f || (!text_is_mark(ch) && text_stands(other)) ?
+	    other : ch;
 }
