@@ -305,16 +305,8 @@ sig_redraw(EditLine *el, int continued, int again)
 		el->el_tty.t_mode = EX_IO;
 		(void)tty_rawmode(el);
 	}
-	if (!continued) {
-		/* the rows are still the ones that the old size made */
-		terminal_move_to_line(el, 0);
-	}
-	terminal__putc(el, '\r');
-	terminal_clear_below(el);
-	el->el_cursor.h = 0;
 	el_resize(el);
-	re_clear_display(el);
-	re_refresh(el);
+	re_redraw(el, continued);
 	terminal__flush(el);
 }
 

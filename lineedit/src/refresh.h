@@ -1,0 +1,33 @@
+/*
+ * refresh.h: what is on the screen of prompt and line.
+ */
+#ifndef _h_el_refresh
+#define	_h_el_refresh
+
+#include "layout.h"
+
+typedef struct {
+	layout_t	 drawn;		/* what the window shows */
+	layout_t	 next;		/* what it is to show, while that is drawn */
+	layout_t	 before;	/* what it showed at its old size, if `resized' */
+	size_t		 length;	/* of the line that is drawn, in characters */
+	coord_t		 at;		/* the terminal's cursor; h is the width: */
+					/* behind the last column, not wrapped yet */
+	int		 depth;		/* rows of the window that the screen has */
+	int		 scrolled;	/* rows that have left it at its top */
+	int		 resized;	/* the size is new since something was drawn */
+} el_refresh_t;
+
+libedit_private int	re_resize(EditLine *);
+libedit_private void	re_end(EditLine *);
+libedit_private void	re_putc(EditLine *, wint_t, int);
+libedit_private void	re_clear_lines(EditLine *);
+libedit_private void	re_clear_display(EditLine *);
+libedit_private void	re_refresh(EditLine *);
+libedit_private void	re_refresh_cursor(EditLine *);
+libedit_private void	re_redraw(EditLine *, int);
+libedit_private void	re_clear_echo(EditLine *, int);
+libedit_private void	re_fastaddc(EditLine *);
+libedit_private void	re_goto_bottom(EditLine *);
+
+#endif /* _h_el_refresh */
