@@ -158,33 +158,6 @@ text_command(EditLine *el, wchar_t ch)
  * one character, too.
  */
 
-/* text_has_no_place():
- *	Whether a character from 0x300 on is a mark. Those that only tell how others
- *	are shown have no place on the screen either, and are none.
- */
-libedit_private int
-text_has_no_place(wchar_t ch)
-{
-	static const wchar_t formats[][2] = {
-		{ 0x600, 0x605 }, { 0x61c, 0x61c }, { 0x6dd, 0x6dd },
-		{ 0x70f, 0x70f }, { 0x890, 0x891 }, { 0x8e2, 0x8e2 },
-		{ 0x180e, 0x180e }, { 0x200b, 0x200f }, { 0x202a, 0x202e },
-		{ 0x2060, 0x206f }, { 0xfeff, 0xfeff }, { 0xfff9, 0xfffb },
-		{ 0x110bd, 0x110bd }, { 0x110cd, 0x110cd },
-		{ 0x13430, 0x1343f }, { 0x1bca0, 0x1bca3 },
-		{ 0x1d173, 0x1d17a }, { 0xe0001, 0xe0001 },
-		{ 0xe0020, 0xe007f },
-	};
-	size_t i;
-
-	if (wcwidth(ch) != 0)
-		return 0;
-	for (i = 0; i < sizeof(formats) / sizeof(*formats); i++)
-		if (ch >= formats[i][0] && ch <= formats[i][1])
-			return 0;
-	return 1;
-}
-
 /* text_after():
  *	The place so many characters behind p
  */
