@@ -8,9 +8,9 @@ ROOM rows below, so that a line that wraps at the bottom does not scroll away fr
 terminal that cannot do this, what is printed begins on a new row.
 """
 import os
-import re
 import sys
 import textwrap
+import unicodedata
 
 ROOM = 2
 INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
@@ -52,10 +52,14 @@ def fold(text: str, columns: int, indent: int = 2) -> str:
 
 def width(text: str) -> int:
     """The columns that text takes at the start of a row."""
-    return len(visible(text).expandtabs())
+    return sum(0 if unicodedata.category(letter) in ("Mn", "Me") else
+               2 if unicodedata.east_asian_width(letter) in "WF" else 1
+               for letter in visible(text).expandtabs())
 
 
 def visible(text: str) -> str:
-    """Text with control characters, but for tabs and ends of lines, as ^A."""
-    return re.sub("[\0-\x08\x0b-\x1f\x7f]",
-                  lambda match: "^" + chr(ord(match.group()) ^ 64), text)
+    """Text with control characters, but for tabs and ends of lines, as ^A or \\U+0080."""
+    return "".join(
+        letter if letter in "\t\n" or unicodedata.category(letter) not in ("Cc", "Cf") else
+        "^" + chr(ord(letter) ^ 64) if letter < "\x80" else "\\U+%04X" % ord(letter)
+        for letter in text)

@@ -109,6 +109,19 @@ def test_modes(run, text):
         "['show version', 'hostname lab', 'mtu 1500', 'neighbor 192.0.2.1']"]
 
 
+@example("letters")
+def test_letters(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    child.send("B\u00fcro?")
+    expect_rows(child, "> B\u00fcro", "no help here", "> B\u00fcro")
+    child.send("<c-u>B\u00fc?")
+    expect_rows(child, "> B\u00fc", "no help here, and Up brings back what is left", ">")
+    child.send("<up>\u00e4r<enter>")
+    expect_rows(child, "> B\u00e4r", "B\u00e4r")
+    child.expect_end()
+
+
 @example("question")
 def test_question(start, text):
     child = start(text + "\nread(lambda key, line: 'done')")

@@ -346,6 +346,38 @@ def test_control_characters_are_shown_as_such(user):
     user.leave()
 
 
+NO_HELP = "% Help is not there behind letters outside ASCII"
+
+
+def test_no_help_behind_letters_outside_ascii(user):
+    """Where the line would be cut within a letter the read ends: Up brings its beginning."""
+    user.type("! B\u00fcro x?", NO_HELP, "demo> ! B\u00fcro x")
+    user.type("<tab>", NO_HELP, "demo> ! B\u00fcro x")
+    user.type("<c-u>! B\u00fc?", "demo> ! B\u00fc", NO_HELP, "demo> ")
+    user.type("<up>", "demo> ! B")
+    user.type("<c-u>\u00fc<tab>", "demo> \u00fc", NO_HELP, "demo> ")
+    user.type("<up><enter>", "demo> ! B", "demo> ")
+    user.leave()
+
+
+def test_a_description_outside_ascii(user):
+    user.type("conf<enter>", "demo> conf", "demo(config)# ")
+    user.type("int eth 1<enter>", "demo(config)# int eth 1", "demo(config-if)# ")
+    user.type("desc B\u00fcro<enter>", "demo(config-if)# desc B\u00fcro", "demo(config-if)# ")
+    user.type("show run<enter>", "demo(config-if)# show run", "hostname demo",
+              "interface ethernet 1", "  description B\u00fcro", "  exit", "demo(config-if)# ")
+    user.leave()
+
+
+def test_a_mistake_behind_letters_of_other_widths(user):
+    """It is pointed at where it stands."""
+    user.type("show \u00fc<enter>", "demo> show \u00fc", "           ^", UNKNOWN_SHOW % "\u00fc",
+              "demo> ")
+    user.type("exit <c-v>\u009b x<enter>", "demo> exit \\U+009B x", "           ^",
+              '% Unknown word "\\U+009B": expected the end of the line', "demo> ")
+    user.leave()
+
+
 def test_help_keys_off_and_on(user):
     user.type("term help off<enter>", "demo> term help off",
               'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
@@ -436,6 +468,12 @@ def test_a_mistake_in_a_pipe_ends_it_with_its_line(run):
     assert result.stdout == b""
     assert result.stderr.decode().splitlines() == [
         "line 4: int eth 9", "                ^", '% Unknown word "9": expected <1-8>']
+
+
+def test_a_line_that_is_no_utf8_in_a_pipe_ends_it(run):
+    result = run(shell(), stdin=b"conf\n! B\xc3\xbcro\n! B\xfcro\nend\n", end="exception")
+    assert result.stdout == b""
+    assert result.stderr.decode() == "line 3: % The line is no UTF-8\n"
 
 
 def test_commands_from_a_file(run, tmp_path):
