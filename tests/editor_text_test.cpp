@@ -378,3 +378,147 @@ TEST(EditorText, Completed)
         line_after([] { rl_attempted_completion_function = answer; }, "B\u00fcx\tz\n"),
         "B\u00fc\u6f22" E_MARK "z");
 }
+
+// ---- keys that mean nothing ----
+
+static const char *const unbound[] = {
+    ESC "[5~",      ESC "[6~",        // PageUp, PageDown
+    ESC "[3;5~",    ESC "[3;2~",      // Delete with Control, with Shift
+    ESC "[1;2A",    ESC "[1;5B",      // arrows with Shift and Control
+    ESC "[1;2D",    ESC "[1;7C",      //
+    ESC "[1;5H",    ESC "[1;10F",     // Home and End with others
+    ESC "[15~",     ESC "[24;6~",     // function keys
+    ESC "OP",       ESC "[1;5P",      //
+    ESC "O5P",      ESC "O1;2S",      //
+    ESC "[[A",      ESC "[[E",        // of the console
+    ESC "[3$",      ESC "[24$",       // and with Shift
+    ESC "[5^",      ESC "[6@",        // and with Control and both
+    ESC "Oa",       ESC "Ob",         //
+    ESC "[a",       ESC "[Z",         // arrows with Shift, TAB with Shift
+    ESC "[27;5;9~", ESC "[97;5u",     // keys told as numbers
+    ESC "[?1;2c",   ESC "[?12;1$y",   // answers of the terminal
+    ESC "[2;3R",    ESC "[>0;276;0c", //
+    ESC "[0 q",     ESC "[=1;2;3{",   //
+    ESC "OM",       ESC "[200;7~",    //
+    ESC ESC "[5~",  ESC ESC "OP",     // with Escape for Alt
+};
+
+static const char *const reports[] = {
+    ESC "[I",         ESC "[O",          // the window has the focus, or not
+    ESC "[M !!",      ESC "[M#\xe9\xfe", // the mouse, as bytes
+    ESC "[<0;12;34M", ESC "[<35;120;1m", // and as numbers
+};
+
+TEST(EditorText, UnboundKeysTypeNothing)
+{
+    for (const char *keys : unbound) {
+        Session with;
+        with.steps = {{std::string("ab") + LEFT + keys + "z\n"}};
+        Outcome outcome = run(with);
+        EXPECT_EQ(outcome.line, "azb") << keys + 1;
+        EXPECT_EQ(beeps(outcome), 1) << keys + 1;
+        with.steps = {{std::string(ESC "3") + keys + "z\n"}};
+        EXPECT_EQ(run(with).line, "z") << "the count is over: " << keys + 1;
+    }
+}
+
+TEST(EditorText, ReportsAreNoKeys)
+{
+    for (const char *keys : reports) {
+        Session with;
+        with.steps = {{std::string("a") + keys + "z" ESC "3" + keys + "x\n"}};
+        Outcome outcome = run(with);
+        EXPECT_EQ(outcome.line, "azxxx") << keys + 1;
+        EXPECT_EQ(beeps(outcome), 0) << keys + 1;
+    }
+}
+
+TEST(EditorText, UnboundKeysLeaveNoModeOfVi)
+{
+    for (auto &table : {std::vector<const char *>(std::begin(unbound), std::end(unbound)),
+                        std::vector<const char *>(std::begin(reports), std::end(reports))})
+        for (const char *keys : table) {
+            if (keys[1] == '\033')
+                continue; // the first Escape is one by itself
+            EXPECT_EQ(line_of(vi(std::string("ab") + keys + "z\n")), "abz") << keys + 1;
+            EXPECT_EQ(line_of(vi(std::string("abc" ESC "0R1") + keys + "z\n")), "1zc")
+                << keys + 1;
+            EXPECT_EQ(line_of(vi(std::string("abcd" ESC "h") + keys + "x\n")), "abd")
+                << keys + 1;
+        }
+}
+
+TEST(EditorText, KeyThatCutsASequence)
+{
+    EXPECT_EQ(line_of("ab" ESC "[" + ctrl('A') + "x\n"), "xab");
+    EXPECT_EQ(line_of("ab" ESC "[1;" LEFT "x\n"), "axb");
+    EXPECT_EQ(line_of("ab" ESC "[1\u00fc\n"), "ab\u00fc");
+    EXPECT_EQ(line_of("ab" ESC "O\nx\n"), "ab");
+}
+
+TEST(EditorText, SequenceBehindAnotherLeadIn)
+{
+    EXPECT_EQ(line_of("ab" + ctrl('X') + ESC "[5~z\n"), "abz");
+    EXPECT_EQ(line_of("ab" + ctrl('X') + "qz\n"), "abz");
+}
+
+TEST(EditorText, EndOfInputWithinASequence)
+{
+    EXPECT_EQ(line_of("ab" ESC "[5"), "(end of input)");
+    EXPECT_EQ(line_of("ab" ESC "[M  "), "(end of input)");
+}
+
+TEST(EditorText, LoneEscapeIsMeta)
+{
+    EXPECT_EQ(line_of("ab cd" ESC "bx\n"), "ab xcd");
+    EXPECT_EQ(line_of("ab" ESC "zc\n"), "abc") << "one that is not bound";
+}
+
+TEST(EditorText, BoundKeysOfManyForms)
+{
+    std::string bind = command("bind \"\\\\e[5~\" ed-move-to-beg");
+    EXPECT_EQ(line_of(bind + "ab" ESC "[5~x\n"), "xab");
+    EXPECT_EQ(line_of(bind + "ab" ESC "[5;2~x\n"), "abx");
+}
+
+// ---- the usual forms of keys ----
+
+TEST(EditorText, UsualFormsOfKeys)
+{
+    struct {
+        std::vector<std::string> forms;
+        const char *line;
+    } keys[] = {
+        {{ESC "[H", ESC "OH", ESC "[1~", ESC "[7~"}, "xab cd ef"},
+        {{ctrl('A') + ESC "[F", ctrl('A') + ESC "OF", ctrl('A') + ESC "[4~",
+          ctrl('A') + ESC "[8~"},
+         "ab cd efx"},
+        {{LEFT ESC "[3~"}, "ab cd ex"},
+        {{ESC "[1;5D", ESC "[1;3D", ESC "[1;9D", ESC "[5D", ESC "Od", ESC "O5D",
+          ESC ESC "[D", ESC ESC "OD", ESC "b"},
+         "ab cd xef"},
+        {{ctrl('A') + ESC "[1;5C", ctrl('A') + ESC "[1;3C", ctrl('A') + ESC "[1;9C",
+          ctrl('A') + ESC "[5C", ctrl('A') + ESC "Oc", ctrl('A') + ESC "O5C",
+          ctrl('A') + ESC ESC "[C", ctrl('A') + ESC ESC "OC", ctrl('A') + ESC "f"},
+         "abx cd ef"},
+    };
+    for (const char *terminal : {"xterm", "linux", "vt100", "rxvt", "screen", "dumb"})
+        for (auto &key : keys)
+            for (const std::string &form : key.forms)
+                for (std::string before : {"", "bind -e"}) {
+                    Session with;
+                    with.terminal = terminal;
+                    with.steps = {{(before.empty() ? "" : command(before)) + "ab cd ef" +
+                                   form + "x\n"}};
+                    EXPECT_EQ(run(with).line, key.line) << terminal << form.substr(1);
+                }
+}
+
+TEST(EditorText, UsualFormsOfKeysInVi)
+{
+    EXPECT_EQ(line_of(vi("ab cd ef" ESC "[1~x\n")), "b cd ef");
+    EXPECT_EQ(line_of(vi("ab cd ef" ESC "0" ESC "[8~x\n")), "ab cd e");
+    EXPECT_EQ(line_of(vi("ab cd ef" ESC "[1;5Dx\n")), "ab cd f");
+    EXPECT_EQ(line_of(vi("ab cd ef" ESC "0" ESC "Ocx\n")), "abcd ef");
+    EXPECT_EQ(line_of(vi("ab cd ef" ESC "0" ESC "[3~x\n")), " cd ef");
+}

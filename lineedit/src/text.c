@@ -12,6 +12,7 @@
 
 #include <langinfo.h>
 #include <limits.h>
+#include <poll.h>
 #include <stdlib.h>
 #include <string.h>
 #include <wchar.h>
@@ -150,6 +151,252 @@ text_command(EditLine *el, wchar_t ch)
 	if ((unsigned int)ch < N_KEYS)
 		return el->el_map.current[ch];
 	return el->el_map.current == el->el_map.alt ? ED_UNASSIGNED : ED_INSERT;
+}
+
+/*
+ * Terminals send keys, and what they report, as sequences: Escape, "[" or "O" and
+ * what these announce. One that is not bound is read to its end all the same, so
+ * that nothing of it is taken for other keys.
+ */
+enum {
+	KEYS_OTHER,	/* no such sequence has begun */
+	KEYS_ESCAPE,
+	KEYS_CSI,	/* Escape [ */
+	KEYS_DIGITS,	/* and nothing but digits */
+	KEYS_MORE,	/* and something else */
+	KEYS_SS3,	/* Escape O */
+	KEYS_ONE,	/* one key more ends it */
+	KEYS_MOUSE,	/* three bytes more, which need not be characters */
+	KEYS_DONE,
+	KEYS_CUT	/* by a key that cannot be in it */
+};
+
+/* how long it may take from Escape to the next key of a sequence, in ms */
+#define	KEYS_WAIT	50
+
+/* text_keys():
+ *	Add a key; the first one begins a sequence
+ */
+libedit_private void
+text_keys(text_keys_t *keys, wchar_t ch)
+{
+	if (keys->len == 0) {
+		/* vi's command mode is reached by the Escape before */
+		keys->state = ch == 033 ? KEYS_ESCAPE : ch == '[' ? KEYS_CSI :
+		    ch == 'O' ? KEYS_SS3 : KEYS_OTHER;
+	} else if (ch < 0x20 || ch > 0x7e) {
+		if (ch == 033 && (keys->state == KEYS_ESCAPE ||
+		    keys->state == KEYS_OTHER))
+			keys->state = KEYS_ESCAPE;
+		else
+			keys->state = keys->state == KEYS_ESCAPE ||
+			    keys->state == KEYS_OTHER ? KEYS_DONE : KEYS_CUT;
+	} else switch (keys->state) {
+	case KEYS_ESCAPE:
+		keys->state = ch == '[' ? KEYS_CSI : ch == 'O' ? KEYS_SS3 :
+		    KEYS_DONE;
+		break;
+	case KEYS_CSI:
+		if (ch == 'M')
+			keys->state = KEYS_MOUSE;
+		else if (ch == '[')	/* function keys of the console */
+			keys->state = KEYS_ONE;
+		else
+			keys->state = ch >= '0' && ch <= '9' ? KEYS_DIGITS :
+			    ch < 0x40 ? KEYS_MORE : KEYS_DONE;
+		break;
+	case KEYS_DIGITS:		/* or with Shift, ending in $ */
+		if (ch < '0' || ch > '9')
+			keys->state = ch < 0x40 && ch != '$' ? KEYS_MORE :
+			    KEYS_DONE;
+		break;
+	case KEYS_MORE:
+		if (ch >= 0x40)
+			keys->state = KEYS_DONE;
+		break;
+	case KEYS_SS3:
+		if ((ch < '0' || ch > '9') && ch != ';')
+			keys->state = KEYS_DONE;
+		break;
+	default:
+		keys->state = KEYS_DONE;
+		break;
+	}
+	if (keys->len + 1 < sizeof(keys->chr) / sizeof(*keys->chr)) {
+		keys->chr[keys->len++] = ch;
+		keys->chr[keys->len] = '\0';
+	}
+}
+
+/* text_keys_end():
+ *	Read a sequence to its end. The key that cuts it counts by itself.
+ */
+static int
+text_keys_end(EditLine *el, wchar_t *cp, text_keys_t *keys)
+{
+	wchar_t again[2] = { '\0', '\0' };
+	int num, i;
+
+	while (keys->state < KEYS_MOUSE) {
+		if ((num = el_wgetc(el, cp)) != 1)
+			return num;
+		text_keys(keys, *cp);
+	}
+	if (keys->state == KEYS_MOUSE)
+		for (i = 0; i < 3; i++)
+			if ((num = read_byte(el, cp)) != 1)
+				return num;
+	if (keys->state == KEYS_CUT) {
+		again[0] = *cp;
+		el_wpush(el, again);
+	}
+	return 1;
+}
+
+/* text_reports():
+ *	Whether a sequence is nothing that was typed: where the mouse is, whether
+ *	the window has the focus
+ */
+static int
+text_reports(const text_keys_t *keys)
+{
+	const wchar_t *p = keys->chr + (keys->chr[0] == 033);
+
+	return keys->state == KEYS_MOUSE || (keys->state == KEYS_DONE &&
+	    (wcscmp(p, L"[I") == 0 || wcscmp(p, L"[O") == 0 ||
+	     wcsncmp(p, L"[<", (size_t)2) == 0));
+}
+
+/* text_leave_insert():
+ *	Escape, or what begins with it, leads from vi's insert to its command mode
+ */
+libedit_private void
+text_leave_insert(EditLine *el)
+{
+	el->el_text.inserting = el->el_map.current == el->el_map.key;
+	el->el_text.inputmode = el->el_state.inputmode;
+	el->el_text.cursor = el->el_line.cursor - el->el_line.buffer;
+}
+
+/* text_back_to_insert():
+ *	It was the beginning of what means nothing
+ */
+static void
+text_back_to_insert(EditLine *el, const text_keys_t *keys)
+{
+	if (keys->chr[0] == 033 || !el->el_text.inserting ||
+	    el->el_state.lastcmd != VI_COMMAND_MODE)
+		return;
+	el->el_map.current = el->el_map.key;
+	el->el_state.inputmode = el->el_text.inputmode;
+	el->el_line.cursor = el->el_line.buffer + el->el_text.cursor;
+	re_refresh_cursor(el);
+}
+
+/* text_rest():
+ *	Read the rest of keys that are not bound, *cp being the last one, for
+ *	keymacro_get()
+ */
+libedit_private int
+text_rest(EditLine *el, wchar_t *cp, text_keys_t *keys, keymacro_value_t *val)
+{
+	/* a lead-in without any sequence */
+	if (keys->len > 1 && text_keys_end(el, cp, keys) != 1)
+		return XK_NOD;
+	text_back_to_insert(el, keys);
+	if (text_reports(keys)) {
+		val->str = NULL;
+		return XK_STR;
+	}
+	val->cmd = ED_UNASSIGNED;
+	return XK_CMD;
+}
+
+/* text_follows():
+ *	Whether another key comes at once
+ */
+static int
+text_follows(EditLine *el)
+{
+	struct pollfd in = { el->el_infd, POLLIN, 0 };
+
+	if (read_pushed(el))
+		return 1;
+	if (!sig_flushes(el))
+		return 0;
+	terminal__flush(el);
+	return poll(&in, (nfds_t)1, KEYS_WAIT) == 1;
+}
+
+/* text_key():
+ *	el_wgetc() where Escape is a key. If it is the beginning of a sequence, this
+ *	is in keys; else these are empty.
+ */
+libedit_private int
+text_key(EditLine *el, wchar_t *cp, text_keys_t *keys)
+{
+	wchar_t again[2] = { '\0', '\0' };
+	int num;
+
+	for (;;) {
+		keys->len = 0;
+		num = el_wgetc(el, cp);
+		if (num != 1 || *cp != 033 || !text_follows(el))
+			return num;
+		text_keys(keys, *cp);
+		if ((num = el_wgetc(el, cp)) != 1)
+			return num;
+		if (*cp != '[' && *cp != 'O') {
+			again[0] = *cp;
+			el_wpush(el, again);
+			keys->len = 0;
+			*cp = 033;
+			return 1;
+		}
+		text_keys(keys, *cp);
+		if ((num = text_keys_end(el, cp, keys)) != 1)
+			return num;
+		if (!text_reports(keys)) {
+			*cp = 033;
+			return 1;
+		}
+	}
+}
+
+/* text_bind():
+ *	The usual forms of some keys, whatever the terminal's description says
+ */
+libedit_private void
+text_bind(EditLine *el)
+{
+	static const struct {
+		const wchar_t	*keys;
+		int		 cmd;
+	} usual[] = {
+		{ L"\033[1~", ED_MOVE_TO_BEG }, { L"\033[7~", ED_MOVE_TO_BEG },
+		{ L"\033[4~", ED_MOVE_TO_END }, { L"\033[8~", ED_MOVE_TO_END },
+		{ L"\033[3~", ED_DELETE_NEXT_CHAR },
+		{ L"\033[2~", ED_QUOTED_INSERT },
+		/* with Control */
+		{ L"\033[1;5C", EM_NEXT_WORD }, { L"\033[1;5D", ED_PREV_WORD },
+		{ L"\033[5C", EM_NEXT_WORD }, { L"\033[5D", ED_PREV_WORD },
+		{ L"\033Oc", EM_NEXT_WORD }, { L"\033Od", ED_PREV_WORD },
+		{ L"\033O5C", EM_NEXT_WORD }, { L"\033O5D", ED_PREV_WORD },
+		/* with Alt */
+		{ L"\033[1;3C", EM_NEXT_WORD }, { L"\033[1;3D", ED_PREV_WORD },
+		{ L"\033[1;9C", EM_NEXT_WORD }, { L"\033[1;9D", ED_PREV_WORD },
+		{ L"\033\033[C", EM_NEXT_WORD }, { L"\033\033[D", ED_PREV_WORD },
+		{ L"\033\033OC", EM_NEXT_WORD }, { L"\033\033OD", ED_PREV_WORD },
+	};
+	size_t i;
+
+	for (i = 0; i < sizeof(usual) / sizeof(*usual); i++) {
+		keymacro_add(el, usual[i].keys,
+		    keymacro_map_cmd(el, usual[i].cmd), XK_CMD);
+		if (el->el_map.type == MAP_VI && usual[i].keys[1] != 033)
+			keymacro_add(el, usual[i].keys + 1,
+			    keymacro_map_cmd(el, usual[i].cmd), XK_CMD);
+	}
 }
 
 /*
