@@ -11,11 +11,14 @@ import os
 import sys
 import textwrap
 import unicodedata
+from contextlib import suppress
 
 ROOM = 2
 INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
 SAVE = "\x1bD" * ROOM + "\x1b[%dA" % ROOM + "\x1b7"
 RETURN, ERASE = "\x1b8", "\x1b[J"
+# Asks the terminal for marks around what is pasted, between which no key gives help.
+MARKS, NO_MARKS = "\x1b[?2004h", "\x1b[?2004l"
 
 
 def is_plain() -> bool:
@@ -23,7 +26,14 @@ def is_plain() -> bool:
 
 
 def prompt(text: str) -> str:
-    return text if is_plain() else INVISIBLE + SAVE + VISIBLE + text
+    return text if is_plain() else INVISIBLE + MARKS + SAVE + VISIBLE + text
+
+
+def leave(fd: int) -> None:
+    """The terminal is another program's again, if it is still there."""
+    if os.isatty(fd) and not is_plain():
+        with suppress(OSError):
+            os.write(fd, NO_MARKS.encode())
 
 
 def replace(text: str) -> bool:

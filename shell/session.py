@@ -37,6 +37,12 @@ class Session:
 
         Returns the exit status.
         """
+        try:
+            return self.read_and_run()
+        finally:
+            screen.leave(sys.stdout.fileno())
+
+    def read_and_run(self) -> int:
         interactive = sys.stdin.isatty()
         if interactive:
             print("? helps, TAB completes, exit leaves")

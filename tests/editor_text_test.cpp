@@ -448,6 +448,11 @@ TEST(EditorText, UnboundKeysLeaveNoModeOfVi)
         }
 }
 
+TEST(EditorText, UnboundKeysAreNotDoneAgainInVi)
+{
+    EXPECT_EQ(line_of(vi("a" ESC "ab" ESC "[5~c" ESC ".\n")), "abcbc");
+}
+
 TEST(EditorText, KeyThatCutsASequence)
 {
     EXPECT_EQ(line_of("ab" ESC "[" + ctrl('A') + "x\n"), "xab");

@@ -1,5 +1,6 @@
 """The example shell as its user sees it: help, completion, mistakes, history, keys."""
 import os
+import signal
 
 import pytest
 
@@ -504,3 +505,50 @@ def test_wrong_arguments(run):
     assert result.stderr == b"demo: [Errno 2] No such file or directory: 'no-such-file'\n"
     result = run(shell("--watch", "no-such-log"), end="exception")
     assert result.stderr == b"demo: [Errno 2] No such file or directory: 'no-such-log'\n"
+
+
+# --- What is pasted --------------------------------------------------------------------
+
+
+PASTE, PASTE_END = "<esc>[200~", "<esc>[201~"
+
+
+def marks(terminal):
+    """Whether the terminal was last told to mark what is pasted."""
+    raw = bytes(terminal.display.raw)
+    return raw.rfind(b"\x1b[?2004h") > raw.rfind(b"\x1b[?2004l")
+
+
+def test_what_is_pasted_is_text(user):
+    assert marks(user.terminal)
+    user.type(PASTE + "! why?" + PASTE_END, "demo> ! why?")
+    user.type("<enter>" + PASTE + "! a<tab>b<enter>! two<enter>! three?" + PASTE_END,
+              "demo> ! why?", "demo> ! a       b", "demo> ! two", "demo> ! three?")
+    user.type("<c-u>t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
+    user.leave()
+    assert not marks(user.terminal)
+
+
+@pytest.mark.parametrize("way", ["SIGTERM", "SIGQUIT", "Ctrl-D", "exit"])
+def test_no_marks_are_asked_for_on_any_way_out(user, way):
+    user.type(PASTE + "! a", "demo> ! a")  # without its end
+    if way in ("Ctrl-D", "exit"):
+        user.type(PASTE_END, "demo> ! a")
+        user.leave("<c-u><c-d>" if way == "Ctrl-D" else "<c-u>exit<enter>")
+    else:
+        user.terminal.signal(getattr(signal, way))
+        user.terminal.expect_end(way)
+    assert not marks(user.terminal)
+
+
+def test_a_paste_without_end_is_over_with_ctrl_c(user):
+    user.type(PASTE + "! a<c-d>?", "demo> ! a?")
+    user.type("<c-c>", "demo> ! a?^C", "demo> ")
+    user.type("t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
+    user.leave()
+
+
+def test_a_plain_terminal_is_asked_for_nothing(start):
+    user = ShellUser(start(shell(), env={"TERM": "dumb"}))
+    user.leave()
+    assert b"\x1b" not in user.terminal.display.raw

@@ -143,14 +143,106 @@ text_join(EditLine *el, wchar_t *cp)
 
 /* text_command():
  *	What a character stands for as a key. Those that the map has no room for are
- *	text wherever keys are.
+ *	text wherever keys are, and what was pasted is nothing else.
  */
 libedit_private el_action_t
 text_command(EditLine *el, wchar_t ch)
 {
+	if (el->el_text.pasted)
+		return ch == '\n' || ch == '\r' ? ED_NEWLINE : ED_INSERT;
 	if ((unsigned int)ch < N_KEYS)
 		return el->el_map.current[ch];
 	return el->el_map.current == el->el_map.alt ? ED_UNASSIGNED : ED_INSERT;
+}
+
+/*
+ * A terminal that was asked to (by the shell, in its prompt) puts marks around what
+ * is pasted: ESC [ 200 ~ and ESC [ 201 ~. Between them every key is text, whatever it
+ * is bound to, and controls but for tabs and line ends are dropped: they would not be
+ * seen for what they are. A line end ends the read, and the paste goes on in the next
+ * one. It is over with its second mark, with an interrupt, and with the instance.
+ */
+
+/* text_begin_paste():
+ *	The first mark has come
+ */
+static void
+text_begin_paste(EditLine *el)
+{
+	text_forget(el);
+	el->el_text.paste = 1;
+}
+
+/* text_forget():
+ *	There is no paste any more
+ */
+libedit_private void
+text_forget(EditLine *el)
+{
+	el->el_text.paste = el->el_text.pasted = el->el_text.dropped = 0;
+	el->el_text.held_at = el->el_text.held_len = 0;
+}
+
+/* text_mark():
+ *	Escape has come from a paste: read the mark that it begins. What is none is
+ *	held, as the text that it is.
+ */
+static int
+text_mark(EditLine *el)
+{
+	static const wchar_t mark[] = L"[201~";
+	el_text_t *t = &el->el_text;
+	wchar_t ch;
+	int num, i;
+
+	for (i = t->held_at = t->held_len = 0; i < 5; i++) {
+		if ((num = read_byte(el, &ch)) != 1)
+			return num;
+		t->held[t->held_len++] = ch;
+		/* the first mark once more is no text either */
+		if (!t->paste || (ch != mark[i] && !(i == 3 && ch == '0'))) {
+			t->dropped = 1;
+			return 1;
+		}
+	}
+	t->held_len = 0;
+	if (ch == '~' && t->held[3] == '1')
+		t->paste = t->pasted = 0;
+	return 1;
+}
+
+/* text_pasted():
+ *	Read the next character of a paste, or the key behind it
+ */
+libedit_private int
+text_pasted(EditLine *el, wchar_t *cp)
+{
+	el_text_t *t = &el->el_text;
+	int num;
+
+	while (t->paste || t->held_at < t->held_len) {
+		if (t->held_at < t->held_len)
+			*cp = t->held[t->held_at++];
+		else if ((num = read_byte(el, cp)) != 1)
+			return num;
+		if ((num = text_join(el, cp)) != 1)
+			return num;
+		if (!t->paste)		/* forgotten meanwhile: a key */
+			return 1;
+		if (*cp == 033) {
+			if ((num = text_mark(el)) != 1)
+				return num;
+		} else if (*cp >= 0x20 ? *cp < 0x7f || *cp >= 0xa0 :
+		    *cp == '\t' || *cp == '\n' || *cp == '\r') {
+			t->pasted = 1;
+			return 1;
+		} else
+			t->dropped = 1;
+	}
+	if (t->dropped)
+		text_refuse(el);
+	t->dropped = 0;
+	return el_wgetc(el, cp);
 }
 
 /*
@@ -255,7 +347,7 @@ text_keys_end(EditLine *el, wchar_t *cp, text_keys_t *keys)
 
 /* text_reports():
  *	Whether a sequence is nothing that was typed: where the mouse is, whether
- *	the window has the focus
+ *	the window has the focus, that a paste which nobody knows of is over
  */
 static int
 text_reports(const text_keys_t *keys)
@@ -264,7 +356,17 @@ text_reports(const text_keys_t *keys)
 
 	return keys->state == KEYS_MOUSE || (keys->state == KEYS_DONE &&
 	    (wcscmp(p, L"[I") == 0 || wcscmp(p, L"[O") == 0 ||
-	     wcsncmp(p, L"[<", (size_t)2) == 0));
+	     wcscmp(p, L"[201~") == 0 || wcsncmp(p, L"[<", (size_t)2) == 0));
+}
+
+/* text_is_paste():
+ *	Whether a sequence is the mark before what is pasted
+ */
+static int
+text_is_paste(const text_keys_t *keys)
+{
+	return keys->state == KEYS_DONE &&
+	    wcscmp(keys->chr + (keys->chr[0] == 033), L"[200~") == 0;
 }
 
 /* text_leave_insert():
@@ -290,6 +392,10 @@ text_back_to_insert(EditLine *el, const text_keys_t *keys)
 	el->el_map.current = el->el_map.key;
 	el->el_state.inputmode = el->el_text.inputmode;
 	el->el_line.cursor = el->el_line.buffer + el->el_text.cursor;
+	/* "." is not to do it again */
+	if (el->el_chared.c_redo.pos > el->el_chared.c_redo.buf &&
+	    el->el_chared.c_redo.pos[-1] == 033)
+		el->el_chared.c_redo.pos--;
 	re_refresh_cursor(el);
 }
 
@@ -309,6 +415,10 @@ text_rest(EditLine *el, wchar_t *cp, text_keys_t *keys, keymacro_value_t *val)
 		return XK_STR;
 	}
 	val->cmd = ED_UNASSIGNED;
+	if (text_is_paste(keys)) {
+		text_begin_paste(el);
+		val->cmd = ED_IGNORE;	/* but for a count before it */
+	}
 	return XK_CMD;
 }
 
@@ -356,7 +466,9 @@ text_key(EditLine *el, wchar_t *cp, text_keys_t *keys)
 		text_keys(keys, *cp);
 		if ((num = text_keys_end(el, cp, keys)) != 1)
 			return num;
-		if (!text_reports(keys)) {
+		if (text_is_paste(keys))
+			text_begin_paste(el);
+		else if (!text_reports(keys)) {
 			*cp = 033;
 			return 1;
 		}

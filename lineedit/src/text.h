@@ -12,6 +12,13 @@ typedef struct {
 } text_keys_t;
 
 typedef struct {
+	int	reading;	/* a read is under way, or was left by a jump */
+	int	paste;		/* keys come from between the marks of a paste */
+	int	pasted;		/* the last one did: it is text */
+	int	dropped;	/* some controls of the paste */
+	wchar_t	held[5];	/* of it, what began like a mark and is none */
+	int	held_at;
+	int	held_len;
 	/* where Escape has led from insert to command mode */
 	int	inserting;
 	int	inputmode;
@@ -19,6 +26,8 @@ typedef struct {
 } el_text_t;
 
 libedit_private int		text_join(EditLine *, wchar_t *);
+libedit_private int		text_pasted(EditLine *, wchar_t *);
+libedit_private void		text_forget(EditLine *);
 libedit_private int		text_stands(wchar_t);
 libedit_private el_action_t	text_command(EditLine *, wchar_t);
 libedit_private int		text_key(EditLine *, wchar_t *, text_keys_t *);
