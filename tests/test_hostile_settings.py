@@ -232,7 +232,7 @@ COMMANDS = r"""
 bind -s ^T|bind -r|bind ^|bind \\|bind -k|bind -k zz ed-insert|bind -e|bind "|bind
 setty|setty -x|setty intr=|setty -d vmin=|setty -d -icrnl|setty -d +icanon|setty -q -isig
 setty -x -opost|setty -x -echo|setty -d intr=^Q|setty -a none
-settc|settc cm|settc li 100000|settc li 0|settc co -5|settc co 1|settc am no|settc ic %
+settc|settc cm|settc li 100000|settc li 0|settc co -5|settc co 0|settc am no|settc ic %
 echotc|echotc cm|echotc cm 5|echotc -v cm 5 5|echotc ic -5|telltc|telltc x
 history|history load /etc/passwd|history clear|history size -1|history unique x
 edit|edit maybe|"|'|\|:|a:|[:bind|(((((:bind|(a*)*(a*)*(a*)*b:bind

@@ -193,9 +193,9 @@ def test_a_mistake_in_a_line_of_several_rows(start):
 
 def test_a_mistake_in_a_line_that_fills_its_row(start):
     user = ShellUser(start(shell(), columns=20), WELCOME[:20], WELCOME[20:], "demo> ")
-    user.type("terminal xxxxx<enter>", "demo> terminal xxxxx", "", "% Unknown word",
+    user.type("terminal xxxxx<enter>", "demo> terminal xxxxx", "% Unknown word",
               '  "xxxxx": expected', "  help-keys,", "  history, width", "demo> ")
-    user.type("      terminal<enter>", "demo>       terminal", "", "^", "% Incomplete",
+    user.type("      terminal<enter>", "demo>       terminal", "^", "% Incomplete",
               "  command: expected", "  help-keys,", "  history, width", "demo> ")
     user.leave()
 

@@ -73,15 +73,6 @@ layout_free(layout_t *l)
 	memset(l, 0, sizeof(*l));
 }
 
-/* layout_row():
- *	Row i of the window
- */
-libedit_private layout_row_t *
-layout_row(const layout_t *l, int i)
-{
-	return &l->ring[(l->top + i) % l->height];
-}
-
 /* layout_composed():
  *	What is written for a composed cell; borrowed until the next frame
  */
@@ -260,8 +251,6 @@ layout_cell(pen_t *p, wchar_t c, int width)
 	layout_t *l = p->l;
 
 	if (l->next.h + width > l->width) {
-		if (l->next.h < l->width)
-			p->row->cells[l->next.h++] = ' ';
 		layout_next_row(p, 1);
 		if (p->over)
 			return;
@@ -338,6 +327,31 @@ layout_prompt(pen_t *p, const layout_text_t *text)
 		layout_compose(p, 0, '\0');
 }
 
+/* layout_plain():
+ *	Place characters of ASCII as far as the row has room, and no more than n. How
+ *	many these were.
+ */
+static size_t
+layout_plain(pen_t *p, const wchar_t *s, size_t n)
+{
+	layout_t *l = p->l;
+	wint_t *cell = p->row->cells + l->next.h;
+	size_t i;
+
+	if (p->parts != NULL)
+		return 0;
+	if (n > (size_t)(l->width - l->next.h))
+		n = (size_t)(l->width - l->next.h);
+	for (i = 0; i < n && ct_is_ascii(s[i]); i++)
+		cell[i] = (wint_t)s[i];
+	if (i > 0) {
+		l->next.h += (int)i;
+		l->last_h = l->next.h - 1;
+		l->marks = 0;
+	}
+	return i;
+}
+
 static void
 layout_line(pen_t *p, const layout_text_t *text)
 {
@@ -345,17 +359,16 @@ layout_line(pen_t *p, const layout_text_t *text)
 	size_t i;
 
 	for (i = 0; i < text->length && !p->over; i++) {
-		wchar_t c = text->line[i];
-
 		if (i == text->cursor)
 			p->wanted = 1;
-		if (ct_is_ascii(c) && l->next.h < l->width && !p->wanted &&
-		    p->parts == NULL) {
-			l->last_h = l->next.h;
-			l->marks = 0;
-			p->row->cells[l->next.h++] = (wint_t)c;
-		} else
-			layout_char(p, c);
+		else
+			i += layout_plain(p, text->line + i, (i < text->cursor &&
+			    text->cursor < text->length ? text->cursor :
+			    text->length) - i);
+		if (i == text->cursor)
+			p->wanted = 1;
+		if (i < text->length)
+			layout_char(p, text->line[i]);
 	}
 	if (p->over || text->cursor < text->length)
 		return;

@@ -57,8 +57,14 @@ typedef struct {
 libedit_private int	layout_alloc(layout_t *, int, int);
 libedit_private void	layout_free(layout_t *);
 libedit_private void	layout_make(layout_t *, const layout_text_t *, int);
-libedit_private layout_row_t *layout_row(const layout_t *, int);
 libedit_private const wchar_t *layout_composed(const layout_t *, wint_t);
 libedit_private int	layout_width(wchar_t);
+
+/* row i of the window */
+static inline layout_row_t *
+layout_row(const layout_t *l, int i)
+{
+	return &l->ring[(l->top + i) % l->height];
+}
 
 #endif /* _h_el_layout */

@@ -20,21 +20,44 @@
 #include <termcap.h>
 
 #include "el.h"
+#include "position.h"
 
 /* no more columns than this are inserted or deleted at a guess */
 #define	SHIFT_MAX	16
 /* about what a move within a row costs, in bytes */
 #define	MOVE_COST	5
 
-#define	WRAPS(el)	((EL_FLAGS & (TERM_HAS_AUTO_MARGINS | TERM_HAS_MAGIC_MARGINS)) \
-			    == (TERM_HAS_AUTO_MARGINS | TERM_HAS_MAGIC_MARGINS))
 /* the cursor is behind the last column: it may only go back to the first */
 #define	PENDING(el)	((el)->el_refresh.at.h >= (el)->el_refresh.drawn.width)
 
 /* --- What the terminal can do ------------------------------------------------ */
 
+/* re_wraps():
+ *	Whether the terminal goes on in the next row by itself, and not before the next
+ *	character. It does so at its own margin, not at that of a width set by hand.
+ */
+static int
+re_wraps(EditLine *el)
+{
+	int window = el->el_terminal.t_window.h;
+
+	return EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS &&
+	    (window == 0 || window == el->el_terminal.t_size.h);
+}
+
+static int
+re_columns(EditLine *el)
+{
+	int columns = el->el_terminal.t_size.h;
+
+	if ((EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS) || columns == 1 ||
+	    columns < el->el_terminal.t_window.h)
+		return columns;
+	return columns - 1;
+}
+
 enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC, DO_ICS,
-    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_COUNT };
+    DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_SAVE, DO_COUNT };
 
 /* re_can():
  *	A capability of the terminal, or NULL
@@ -43,7 +66,7 @@ static const char *
 re_can(EditLine *el, int what)
 {
 	static const char names[DO_COUNT][3] = { "ce", "cd", "ch", "up", "UP", "DO", "LE",
-	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed" };
+	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed", "sc" };
 	static int place[DO_COUNT];	/* in the terminal's list, from 1 */
 	const char *string;
 
@@ -65,6 +88,14 @@ re_do(EditLine *el, int what)
 		terminal_tputs(el, string, 1);
 }
 
+static void
+re_number(EditLine *el, int n)
+{
+	if (n >= 10)
+		re_number(el, n / 10);
+	terminal__putc(el, (wint_t)('0' + n % 10));
+}
+
 /* re_do_many():
  *	The same for one with a count or a column. Nearly every terminal has these in
  *	one form, which needs no interpreter.
@@ -75,7 +106,7 @@ re_do_many(EditLine *el, int what, int n)
 	static const char plain[] = "\033[%p1%d", from_one[] = "\033[%i%p1%d";
 	const char *string = re_can(el, what);
 	size_t len = strlen(string);
-	int final, value;
+	int value;
 
 	if (len == sizeof(plain) && memcmp(string, plain, len - 1) == 0)
 		value = n;
@@ -85,11 +116,11 @@ re_do_many(EditLine *el, int what, int n)
 		terminal_tputs(el, tgoto(string, n, n), n);
 		return;
 	}
-	final = string[len - 1];
-	if (value == 1)
-		(void)fprintf(el->el_outfile, "\033[%c", final);
-	else
-		(void)fprintf(el->el_outfile, "\033[%d%c", value, final);
+	terminal__putc(el, '\033');
+	terminal__putc(el, '[');
+	if (value != 1)
+		re_number(el, value);
+	terminal__putc(el, (wint_t)string[len - 1]);
 }
 
 /* --- Moves --------------------------------------------------------------------- */
@@ -140,15 +171,16 @@ re_move_to_row(EditLine *el, int v)
 
 	if (n == 0)
 		return;
-	if (PENDING(el))
-		re_return(el);
 	if (n < 0) {
+		if (PENDING(el))
+			re_return(el);
 		if (re_can(el, DO_UPS) != NULL && (n < -1 || re_can(el, DO_UP) == NULL))
 			re_do_many(el, DO_UPS, -n);
 		else
 			while (n++ < 0)
 				re_do(el, DO_UP);
-	} else if (v < r->depth && n > 2 && re_can(el, DO_DOWNS) != NULL)
+	} else if (v < r->depth && n > 2 && !PENDING(el) &&
+	    re_can(el, DO_DOWNS) != NULL)
 		re_do_many(el, DO_DOWNS, n);
 	else {
 		while (n-- > 0)
@@ -183,7 +215,7 @@ re_move(EditLine *el, const layout_t *l, int v, int h)
 {
 	coord_t *at = &el->el_refresh.at;
 	const layout_row_t *row = layout_row(l, v);
-	int column, cost, n, back;
+	int column, cost, n, back, again;
 
 	re_move_to_row(el, v);
 	if (at->h == h)
@@ -209,16 +241,18 @@ re_move(EditLine *el, const layout_t *l, int v, int h)
 			return;
 		}
 	}
-	n = back > 0 ? 0 : at->h;	/* where the way forward begins */
+	/* forward, also from the row's beginning; not from amidst a wide character */
+	again = back > 0 || row->cells[at->h] == LAYOUT_FILL;
+	n = again ? 0 : at->h;
 	cost = re_can(el, DO_RIGHTS) != NULL ? 3 + re_digits(h - n) : 1000;
 	if (re_rewrite_cost(row, n, h) < cost)
 		cost = re_rewrite_cost(row, n, h);
-	if (column <= cost + (back > 0)) {
+	if (column <= cost + again) {
 		re_do_many(el, DO_CH, h);
 		at->h = h;
 		return;
 	}
-	if (back > 0)
+	if (again)
 		re_return(el);
 	if (re_can(el, DO_RIGHTS) != NULL && cost < re_rewrite_cost(row, n, h))
 		re_do_many(el, DO_RIGHTS, h - n);
@@ -246,6 +280,20 @@ re_is_same(EditLine *el, const layout_row_t *old, int from, wint_t new)
 	return was == new;
 }
 
+/* re_plain_end():
+ *	How far the two are the same from column h on, without composed cells
+ */
+static int
+re_plain_end(const layout_row_t *old, const layout_row_t *new, int h)
+{
+	int end = old->end < new->end ? old->end : new->end;
+	const wint_t *was = old->cells, *is = new->cells;
+
+	while (h < end && was[h] == is[h] && !(is[h] & LAYOUT_COMPOSED))
+		h++;
+	return h;
+}
+
 /* re_shift_cost():
  *	What it costs to make old new from column f on when n columns have been inserted
  *	there (or deleted, below 0); or more than most
@@ -265,7 +313,9 @@ re_shift_cost(EditLine *el, const layout_row_t *old, const layout_row_t *new, in
 		cost += n;
 	}
 	for (; h < new->end && cost <= most; h++)
-		if (h < end && re_is_same(el, old, h - n, new->cells[h]))
+		if (h < end && (old->cells[h - n] == new->cells[h] ?
+		    !(new->cells[h] & LAYOUT_COMPOSED) :
+		    re_is_same(el, old, h - n, new->cells[h])))
 			gap++;
 		else {
 			if (new->cells[h] != LAYOUT_FILL)
@@ -296,7 +346,7 @@ re_find_shift(EditLine *el, const layout_row_t *old, const layout_row_t *new, in
 		/* at last, what makes the rows equally long */
 		int in = n <= SHIFT_MAX ? n : lengths, out = n <= SHIFT_MAX ? n : -lengths;
 
-		if (EL_CAN_INSERT && in > 0 && f + in < new->end && (WRAPS(el) ||
+		if (EL_CAN_INSERT && in > 0 && f + in < new->end && (re_wraps(el) ||
 		    old->end + in <= width) && new->cells[f + in] == old->cells[f] &&
 		    (cost = re_shift_cost(el, old, new, f, in, most)) < most) {
 			best = in;
@@ -396,6 +446,10 @@ re_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, 
 	int width;
 
 	for (; h < new->end; h += width) {
+		if ((h = re_plain_end(old, new, h)) >= new->end)
+			break;
+		if (new->cells[h] == LAYOUT_FILL)
+			h--;
 		width = re_cell_width(new, h);
 		if (re_is_same(el, old, h, new->cells[h]) &&
 		    (width == 1 || re_is_same(el, old, h + 1, LAYOUT_FILL)))
@@ -413,20 +467,23 @@ re_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, 
 
 /* re_join():
  *	Have the terminal itself go on from row v - 1 to this one: write the last cell
- *	there, unless that was just done, and the first here
+ *	there, unless that was just done, and the first here. A wide character that has
+ *	no room there is taken to this row by the terminal, too.
  */
 static int
 re_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
 {
 	el_refresh_t *r = &el->el_refresh;
 	layout_row_t *above = layout_row(&r->next, v - 1);
-	int h = above->end - 1, width = re_cell_width(new, 0);
+	int h = above->end, width = re_cell_width(new, 0);
 
-	if (above->cells[h] == LAYOUT_FILL)
-		h--;
-	if (r->at.v != v - 1 || !PENDING(el)) {
-		re_move(el, &r->next, v - 1, h);
-		re_put(el, &r->next, above->cells[h]);
+	if (r->at.v != v - 1 || r->at.h != h) {
+		if (h == r->next.width) {
+			h -= above->cells[h - 1] == LAYOUT_FILL ? 2 : 1;
+			re_move(el, &r->next, v - 1, h);
+			re_put(el, &r->next, above->cells[h]);
+		} else	/* one column is left, too narrow for what comes */
+			re_move(el, &r->next, v - 1, h);
 	}
 	re_put(el, &r->next, new->cells[0]);
 	above->joined = 1;
@@ -474,11 +531,11 @@ re_update_row(EditLine *el, int v)
 	if (v >= r->drawn.rows)
 		old->end = old->joined = 0;
 	new->joined = old->joined;
-	if (above->continued && !above->joined && new->end > 0 && WRAPS(el))
+	if (above->continued && !above->joined && new->end > 0 && re_wraps(el))
 		h = re_join(el, old, new, v);
 
 	while (h < new->end && re_is_same(el, old, h, new->cells[h]))
-		h++;
+		h = re_plain_end(old, new, h + 1);
 	if (h < new->end || old->end > new->end) {
 		while (h > 0 && ((h < new->end && new->cells[h] == LAYOUT_FILL) ||
 		    (h < old->end && old->cells[h] == LAYOUT_FILL)))
@@ -519,6 +576,25 @@ re_follow(EditLine *el)
 	}
 }
 
+/* re_clear_rows():
+ *	Clear the rows that are no longer there, from the last one on
+ */
+static void
+re_clear_rows(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_row_t *row;
+	int v;
+
+	for (v = r->drawn.rows - 1; v >= r->next.rows; v--)
+		if ((row = layout_row(&r->drawn, v))->end > 0) {
+			re_move_to_row(el, v);
+			if (r->at.h > 0)
+				re_return(el);
+			re_clear_behind(el, row, v, 0, row->end);
+		}
+}
+
 /* re_draw():
  *	Make the screen what next says
  */
@@ -527,51 +603,136 @@ re_draw(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
 	layout_t drawn;
-	int v;
+	int v, cursor_is_below;
 
 	re_follow(el);
+	cursor_is_below = r->at.v >= r->next.rows;
+	if (cursor_is_below)
+		re_clear_rows(el);
 	for (v = 0; v < r->next.rows; v++)
 		re_update_row(el, v);
-	for (; v < r->drawn.rows; v++)
-		if (layout_row(&r->drawn, v)->end > 0) {
-			re_move_to_row(el, v);
-			re_return(el);
-			re_clear_behind(el, layout_row(&r->drawn, v), v, 0,
-			    layout_row(&r->drawn, v)->end);
-		}
+	if (!cursor_is_below)
+		re_clear_rows(el);
 	drawn = r->drawn;
 	r->drawn = r->next;
 	r->next = drawn;
-	r->length = (size_t)(el->el_line.lastchar - el->el_line.buffer);
+	r->appends = 0;
+}
+
+/*
+ * What the terminal does with joined rows when its width changes, as far as is known:
+ * lay them out anew, and the cursor keeps its place in the text; or cut them, and it
+ * keeps its row.
+ */
+enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS };
+
+/* re_flow_of():
+ *	What terminals of this type do; FLOW_NEW for one that is not known at all. Many
+ *	call themselves an xterm, which itself cuts.
+ */
+static int
+re_flow_of(const char *type)
+{
+	static const struct { const char *prefix; int flow; } types[] = {
+		{ "tmux", FLOW_REFLOWS }, { "screen", FLOW_REFLOWS },
+		{ "xterm-kitty", FLOW_REFLOWS }, { "alacritty", FLOW_REFLOWS },
+		{ "foot", FLOW_REFLOWS }, { "vte", FLOW_REFLOWS },
+		{ "gnome", FLOW_REFLOWS }, { "konsole", FLOW_REFLOWS },
+		{ "rxvt", FLOW_CUTS }, { "st-", FLOW_CUTS }, { "linux", FLOW_CUTS },
+		{ "vt", FLOW_CUTS }, { "xterm", FLOW_UNSURE },
+	};
+	size_t i;
+
+	for (i = 0; i < sizeof(types) / sizeof(*types); i++)
+		if (strncmp(type, types[i].prefix, strlen(types[i].prefix)) == 0)
+			return types[i].flow;
+	return FLOW_NEW;
 }
 
 /* re_reflowed():
- *	In which row below its first the cursor stands when the terminal has laid out the
+ *	Where the cursor stands, from the first row on, when the terminal has laid out the
  *	joined rows anew
  */
-static int
-re_reflowed(const layout_t *l, int width, int cursor_v, int cursor_h)
+static coord_t
+re_reflowed(const layout_t *l, int width, coord_t cursor)
 {
 	const layout_row_t *row;
-	int v, h, w, rows = 0, column = 0;
+	coord_t to = { 0, 0 };
+	int v, h, w;
 
-	for (v = 0; v <= cursor_v; v++) {
+	for (v = 0; v <= cursor.v; v++) {
 		row = layout_row(l, v);
-		for (h = 0; h < row->end && (v < cursor_v || h < cursor_h); h += w) {
+		for (h = 0; h < row->end && (v < cursor.v || h < cursor.h); h += w) {
 			w = re_cell_width(row, h);
-			if (column + w > width) {
-				rows++;
-				column = 0;
+			if (to.h + w > width) {
+				to.v++;
+				to.h = 0;
 			}
-			column += w;
+			to.h += w;
 		}
-		if (v < cursor_v && !row->joined) {
-			rows++;
-			column = 0;
-		} else if (v == cursor_v && h < row->end && column == width)
-			rows++;		/* it stands on a cell of the next row */
+		if (v < cursor.v ? !row->joined : h < row->end && to.h >= width) {
+			to.v++;
+			to.h = 0;
+		}
 	}
-	return rows;
+	return to;
+}
+
+/* re_ask():
+ *	The column of the terminal's cursor, or -1. A type that is not known is not asked,
+ *	and none again that has not answered.
+ */
+static int
+re_ask(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int column;
+
+	if (r->mute || re_flow_of(el->el_terminal.t_name) == FLOW_NEW)
+		return -1;
+	column = position_column(el, el->el_terminal.t_size.h);
+	r->mute = column == -1;
+	return column;
+}
+
+/* re_cut():
+ *	Where the cursor stands when the terminal has cut the rows
+ */
+static coord_t
+re_cut(EditLine *el)
+{
+	coord_t to = el->el_refresh.at;
+
+	if (to.h > el->el_terminal.t_size.h - 1)
+		to.h = el->el_terminal.t_size.h - 1;
+	return to;
+}
+
+/* re_rows_above():
+ *	How many rows above the cursor what was drawn at the old size begins now. Where
+ *	that depends on what the terminal does, one that may do either is asked, until it
+ *	is known. The lesser number leaves a part of the old, but clears no row of others.
+ */
+static int
+re_rows_above(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int width = el->el_terminal.t_size.h, column;
+	coord_t cut = re_cut(el), flown = re_reflowed(&r->before, width, r->at);
+
+	if (r->flow == FLOW_NEW)
+		r->flow = re_flow_of(el->el_terminal.t_name);
+	if (r->flow == FLOW_UNSURE && flown.v != cut.v && flown.h != cut.h &&
+	    flown.h > 0 && flown.h < width) {
+		column = re_ask(el);
+		if (column == flown.h)
+			r->flow = FLOW_REFLOWS;
+		else if (column == cut.h)
+			r->flow = FLOW_CUTS;
+	}
+	if (r->flow == FLOW_REFLOWS || (r->flow != FLOW_CUTS && flown.v < cut.v))
+		return flown.v;
+	return cut.v;
 }
 
 /* re_wipe():
@@ -605,15 +766,11 @@ static void
 re_begin(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
-	int rows, reflowed;
+	int rows;
 
 	if (!r->resized)
 		return;
-	/* whichever the terminal does, no row of others is cleared */
-	rows = r->at.v;
-	reflowed = re_reflowed(&r->before, el->el_terminal.t_size.h, r->at.v, r->at.h);
-	if (reflowed < rows)
-		rows = reflowed;
+	rows = re_rows_above(el);
 	if (rows > el->el_terminal.t_size.v - 1)
 		rows = el->el_terminal.t_size.v - 1;
 	layout_free(&r->before);
@@ -621,14 +778,6 @@ re_begin(EditLine *el)
 	r->at.v = rows;
 	r->depth = rows + 1;
 	re_wipe(el);
-}
-
-static int
-re_columns(EditLine *el)
-{
-	int columns = el->el_terminal.t_size.h;
-
-	return WRAPS(el) || columns == 1 ? columns : columns - 1;
 }
 
 static int
@@ -657,6 +806,7 @@ re_resize(EditLine *el)
 	if (r->drawn.rows > 0 && !r->resized) {
 		r->before = r->drawn;
 		r->resized = 1;
+		r->appends = 0;
 	} else
 		layout_free(&r->drawn);
 	layout_free(&r->next);
@@ -671,6 +821,7 @@ re_end(EditLine *el)
 	layout_free(&el->el_refresh.drawn);
 	layout_free(&el->el_refresh.next);
 	layout_free(&el->el_refresh.before);
+	position_forget();
 }
 
 /* re_clear_display():
@@ -687,6 +838,7 @@ re_clear_display(EditLine *el)
 	r->at.v = r->at.h = 0;
 	r->depth = 1;
 	r->scrolled = r->resized = 0;
+	r->appends = 0;
 }
 
 /* re_make():
@@ -726,6 +878,8 @@ re_refresh(EditLine *el)
 	}
 	re_make(el, (size_t)(line->cursor - line->buffer));
 	re_move(el, &r->drawn, r->drawn.cursor.v, r->drawn.cursor.h);
+	if (line->cursor == line->lastchar)
+		r->appends = (size_t)(line->lastchar - line->buffer) + 1;
 }
 
 /* re_refresh_cursor():
@@ -737,20 +891,60 @@ re_refresh_cursor(EditLine *el)
 	re_refresh(el);
 }
 
+/* re_has_moved():
+ *	Whether others have moved the cursor while the process was stopped: a shell has,
+ *	and stands in the first column now. Where it cannot be told, they have.
+ */
+static int
+re_has_moved(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int column = r->at.h;
+
+	if (r->at.v == 0)
+		return 0;	/* its row is all there is to clear */
+	if (r->resized && r->flow == FLOW_REFLOWS)
+		column = re_reflowed(&r->before, el->el_terminal.t_size.h, r->at).h;
+	else if (r->resized && r->flow == FLOW_CUTS)
+		column = re_cut(el).h;
+	else if (r->resized)
+		return 1;
+	return column == 0 || column >= el->el_terminal.t_size.h || re_ask(el) != column;
+}
+
 /* re_redraw():
- *	Draw all of it anew, in its place; or, if others have moved the cursor, where that
- *	is
+ *	Draw all of it anew, in its place; or, behind a stop in which others may have moved
+ *	the cursor, where that is
  */
 libedit_private void
-re_redraw(EditLine *el, int moved)
+re_redraw(EditLine *el, int stopped)
 {
 	el_refresh_t *r = &el->el_refresh;
 
-	if (moved)
+	if (stopped && re_has_moved(el))
 		re_clear_display(el);
 	if (!r->resized)
 		re_wipe(el);
 	re_refresh(el);
+}
+
+/* re_save_start():
+ *	Have the terminal remember where prompt and line begin, for a program that prints in
+ *	their place
+ */
+libedit_private void
+re_save_start(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	coord_t at = r->at;
+
+	if (r->drawn.rows == 0 || r->resized || re_can(el, DO_SAVE) == NULL ||
+	    (el->el_flags & (NO_TTY | EDIT_DISABLED)))
+		return;
+	re_move(el, &r->drawn, 0, 0);
+	re_do(el, DO_SAVE);
+	re_move(el, &r->drawn, at.v, at.h);
+	terminal__flush(el);
 }
 
 /* re_goto_bottom():
@@ -795,10 +989,9 @@ re_clear_lines(EditLine *el)
 /* --- A character at the end ------------------------------------------------------------ */
 
 /* re_append_row():
- *	The last row is full, and the cursor goes to a new one. Whether that can be without
- *	a look at the others.
+ *	The last row is full, and the cursor goes to a new one
  */
-static int
+static void
 re_append_row(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
@@ -806,24 +999,24 @@ re_append_row(EditLine *el)
 	layout_row_t *row = layout_row(l, l->rows - 1);
 
 	if (l->rows == l->height) {
-		if (l->top != r->scrolled)
-			return 0;
 		l->top = ++r->scrolled;
 		l->rows--;
 	}
 	row->continued = 1;
-	row->joined = WRAPS(el) != 0;
-	l->rows++;
+	row->joined = re_wraps(el);
+	l->cursor.v = r->at.v = l->rows++;
+	if (r->depth < l->rows)
+		r->depth = l->rows;
 	l->next.v++;
 	l->next.h = 0;
-	row = layout_row(l, l->rows - 1);
+	row = layout_row(l, r->at.v);
 	row->cells[0] = ' ';
 	row->end = 1;
 	row->continued = row->joined = 0;
-	if (!WRAPS(el))
-		(void)fputs("\r\n", el->el_outfile);
-	(void)fputs(" \b", el->el_outfile);
-	return 1;
+	if (!re_wraps(el))
+		terminal__putc(el, '\n');
+	terminal__putc(el, ' ');
+	terminal__putc(el, '\r');
 }
 
 /* re_fastaddc():
@@ -837,31 +1030,25 @@ re_fastaddc(EditLine *el)
 	layout_t *l = &r->drawn;
 	el_line_t *line = &el->el_line;
 	wchar_t c = line->cursor[-1];
-	int width = layout_width(c), last = l->rows - 1;
+	int width = ct_is_ascii(c) ? 1 : layout_width(c), h = l->next.h;
 	layout_row_t *row;
 
-	if (line->cursor != line->lastchar || width <= 0 || r->resized || !l->whole ||
-	    last < 0 || (size_t)(line->lastchar - line->buffer) != r->length + 1 ||
-	    r->at.v != last || r->at.h != l->next.h || l->next.h + width > l->width ||
-	    (l->next.h + width == l->width && l->rows == l->height &&
-	    l->top != r->scrolled)) {
+	if ((size_t)(line->cursor - line->buffer) != r->appends ||
+	    line->cursor != line->lastchar || width <= 0 || h + width > l->width ||
+	    (h + width == l->width && l->rows == l->height && l->top != r->scrolled)) {
 		re_refresh(el);
 		return;
 	}
-	row = layout_row(l, last);
 	terminal__putc(el, (wint_t)c);
-	l->last_h = l->next.h;
-	row->cells[l->next.h++] = (wint_t)c;
+	row = layout_row(l, r->at.v);
+	row->cells[h++] = (wint_t)c;
 	if (width == 2)
-		row->cells[l->next.h++] = LAYOUT_FILL;
-	row->end = l->next.h;
-	r->length++;
-	if (l->next.h == l->width)
+		row->cells[h++] = LAYOUT_FILL;
+	row->end = l->next.h = h;
+	r->appends++;
+	if (h == l->width)
 		re_append_row(el);
-	l->cursor.v = r->at.v = l->rows - 1;
 	l->cursor.h = r->at.h = l->next.h;
-	if (r->depth <= r->at.v)
-		r->depth = r->at.v + 1;
 	if (!sig_flushes(el))
 		terminal__flush(el);
 }

@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include "el.h"
+#include "position.h"
 #include "read.h"
 #include "editline/readline.h"
 
@@ -469,6 +470,11 @@ rl_select(int nfds, fd_set *set)
 	if (el == NULL)
 		return sig_select(nfds, set);
 	sig_waits = 1;
+	if (position_has_key() && !sig_noted) {
+		FD_ZERO(set);
+		FD_SET(el->el_infd, set);
+		return 1;
+	}
 	if (__fpending(el->el_outfile) > 0) {
 		if (sig_hurry && !sig_noted) {
 			struct timeval now = { 0, 0 };
@@ -481,7 +487,11 @@ rl_select(int nfds, fd_set *set)
 		if (n != 1 || !FD_ISSET(el->el_infd, set))
 			terminal__flush(el);
 	}
-	return n > 0 ? n : sig_select(nfds, set);
+	if (n <= 0)
+		n = sig_select(nfds, set);
+	if (n > 1 || (n == 1 && !FD_ISSET(el->el_infd, set)))
+		re_save_start(el);	/* news: somebody may print */
+	return n;
 }
 
 /*
@@ -500,7 +510,7 @@ rl_read(int fd, void *buf, size_t len)
 		sig_noted = 1;
 		rl_signal_level = 1;
 	}
-	n = read(fd, buf, len);
+	n = position_has_key() ? position_key(buf, len) : read(fd, buf, len);
 	rl_signal_level = 0;
 	return n;
 }
