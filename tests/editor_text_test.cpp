@@ -382,31 +382,32 @@ TEST(EditorText, Completed)
 // ---- keys that mean nothing ----
 
 static const char *const unbound[] = {
-    ESC "[5~",      ESC "[6~",        // PageUp, PageDown
-    ESC "[3;5~",    ESC "[3;2~",      // Delete with Control, with Shift
-    ESC "[1;2A",    ESC "[1;5B",      // arrows with Shift and Control
-    ESC "[1;2D",    ESC "[1;7C",      //
-    ESC "[1;5H",    ESC "[1;10F",     // Home and End with others
-    ESC "[15~",     ESC "[24;6~",     // function keys
-    ESC "OP",       ESC "[1;5P",      //
-    ESC "O5P",      ESC "O1;2S",      //
-    ESC "[[A",      ESC "[[E",        // of the console
-    ESC "[3$",      ESC "[24$",       // and with Shift
-    ESC "[5^",      ESC "[6@",        // and with Control and both
-    ESC "Oa",       ESC "Ob",         //
-    ESC "[a",       ESC "[Z",         // arrows with Shift, TAB with Shift
-    ESC "[27;5;9~", ESC "[97;5u",     // keys told as numbers
-    ESC "[?1;2c",   ESC "[?12;1$y",   // answers of the terminal
-    ESC "[2;3R",    ESC "[>0;276;0c", //
-    ESC "[0 q",     ESC "[=1;2;3{",   //
-    ESC "OM",       ESC "[200;7~",    //
-    ESC ESC "[5~",  ESC ESC "OP",     // with Escape for Alt
+    ESC "[5~",        ESC "[6~",      // PageUp, PageDown
+    ESC "[3;5~",      ESC "[3;2~",    // Delete with Control, with Shift
+    ESC "[1;2A",      ESC "[1;5B",    // arrows with Shift and Control
+    ESC "[1;2D",      ESC "[1;7C",    //
+    ESC "[1;5H",      ESC "[1;10F",   // Home and End with others
+    ESC "[15~",       ESC "[24;6~",   // function keys
+    ESC "OP",         ESC "[1;5P",    //
+    ESC "O5P",        ESC "O1;2S",    //
+    ESC "[[A",        ESC "[[E",      // of the console
+    ESC "[3$",        ESC "[24$",     // and with Shift
+    ESC "[5^",        ESC "[6@",      // and with Control and both
+    ESC "Oa",         ESC "Ob",       //
+    ESC "[a",         ESC "[Z",       // arrows with Shift, TAB with Shift
+    ESC "[27;5;9~",   ESC "[97;5u",   // keys told as numbers
+    ESC "[?1;2c",     ESC "[?12;1$y", // answers of the terminal
+    ESC "[>0;276;0c",                 //
+    ESC "[0 q",       ESC "[=1;2;3{", //
+    ESC "OM",         ESC "[200;7~",  //
+    ESC ESC "[5~",    ESC ESC "OP",   // with Escape for Alt
 };
 
 static const char *const reports[] = {
     ESC "[I",         ESC "[O",          // the window has the focus, or not
     ESC "[M !!",      ESC "[M#\xe9\xfe", // the mouse, as bytes
     ESC "[<0;12;34M", ESC "[<35;120;1m", // and as numbers
+    ESC "[2;3R",                         // where the cursor is
 };
 
 TEST(EditorText, UnboundKeysTypeNothing)

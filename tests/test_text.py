@@ -1,5 +1,6 @@
 """Text outside ASCII: typed, in several locales, and read without editing."""
 import termios
+import unicodedata
 
 import pytest
 
@@ -174,4 +175,90 @@ def test_byte_for_byte_without_editing(start):
     child.expect_line("Büro")
     child.expect_raised(*undecodable(b"a\xe9b", 1, "invalid continuation byte"))
     child.expect_line("c")
+    child.expect_end()
+
+
+# On the screen
+
+def composed(text):
+    """As the tests' screen has it: letters with their marks in one."""
+    return unicodedata.normalize("NFC", text)
+
+
+def test_shown_as_it_is_laid_out(start):
+    child = start("read()")
+    child.expect_prompt()
+    child.send(TEXT)
+    child.expect_shown(composed(TEXT))
+    child.expect_cursor(0, 3 + 14)
+    child.send("<left><left><left>")  # on the letter with its mark
+    child.expect_cursor(0, 3 + 10)
+    child.send("<bs><bs>")
+    child.expect_shown(composed("Büro 漢e\u0301 \U0001f600"))
+    child.expect_cursor(0, 3 + 7)
+    child.send("x<right><bs>")
+    child.expect_shown("Büro 漢x \U0001f600")
+    child.send("<enter>")
+    child.expect_line("Büro 漢x \U0001f600")
+    child.expect_end()
+
+
+@pytest.mark.parametrize("letter", ["\x80", "\x9b", "\xad", "\u200d", "\u202e", "\ufeff"])
+def test_seen_for_what_it_is(start, letter):
+    """Controls, when they are quoted, and what orders its neighbours reach no terminal."""
+    child = start("read(); read()")
+    child.expect_prompt()
+    form = "\\U+%04X" % ord(letter)
+    child.send("a<c-v>%sb" % letter)
+    child.expect_shown("a%sb" % form)
+    child.send("<left><bs>")
+    child.expect_shown("ab")
+    child.send("<c-v>%s<enter>" % letter)
+    child.expect_line("a%sb" % letter)
+    assert letter.encode() not in child.display.raw
+    child.send("x<enter>")
+    child.expect_line("x")
+    child.expect_end()
+
+
+def test_refused_without_a_trace(start):
+    child = start("read()", env=C_LOCALE)
+    child.expect_prompt()
+    child.send("one \U0001f600z")
+    child.expect_shown("one z")
+    child.send("<enter>")
+    child.expect_line("one z")
+    child.expect_end()
+
+
+def test_recalled_and_searched(start):
+    child = start("""
+import Keyline
+Keyline.keyBindingsEnabledIs(True)
+Keyline.addHistory("B\\u00fcro \\u6f22", "exec", "")
+Keyline.addHistory("plain", "exec", "")
+read(None, "exec", "")
+""")
+    child.expect_prompt()
+    child.send("<up><up>")
+    child.expect_shown("Büro 漢")
+    child.send("<down><down><c-r>ü")
+    child.expect_shown("Büro 漢", "bck:ü")
+    child.send("ro 漢")
+    child.expect_shown("Büro 漢", "bck:üro 漢")
+    child.send("<esc>x<enter>")
+    child.expect_line("Bxüro 漢")
+    child.expect_end()
+
+
+def test_pasted(start):
+    child = start("read(lambda key, line: 'no'); read(); read()")
+    child.expect_prompt()
+    child.send("<esc>[200~a\t?ü<c-d><enter>two<enter>e\u0301<esc>[201~")
+    child.expect_line("a\t?ü")
+    child.expect_line("two")
+    child.expect_prompt()
+    child.wait("one beep", lambda: child.display.raw.count(b"\a") == 1)
+    child.send("<enter>")
+    child.expect_line("e\u0301")
     child.expect_end()

@@ -20,6 +20,7 @@
 
 #include "el.h"
 #include "fcns.h"
+#include "position.h"
 #include "read.h"
 
 /* text_is_utf8():
@@ -346,8 +347,9 @@ text_keys_end(EditLine *el, wchar_t *cp, text_keys_t *keys)
 }
 
 /* text_reports():
- *	Whether a sequence is nothing that was typed: where the mouse is, whether
- *	the window has the focus, that a paste which nobody knows of is over
+ *	Whether a sequence is nothing that was typed: where the mouse is, or the
+ *	cursor, whether the window has the focus, that a paste is over which nobody
+ *	knows of
  */
 static int
 text_reports(const text_keys_t *keys)
@@ -356,7 +358,9 @@ text_reports(const text_keys_t *keys)
 
 	return keys->state == KEYS_MOUSE || (keys->state == KEYS_DONE &&
 	    (wcscmp(p, L"[I") == 0 || wcscmp(p, L"[O") == 0 ||
-	     wcscmp(p, L"[201~") == 0 || wcsncmp(p, L"[<", (size_t)2) == 0));
+	     wcscmp(p, L"[201~") == 0 || wcsncmp(p, L"[<", (size_t)2) == 0 ||
+	     (p[0] == '[' && wcschr(p, L';') != NULL &&
+	      keys->chr[keys->len - 1] == 'R')));
 }
 
 /* text_is_paste():
@@ -430,7 +434,7 @@ text_follows(EditLine *el)
 {
 	struct pollfd in = { el->el_infd, POLLIN, 0 };
 
-	if (read_pushed(el))
+	if (read_pushed(el) || position_has_key())
 		return 1;
 	if (!sig_flushes(el))
 		return 0;
