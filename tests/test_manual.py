@@ -122,6 +122,17 @@ def test_letters(start, text):
     child.expect_end()
 
 
+@example("marks")
+def test_marks(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    assert b"\x1b[?2004h" in child.display.raw
+    child.send("a?<esc>[200~b?\tc<esc>[201~<enter>")
+    expect_rows(child, "> ahelp!b?      c", "'ahelp!b?\\tc'")
+    child.expect_end()
+    assert child.display.raw.endswith(b"\x1b[?2004l")
+
+
 @example("question")
 def test_question(start, text):
     child = start(text + "\nread(lambda key, line: 'done')")
