@@ -21,7 +21,7 @@ typedef struct {
 	wint_t	*cells;		/* owned; behind `end' they say nothing */
 	int	 end;		/* columns in use */
 	int	 continued;	/* its text goes on in the next row */
-	int	 joined;	/* and the terminal knows: see refresh.c */
+	int	 joined;	/* what the terminal knows of that: refresh.c */
 } layout_row_t;
 
 /* what is laid out; all borrowed for the call */
@@ -65,6 +65,15 @@ static inline layout_row_t *
 layout_row(const layout_t *l, int i)
 {
 	return &l->ring[(l->top + i) % l->height];
+}
+
+/* layout_cell_width():
+ *	The columns of the cell in column h
+ */
+static inline int
+layout_cell_width(const layout_row_t *row, int h)
+{
+	return h + 1 < row->end && row->cells[h + 1] == LAYOUT_FILL ? 2 : 1;
 }
 
 #endif /* _h_el_layout */

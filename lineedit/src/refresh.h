@@ -29,7 +29,7 @@ libedit_private void	re_clear_display(EditLine *);
 libedit_private void	re_refresh(EditLine *);
 libedit_private void	re_refresh_cursor(EditLine *);
 libedit_private void	re_redraw(EditLine *, int);
-libedit_private void	re_clear_echo(EditLine *, int);
+libedit_private void	re_clear_row(EditLine *);
 libedit_private void	re_save_start(EditLine *);
 libedit_private void	re_fastaddc(EditLine *);
 libedit_private void	re_goto_bottom(EditLine *);

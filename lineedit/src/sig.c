@@ -487,11 +487,20 @@ rl_select(int nfds, fd_set *set)
 		if (n != 1 || !FD_ISSET(el->el_infd, set))
 			terminal__flush(el);
 	}
-	if (n <= 0)
-		n = sig_select(nfds, set);
-	if (n > 1 || (n == 1 && !FD_ISSET(el->el_infd, set)))
-		re_save_start(el);	/* news: somebody may print */
-	return n;
+	return n > 0 ? n : sig_select(nfds, set);
+}
+
+/*
+ * For a callback that prints while a line is read: the terminal remembers where prompt and
+ * line begin. Sent there by ESC 8, it clears them by ESC [ J and prints in their place.
+ */
+void
+rl_save_start(void)
+{
+	EditLine *el = sig_el;
+
+	if (el != NULL)
+		re_save_start(el);
 }
 
 /*
