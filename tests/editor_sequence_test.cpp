@@ -30,6 +30,12 @@ TEST_F(EditorSequence, EndsASearchAndRuns)
     EXPECT_EQ(count_shown("\a"), 1);
 }
 
+TEST_F(EditorSequence, KeyThatCutsItInASearch)
+{
+    EXPECT_EQ(read_line({keys("\022tw" ESC "[1;\001x\r")}), "xone two");
+    EXPECT_EQ(count_shown("\a"), 1);
+}
+
 TEST_F(EditorSequence, LoneEscapeEndsASearch)
 {
     EXPECT_EQ(read_line({keys("\022two" ESC), keys("[x\r")}), "one [xtwo");

@@ -472,6 +472,8 @@ text_key(EditLine *el, wchar_t *cp, text_keys_t *keys)
 			return num;
 		if (text_is_paste(keys))
 			text_begin_paste(el);
+		else if (keys->state == KEYS_CUT)
+			text_refuse(el);
 		else if (!text_reports(keys)) {
 			*cp = 033;
 			return 1;
