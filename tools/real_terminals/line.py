@@ -1,0 +1,231 @@
+"""The driver's end of a terminal, and of a child on a pseudo terminal behind it.
+
+The terminal's own line is handed over by holder.py.  All that the child writes goes to the
+terminal unchanged; all that the terminal answers goes to the child, but for answers to the
+driver's own questions.  So the driver types without the window's help, and knows when the
+terminal has taken everything.
+"""
+import fcntl
+import os
+import re
+import select
+import signal
+import socket
+import struct
+import subprocess
+import termios
+import threading
+import time
+
+DEADLINE = 20  # seconds; only a terminal or a child that hangs meets it
+ANSWER = re.compile(rb"\x1b\[(0n|\d+;\d+R)")
+
+
+class Lost(Exception):
+    """What was waited for did not come."""
+
+
+def wait_until(what, state):
+    limit = time.monotonic() + DEADLINE
+    while not state():
+        if time.monotonic() > limit:
+            raise Lost("waited for: " + what)
+        time.sleep(0.001)
+
+
+def window(descriptor):
+    """Columns and rows."""
+    rows, columns = struct.unpack("4H", fcntl.ioctl(descriptor, termios.TIOCGWINSZ, b"\0" * 8))[:2]
+    return columns, rows
+
+
+def set_window(descriptor, columns, rows):
+    fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("4H", rows, columns, 0, 0))
+
+
+def take_terminal():
+    """Makes standard input the terminal that this process belongs to."""
+    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+
+
+class Line:
+    """The line to one terminal, from the moment that the holder calls."""
+
+    def __init__(self, folder, question):
+        self.path = os.path.join(folder, "holder")
+        self.listener = socket.socket(socket.AF_UNIX)
+        self.listener.bind(self.path)
+        self.listener.listen()
+        self.question = question
+        self.lock = threading.Lock()
+        self.tty = self.link = self.thread = self.child = None
+        self.master = self.slave = None
+        self.over = False
+        self.on_change = None
+        self.environment = {}
+        self.asked = 0  # questions of the driver without an answer yet
+        self.answers = []
+        self.output = b""  # of the child
+        self.changes = []  # when the window changed, and to what
+
+    def close(self):
+        self.over = True
+        if self.thread:
+            self.thread.join()
+        self.end_child()
+        for thing in (self.link, self.listener):
+            if thing:
+                thing.close()
+        if self.tty is not None:
+            os.close(self.tty)
+            self.tty = None
+
+    def accept(self):
+        self.listener.settimeout(DEADLINE)
+        try:
+            self.link, _ = self.listener.accept()
+        except socket.timeout:
+            raise Lost("the terminal did not start") from None
+        environment, descriptors, _, _ = socket.recv_fds(self.link, 65536, 1)
+        self.environment = dict(
+            pair.split("=", 1) for pair in environment.decode().split("\0"))
+        self.tty = descriptors[0]
+        self.thread = threading.Thread(target=self._pump, daemon=True)
+        self.thread.start()
+
+    # The pump
+
+    def _pump(self):
+        while not self.over:
+            sources = [self.tty, self.link] + ([] if self.master is None else [self.master])
+            try:
+                for source in select.select(sources, [], [], 0.02)[0]:
+                    self._move(source)
+            except (OSError, ValueError):
+                if not self.over:
+                    time.sleep(0.001)
+
+    def _move(self, source):
+        if source is self.link:
+            if not self.link.recv(1):
+                self.over = True
+            self.changes.append((time.monotonic(), window(self.tty)))
+            if self.on_change:
+                self.on_change()
+            if self.master is not None:
+                set_window(self.master, *window(self.tty))
+        elif source == self.tty:
+            self._from_terminal(os.read(self.tty, 65536))
+        else:
+            with self.lock:
+                data = os.read(self.master, 65536)
+                self.output += data
+            self.write(data)
+
+    def _from_terminal(self, data):
+        with self.lock:
+            for match in ANSWER.finditer(data):
+                if self.asked:
+                    self.asked -= 1
+                    self.answers.append((time.monotonic(), match.group()))
+                    data = data.replace(match.group(), b"", 1)
+        if data and self.master is not None:
+            os.write(self.master, data)
+
+    # The terminal
+
+    def write(self, data):
+        """To the terminal."""
+        if isinstance(data, str):
+            data = data.encode()
+        view = memoryview(data)
+        while view:
+            view = view[os.write(self.tty, view):]
+
+    def ask(self, question):
+        """The terminal's answer."""
+        with self.lock:
+            count = len(self.answers)
+            self.asked += 1
+        self.write(question)
+        wait_until("no answer from the terminal to %r" % question,
+                   lambda: len(self.answers) > count)
+        return self.answers[-1][1]
+
+    def sync(self):
+        """Waits until the terminal has taken what was written to it."""
+        self.ask(self.question)
+
+    def cursor(self):
+        """Row and column of the cursor, from 0."""
+        return tuple(int(number) - 1 for number in self.ask(b"\x1b[6n")[2:-1].split(b";"))
+
+    def window(self):
+        return window(self.tty)
+
+    def cell(self):
+        """Width and height of a cell in pixels."""
+        rows, columns, width, height = struct.unpack(
+            "4H", fcntl.ioctl(self.tty, termios.TIOCGWINSZ, b"\0" * 8))
+        return width // columns, height // rows
+
+    # The child
+
+    def start_child(self, command, environment):
+        master, self.slave = os.openpty()
+        set_window(master, *self.window())
+        self.output = b""
+        self.child = subprocess.Popen(
+            command, stdin=self.slave, stdout=self.slave, stderr=self.slave, env=environment,
+            start_new_session=True, preexec_fn=take_terminal)
+        self.master = master
+
+    def end_child(self):
+        if self.child:
+            self.child.kill()
+            self.child.send_signal(signal.SIGCONT)
+            self.child.wait()
+            self.child = None
+            os.close(self.slave)
+            master, self.master = self.master, None
+            time.sleep(0)
+            os.close(master)
+
+    def keys(self, data):
+        os.write(self.master, data.encode() if isinstance(data, str) else data)
+
+    def state(self):
+        with open("/proc/%d/stat" % self.child.pid, "rb") as file:
+            return file.read().rpartition(b")")[2].split()[0]
+
+    def _quiet(self):
+        if self.child.poll() is not None:
+            raise Lost("the child has ended: %r" % self.output[-300:])
+        state = self.state()
+        with self.lock:
+            more = select.select([self.master], [], [], 0)[0]
+        if more or window(self.slave) != self.window():
+            return False
+        if state == b"T":
+            return True
+        unread = struct.unpack("i", fcntl.ioctl(self.slave, termios.FIONREAD, b"\0" * 4))[0]
+        return state == b"S" and not unread
+
+    def rest(self):
+        """Waits until the child sleeps and the terminal shows all that it wrote."""
+        def at_rest():
+            count = len(self.output)
+            for _ in range(3):
+                if not self._quiet():
+                    return False
+                time.sleep(0.001)
+            return len(self.output) == count
+
+        wait_until("no rest", at_rest)
+        self.sync()
+
+    def expect(self, first, then=b""):
+        """Waits for output with the one behind the other, and for rest."""
+        wait_until("%r and %r" % (first, then), lambda: then in self.output.partition(first)[2]
+                   and first in self.output)
+        self.rest()
