@@ -19,19 +19,19 @@ def keyline_reader():
     import screen  # pylint: disable=import-outside-toplevel
 
     def complete(_, line):
+        screen.replace("")
         return TEXT[len(line):]
 
     def news(descriptor, length):
         return int(screen.replace(os.read(descriptor, length).decode()))
 
+    Keyline.keyBindingsEnabledIs(True)  # sets the editor up, and with it the history
     Keyline.newHistoryMode("lab", "")
     Keyline.addHistory(TEXT, "lab", "")
-    prompt = PROMPT
     if LOG:
-        prompt = screen.prompt(PROMPT)
         kept.append(news)
         Keyline.loggingSyncEnabledIs(LOG, news)
-    return lambda: Keyline.readline(prompt, complete, "lab")
+    return lambda: Keyline.readline(screen.prompt(PROMPT), complete, "lab")
 
 
 def readline_reader():

@@ -1,5 +1,10 @@
 """Compares what a terminal holds with what it should."""
+import re
 from typing import NamedTuple
+
+from scenarios import width
+
+WIDE = "\u4e16\u754c"  # the wide characters that there are
 
 
 class Verdict(NamedTuple):
@@ -41,8 +46,13 @@ def split_at_prompts(below, prompt):
 
 def filled(piece, columns):
     """The text of rows that should have been one line."""
-    full = [line + " " * (-len(line) % columns) for line in piece[:-1]]
-    return "".join(full) + piece[-1] if piece else ""
+    full = [line + " " * (-width(line) % columns) for line in piece[:-1]]
+    return without_gaps("".join(full) + piece[-1]) if piece else ""
+
+
+def without_gaps(text):
+    """Without what a terminal leaves before a wide character that goes to the next row."""
+    return re.sub("[ \0](?=[%s])" % WIDE, "", text)
 
 
 def unglued(lines, rows, columns):
@@ -59,7 +69,6 @@ def judge(lines, prompt, text, rows, columns):
     doubled = sum(max(0, loose.count(row) - 1) for row in rows)
     pieces = split_at_prompts(after_output(loose, rows), prompt)
     last = pieces.pop()
-    whole = (prompt + text).rstrip()
-    right = filled(last, columns) == whole
+    right = filled(last, columns) == without_gaps((prompt + text).rstrip())
     return Verdict(lost, doubled, sum(any(piece) for piece in pieces), int(not right),
-                   int(right and (last != [whole] or loose != lines)))
+                   int(right and (len(last) != 1 or loose != lines)))

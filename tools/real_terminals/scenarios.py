@@ -12,10 +12,16 @@ prompt; then come the steps:
 
 In the end a Z is typed where the cursor is.
 """
+import unicodedata
 from typing import NamedTuple, Tuple
 
 SHORT, LONG = "lab> ", "edge-router-17.example.net(config-policy-map-class)# "
 END = -1
+
+
+def width(text):
+    """The columns that text takes."""
+    return len(text) + sum(unicodedata.east_asian_width(letter) == "W" for letter in text)
 
 
 class Scenario(NamedTuple):
@@ -33,7 +39,7 @@ class Scenario(NamedTuple):
         """The line: words of six characters, so that blanks come at many places."""
         words = "".join("w%04d " % number for number in range(self.length // 6 + 1))
         text = self.text or words[:self.length]
-        return text[:-1] + "e"  # no blank at its end
+        return text[:-1] + "e" if text else ""  # no blank at its end
 
     def place(self):
         return len(self.line()) if self.cursor == END else self.cursor
@@ -51,7 +57,7 @@ class Scenario(NamedTuple):
 
     def is_steady(self):
         """Whether the cursor is in the same row of the line at all widths."""
-        column = len(self.prompt) + self.place()
+        column = width(self.prompt + self.line()[:self.place()])
         return len({column // width for width in self.widths()}) == 1
 
 
@@ -72,6 +78,7 @@ SCENARIOS = [
     # The line is copied as one line, however it came.
     Scenario("typed", 150),
     Scenario("typed, blanks at the margin", 150, text="abcd " * 30),
+    Scenario("recalled, wide characters", 75, how="recalled", text="x" + "\u4e16\u754c" * 37),
     Scenario("recalled", 150, how="recalled"),
     Scenario("searched", 150, how="searched"),
     Scenario("completed", 150, how="completed"),
@@ -80,6 +87,10 @@ SCENARIOS = [
     Scenario("completed, then 40", 100, ("40",), how="completed"),
     Scenario("below log news, then 120", 200, ("120",), how="news"),
     *pairs(),
+    Scenario("wide characters, 80 to 100", 75, ("100",), how="recalled",
+             text="\u4e16\u754c" * 40),
+    Scenario("wide characters, 100 to 40, cursor start", 75, ("40",), 0, size=(100, 24),
+             how="recalled", text="\u4e16\u754c" * 40),
     Scenario("10 characters, 80 to 40", 10, ("40",)),
     Scenario("10 characters, 40 to 120", 10, ("120",), size=(40, 24)),
     Scenario("fills the row at 80, then 100", 75, ("100",)),
