@@ -14,7 +14,8 @@ def main():
     tty.setraw(0)
     with socket.socket(socket.AF_UNIX) as link:
         link.connect(sys.argv[1])
-        socket.send_fds(link, ["\0".join("%s=%s" % pair for pair in os.environ.items()).encode()], [0])
+        environment = "\0".join("%s=%s" % pair for pair in os.environ.items())
+        socket.send_fds(link, [environment.encode()], [0])
         signal.signal(signal.SIGWINCH, lambda *_: link.send(b"w"))
         while link.recv(1):
             pass

@@ -18,7 +18,8 @@ import threading
 import time
 
 DEADLINE = 20  # seconds; only a terminal or a child that hangs meets it
-ANSWER = re.compile(rb"\x1b\[(0n|\d+;\d+R)")
+# What kind of terminal it is: all answer it in turn, and no child asks it.
+QUESTION, ANSWER = b"\x1b[c", re.compile(rb"\x1b\[\?[\d;]*c")
 
 
 class Lost(Exception):
@@ -51,22 +52,18 @@ def take_terminal():
 class Line:
     """The line to one terminal, from the moment that the holder calls."""
 
-    def __init__(self, folder, question):
+    def __init__(self, folder):
         self.path = os.path.join(folder, "holder")
         self.listener = socket.socket(socket.AF_UNIX)
         self.listener.bind(self.path)
         self.listener.listen()
-        self.question = question
         self.lock = threading.Lock()
         self.tty = self.link = self.thread = self.child = None
         self.master = self.slave = None
         self.over = False
-        self.on_change = None
         self.environment = {}
         self.asked = 0  # questions of the driver without an answer yet
-        self.answers = []
         self.output = b""  # of the child
-        self.changes = []  # when the window changed, and to what
 
     def close(self):
         self.over = True
@@ -109,9 +106,6 @@ class Line:
         if source is self.link:
             if not self.link.recv(1):
                 self.over = True
-            self.changes.append((time.monotonic(), window(self.tty)))
-            if self.on_change:
-                self.on_change()
             if self.master is not None:
                 set_window(self.master, *window(self.tty))
         elif source == self.tty:
@@ -124,11 +118,8 @@ class Line:
 
     def _from_terminal(self, data):
         with self.lock:
-            for match in ANSWER.finditer(data):
-                if self.asked:
-                    self.asked -= 1
-                    self.answers.append((time.monotonic(), match.group()))
-                    data = data.replace(match.group(), b"", 1)
+            data, count = ANSWER.subn(b"", data, self.asked)
+            self.asked -= count
         if data and self.master is not None:
             os.write(self.master, data)
 
@@ -142,23 +133,12 @@ class Line:
         while view:
             view = view[os.write(self.tty, view):]
 
-    def ask(self, question):
-        """The terminal's answer."""
-        with self.lock:
-            count = len(self.answers)
-            self.asked += 1
-        self.write(question)
-        wait_until("no answer from the terminal to %r" % question,
-                   lambda: len(self.answers) > count)
-        return self.answers[-1][1]
-
     def sync(self):
         """Waits until the terminal has taken what was written to it."""
-        self.ask(self.question)
-
-    def cursor(self):
-        """Row and column of the cursor, from 0."""
-        return tuple(int(number) - 1 for number in self.ask(b"\x1b[6n")[2:-1].split(b";"))
+        with self.lock:
+            self.asked += 1
+        self.write(QUESTION)
+        wait_until("an answer of the terminal", lambda: not self.asked)
 
     def window(self):
         return window(self.tty)
@@ -198,31 +178,28 @@ class Line:
         with open("/proc/%d/stat" % self.child.pid, "rb") as file:
             return file.read().rpartition(b")")[2].split()[0]
 
-    def _quiet(self):
+    def _is_quiet(self):
+        """Whether the child has slept for some looks, with nothing to read or to pass on."""
+        return all(self._sleeps() for _ in range(3))
+
+    def _sleeps(self):
         if self.child.poll() is not None:
             raise Lost("the child has ended: %r" % self.output[-300:])
-        state = self.state()
         with self.lock:
             more = select.select([self.master], [], [], 0)[0]
         if more or window(self.slave) != self.window():
             return False
-        if state == b"T":
-            return True
         unread = struct.unpack("i", fcntl.ioctl(self.slave, termios.FIONREAD, b"\0" * 4))[0]
-        return state == b"S" and not unread
+        return self.state() == b"T" or self.state() == b"S" and not unread
 
     def rest(self):
-        """Waits until the child sleeps and the terminal shows all that it wrote."""
-        def at_rest():
-            count = len(self.output)
-            for _ in range(3):
-                if not self._quiet():
-                    return False
-                time.sleep(0.001)
-            return len(self.output) == count
-
-        wait_until("no rest", at_rest)
-        self.sync()
+        """Waits until the child sleeps, and the terminal has nothing more to show or to say."""
+        written = -1
+        while written != len(self.output):
+            wait_until("rest", self._is_quiet)
+            written = len(self.output)
+            self.sync()  # what the child asked the terminal is answered before
+            wait_until("rest", self._is_quiet)
 
     def expect(self, first, then=b""):
         """Waits for output with the one behind the other, and for rest."""

@@ -49,11 +49,10 @@ class Terminal:
 
     name = program = package = ""
     detaches = False
-    question = b"\x1b[5n"  # that the terminal answers when it has taken all before it
 
     def __init__(self, columns, rows):
         self.folder = tempfile.mkdtemp(prefix="terminal-")
-        self.line = Line(self.folder, self.question)
+        self.line = Line(self.folder)
         self.process = None
         self.columns, self.height = columns, rows
         try:

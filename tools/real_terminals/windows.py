@@ -18,8 +18,9 @@ class Display:
         if not cls.process:
             reading, writing = os.pipe()
             cls.process = subprocess.Popen(
-                ["Xvfb", "-displayfd", str(writing), "-screen", "0", "2000x1500x24", "+extension",
-                 "GLX", "-noreset", "-nolisten", "tcp"], pass_fds=[writing], stderr=subprocess.DEVNULL)
+                ["Xvfb", "-displayfd", str(writing), "-screen", "0", "2000x1500x24", "-noreset",
+                 "-nolisten", "tcp", "+extension", "GLX"],
+                pass_fds=[writing], stderr=subprocess.DEVNULL)
             os.close(writing)
             number = b""
             while not number.endswith(b"\n"):
@@ -66,8 +67,19 @@ class Window(Terminal):
         output_of("xdotool", "windowsize", "--usehints", self.window(), str(self.columns),
                   str(self.height))
 
-    def selection(self, which="primary"):
-        return output_of("xclip", "-o", "-selection", which)
+    def copied(self, which, *gesture):
+        """The lines that a gesture of mouse or keys leaves in the selection."""
+        subprocess.run(["xclip", "-i", "-selection", which], input=b"nothing", check=True)
+        output_of("xdotool", *gesture)
+        text = "nothing"
+
+        def is_there():
+            nonlocal text
+            text = output_of("xclip", "-o", "-selection", which)
+            return text != "nothing"
+
+        wait_until("nothing selected", is_there)
+        return trimmed(text.split("\n"))
 
 
 class Xterm(Window):
@@ -75,15 +87,15 @@ class Xterm(Window):
 
     def start(self):
         self.open("xterm", "-fa", "Monospace", "-fs", "6", "-sl", "500", "-b", "0",
-                  "-geometry", "%dx%d" % (self.columns, self.height), "-xrm", "XTerm*on2Clicks: all", "-xrm", "XTerm*multiClickTime: 100", "-e", *self.holder())
+                  "-geometry", "%dx%d" % (self.columns, self.height),
+                  "-xrm", "XTerm*on2Clicks: all", "-xrm", "XTerm*multiClickTime: 100",
+                  "-e", *self.holder())
 
     def lines(self):
-        subprocess.run(["xclip", "-i", "-selection", "primary"], input=b"nothing", check=True)
-        output_of("xdotool", "mousemove", "--window", self.window(), "8", "8",
-                  "click", "--repeat", "2", "--delay", "20", "1")
-        wait_until("nothing selected", lambda: self.selection() != "nothing")
+        lines = self.copied("primary", "mousemove", "--window", self.window(), "8", "8",
+                            "click", "--repeat", "2", "--delay", "20", "1")
         time.sleep(0.15)  # the next click is not to count as a third one
-        return trimmed(self.selection().split("\n"))
+        return lines
 
 
 class Urxvt(Window):
@@ -100,7 +112,6 @@ class Urxvt(Window):
         self.line.write("\x1b]777;dump;%s\a" % path)
         wait_until("no dump", lambda: os.path.exists(path))
         return joined(taken(path).split("\n")[:-1])
-
 
 
 class Pixels(Window):
@@ -146,7 +157,6 @@ class Vte(Pixels):
         return joined(row.rstrip("\n") for row in iter(self.process.stdout.readline, "end\n"))
 
 
-
 class Kitty(Pixels):
     name = program = package = "kitty"
 
@@ -179,16 +189,12 @@ class Alacritty(Pixels):
         self.open("alacritty", "--config-file", settings, "-e", *self.holder())
 
     def lines(self):
-        subprocess.run(["xclip", "-i", "-selection", "clipboard"], input=b"nothing", check=True)
-        output_of("xdotool", "windowfocus", "--sync", self.window(),
-                  "key", "F5", "g", "shift+v", "shift+g", "y", "F5")
-        wait_until("nothing selected", lambda: self.selection("clipboard") != "nothing")
-        return trimmed(self.selection("clipboard").split("\n"))
+        return self.copied("clipboard", "windowfocus", "--sync", self.window(),
+                           "key", "F5", "g", "shift+v", "shift+g", "y", "F5")
 
 
 class St(Window):
     name = "st"
-    question = b"\x1b[6n"  # it answers no other
     program = package = "stterm"
 
     def start(self):
@@ -196,11 +202,9 @@ class St(Window):
                   "-o", os.path.join(self.folder, "dump"), "-e", *self.holder())
 
     def lines(self):
-        subprocess.run(["xclip", "-i", "-selection", "primary"], input=b"nothing", check=True)
         area = output_of("xdotool", "getwindowgeometry", "--shell", self.window())
         size = dict(pair.split("=") for pair in area.split())
-        output_of("xdotool", "mousemove", "--window", self.window(), "3", "3", "mousedown", "1",
-                  "mousemove", "--window", self.window(), str(int(size["WIDTH"]) - 3),
-                  str(int(size["HEIGHT"]) - 3), "mouseup", "1")
-        wait_until("nothing selected", lambda: self.selection() != "nothing")
-        return trimmed(self.selection().split("\n"))
+        return self.copied(
+            "primary", "mousemove", "--window", self.window(), "3", "3", "mousedown", "1",
+            "mousemove", "--window", self.window(), str(int(size["WIDTH"]) - 3),
+            str(int(size["HEIGHT"]) - 3), "mouseup", "1")
