@@ -44,9 +44,10 @@ def set_window(descriptor, columns, rows):
     fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("4H", rows, columns, 0, 0))
 
 
-def take_terminal():
-    """Makes standard input the terminal that this process belongs to."""
-    fcntl.ioctl(0, termios.TIOCSCTTY, 0)
+def at_terminal(command, slave, environment):
+    """Starts a command in a session of its own that the terminal belongs to."""
+    return subprocess.Popen(["setsid", "--ctty", *command], stdin=slave, stdout=slave,
+                            stderr=slave, env=environment)
 
 
 class Line:
@@ -155,9 +156,7 @@ class Line:
         master, self.slave = os.openpty()
         set_window(master, *self.window())
         self.output = b""
-        self.child = subprocess.Popen(
-            command, stdin=self.slave, stdout=self.slave, stderr=self.slave, env=environment,
-            start_new_session=True, preexec_fn=take_terminal)
+        self.child = at_terminal(command, self.slave, environment)
         self.master = master
 
     def end_child(self):

@@ -3,7 +3,7 @@ import os
 import subprocess
 import threading
 
-from line import set_window, take_terminal
+from line import at_terminal, set_window
 from terminal import Terminal, output_of, taken, trimmed
 
 
@@ -11,14 +11,14 @@ class InPty(Terminal):
     """A terminal that is itself on a pseudo terminal, which is made here."""
 
     detaches = True
+    master = None
 
     def attach(self, command):
         self.master, slave = os.openpty()
         set_window(self.master, self.columns, self.height)
-        self.process = subprocess.Popen(
-            command, stdin=slave, stdout=slave, stderr=slave, start_new_session=True,
-            env={**os.environ, "TERM": "xterm-256color", "LC_ALL": "C.UTF-8",
-                 "SHELL": "/bin/sh"}, preexec_fn=take_terminal)
+        self.process = at_terminal(command, slave, {
+            **os.environ, "TERM": "xterm-256color", "LC_ALL": "C.UTF-8", "SHELL": "/bin/sh",
+            "SCREENDIR": self.folder})
         os.close(slave)
         threading.Thread(target=drain, args=[self.master], daemon=True).start()
 
@@ -60,7 +60,8 @@ class Tmux(InPty):
         self.attach(["tmux", "-S", self.socket, "attach"])
 
     def close(self):
-        subprocess.run(["tmux", "-S", self.socket, "kill-server"], capture_output=True)
+        subprocess.run(["tmux", "-S", self.socket, "kill-server"],
+                       capture_output=True, check=False)
         super().close()
 
 
@@ -73,10 +74,6 @@ class Screen(InPty):
             file.write("startup_message off\ndefscrollback 500\nmsgwait 0\nmsgminwait 0\n"
                        "defutf8 on\ncompacthist off\nbufferfile %s/buffer\n" % self.folder)
         self.attach(["screen", "-U", "-c", settings, "-S", "lab", *self.holder()])
-
-    def attach(self, command):
-        os.environ["SCREENDIR"] = self.folder
-        super().attach(command)
 
     def screen(self, *command):
         output_of("env", "SCREENDIR=" + self.folder, "screen", "-S", "lab", "-p", "0",
@@ -98,5 +95,5 @@ class Screen(InPty):
 
     def close(self):
         subprocess.run(["env", "SCREENDIR=" + self.folder, "screen", "-S", "lab", "-X", "quit"],
-                       capture_output=True)
+                       capture_output=True, check=False)
         super().close()

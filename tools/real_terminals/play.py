@@ -2,7 +2,6 @@
 import os
 import signal
 from contextlib import contextmanager
-import sys
 
 from judge import judge
 from line import wait_until

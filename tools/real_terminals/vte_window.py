@@ -13,7 +13,7 @@ import sys
 import gi
 gi.require_version("Gtk", "3.0")
 gi.require_version("Vte", "2.91")
-from gi.repository import Gio, GLib, Gtk, Pango, Vte  # noqa: E402 pylint: disable=C0413
+from gi.repository import GLib, Gtk, Pango, Vte  # noqa: E402 pylint: disable=C0413
 
 
 def dump(terminal):

@@ -43,11 +43,12 @@ class Display:
 class Window(Terminal):
     """A terminal that is a window of the virtual display."""
 
+    identity = None  # of the window
+
     def open(self, *command, **options):
         self.process = subprocess.Popen(
             command, env=Display.environment(), cwd=self.folder, stderr=subprocess.DEVNULL,
             **options)
-        self.identity = None
 
     def window(self):
         if not self.identity:
@@ -56,7 +57,7 @@ class Window(Terminal):
             def search():
                 found[:] = subprocess.run(
                     ["xdotool", "search", "--onlyvisible", "--pid", str(self.process.pid)],
-                    capture_output=True, text=True).stdout.split()
+                    capture_output=True, check=False, text=True).stdout.split()
                 return found
 
             wait_until("no window", search)
@@ -137,7 +138,7 @@ class Vte(Pixels):
     def is_missing(cls):
         return subprocess.run(
             ["/usr/bin/python3", "-c", "import gi; gi.require_version('Vte', '2.91')"],
-            capture_output=True).returncode != 0
+            capture_output=True, check=False).returncode != 0
 
     def start(self):
         self.open("/usr/bin/python3", os.path.join(HERE, "vte_window.py"), str(self.columns),
