@@ -116,6 +116,9 @@ def rows_of_output(scenario):
 def look(terminal, scenario, rows, text):
     """The verdict on what the terminal holds now, and that."""
     lines = terminal.lines()
+    if not terminal.scrolls_back:
+        there = [row for row in rows if row in lines]
+        rows = rows[rows.index(there[0]):] if there else rows
     above = rows + NEWS if scenario.how == "news" else rows
     return judge(lines, scenario.prompt, text, above, terminal.columns), lines
 

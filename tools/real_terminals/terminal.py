@@ -49,6 +49,7 @@ class Terminal:
 
     name = program = package = ""
     detaches = False
+    scrolls_back = True  # keeps what goes off the top
 
     def __init__(self, columns, rows):
         self.folder = tempfile.mkdtemp(prefix="terminal-")

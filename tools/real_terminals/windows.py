@@ -76,8 +76,9 @@ class Window(Terminal):
 
         def is_there():
             nonlocal text
-            text = output_of("xclip", "-o", "-selection", which)
-            return text != "nothing"
+            text = subprocess.run(["xclip", "-o", "-selection", which], capture_output=True,
+                                  check=False, text=True).stdout
+            return text not in ("", "nothing")
 
         wait_until("nothing selected", is_there)
         return trimmed(text.split("\n"))
@@ -196,6 +197,7 @@ class Alacritty(Pixels):
 
 class St(Window):
     name = "st"
+    scrolls_back = False
     program = package = "stterm"
 
     def start(self):
