@@ -11,6 +11,8 @@ ROWS = {
     "paste": ("paste of lines of 60", "lines/s", 0),
     "paste cpu": ("paste, processor time per character", "us", 3),
     "paste intact": ("paste, all lines intact", "", 0),
+    "letter": ("processor time per letter of two bytes, paced", "us", 1),
+    "letter paste": ("paste of such letters, processor time each", "us", 3),
     "line 10000": ("one line of 10,000, processor time", "ms", 1),
     "line 100000": ("one line of 100,000, processor time", "ms", 1),
     "exponent": ("the same, growth: length to the power of", "", 2),

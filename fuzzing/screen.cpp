@@ -132,6 +132,8 @@ screen_wrong()
         terminal->forget_errors();
     is_fresh = false;
     DisplayCheck check(terminal.get(), *type);
+    if (columns_now != 0 && terminal->width() != columns_now)
+        check.ignore_joins();
     Layout layout =
         naive_layout(shown.prompt, shown.ignore, std::wstring(shown.line, shown.length),
                      shown.cursor, check.usable_width());

@@ -6,14 +6,18 @@ save the place where they begin.  So it is enough to go back there and to clear 
 however many rows there are.  On a terminal whose description does not say how to save a
 place, what is printed begins on a new row.
 """
-import re
+import os
 import subprocess
 import sys
 import textwrap
+import unicodedata
 from contextlib import suppress
 
 RETURN, ERASE = "\x1b8", "\x1b[J"
-plain = True  # it cannot do this, as far as is known
+INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
+# Asks the terminal for marks around what is pasted, between which no key gives help.
+MARKS, NO_MARKS = "\x1b[?2004h", "\x1b[?2004l"
+plain = True  # the terminal cannot save a place, as far as is known
 
 
 def look() -> None:
@@ -23,6 +27,17 @@ def look() -> None:
     with suppress(OSError):
         plain = subprocess.run(["tput", "sc"], stdout=subprocess.PIPE,
                                stderr=subprocess.DEVNULL).stdout != b"\x1b7"
+
+
+def prompt(text: str) -> str:
+    return text if plain else INVISIBLE + MARKS + VISIBLE + text
+
+
+def leave(fd: int) -> None:
+    """The terminal is another program's again, if it is still there."""
+    if os.isatty(fd) and os.environ.get("TERM", "dumb") != "dumb":
+        with suppress(OSError):
+            os.write(fd, NO_MARKS.encode())
 
 
 def replace(text: str) -> bool:
@@ -51,10 +66,14 @@ def fold(text: str, columns: int, indent: int = 2) -> str:
 
 def width(text: str) -> int:
     """The columns that text takes at the start of a row."""
-    return len(visible(text).expandtabs())
+    return sum(0 if unicodedata.category(letter) in ("Mn", "Me") else
+               2 if unicodedata.east_asian_width(letter) in "WF" else 1
+               for letter in visible(text).expandtabs())
 
 
 def visible(text: str) -> str:
-    """Text with control characters, but for tabs and ends of lines, as ^A."""
-    return re.sub("[\0-\x08\x0b-\x1f\x7f]",
-                  lambda match: "^" + chr(ord(match.group()) ^ 64), text)
+    """Text with control characters, but for tabs and ends of lines, as ^A or \\U+0080."""
+    return "".join(
+        letter if letter in "\t\n" or unicodedata.category(letter) not in ("Cc", "Cf") else
+        "^" + chr(ord(letter) ^ 64) if letter < "\x80" else "\\U+%04X" % ord(letter)
+        for letter in text)

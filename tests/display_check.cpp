@@ -10,7 +10,7 @@ display_known_resize(const std::string &type, TerminalModel::Resize *how)
             *how = TerminalModel::Reflows;
             return true;
         }
-    for (const char *prefix : {"rxvt", "linux", "vt"})
+    for (const char *prefix : {"linux", "vt"})
         if (type.rfind(prefix, 0) == 0) {
             *how = TerminalModel::Clips;
             return true;
@@ -35,6 +35,12 @@ size_t
 DisplayCheck::usable_height() const
 {
     return type.can(Action::Up) ? static_cast<size_t>(terminal->height()) : 1;
+}
+
+void
+DisplayCheck::ignore_joins()
+{
+    looks_at_joins = false;
 }
 
 size_t
@@ -82,8 +88,10 @@ DisplayCheck::told()
                   reflowed->followed();
     TerminalModel::Resize how;
     bool is_known = display_known_resize(type.name, &how);
-    is_certain = (is_known || down == cursor_down) && start >= terminal->scrolled() &&
-                 highest_top == 0;
+    // One terminal puts the cursor into the line's first row as soon as it has scrolled:
+    // there the line is drawn anew from the cursor's row on.
+    is_certain = type.name.rfind("rxvt", 0) != 0 && (is_known || down == cursor_down) &&
+                 start >= terminal->scrolled() && highest_top == 0;
     reflowed.reset();
     remember_above();
 }
@@ -168,7 +176,7 @@ DisplayCheck::compare_joined(const Layout &layout, size_t number, size_t at,
                              bool is_last) const
 {
     bool wanted = layout.rows[number].joined && type.margins && type.delayed;
-    if (is_last && layout.rows[number].joined)
+    if (!looks_at_joins || (is_last && layout.rows[number].joined))
         return "";
     if (wanted && layout.rows[number + 1].cells.empty())
         return "";

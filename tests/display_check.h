@@ -34,6 +34,10 @@ class DisplayCheck
     // What is wrong on the screen after that was entered.
     std::string compare_entered(const Layout &layout);
 
+    // From now on nothing is said of rows that are joined, or are not: the terminal wraps at
+    // another width than the one that was set.
+    void ignore_joins();
+
     // Rows from the cursor's to the one below the last of what was compared last.
     size_t rows_below() const;
 
@@ -52,6 +56,7 @@ class DisplayCheck
     size_t least_scrolled = 0; // what has had to leave the window so far ...
     size_t most_scrolled = 0;  // ... or may have
     int clears = 0;
+    bool looks_at_joins = true;
     size_t below = 1;
     std::vector<Row> above; // what stood above the start, the nearest row at the end
 

@@ -78,11 +78,28 @@ entered()
 
 // ---- what the shell does ----
 
+static size_t written; // since the size has changed
+static bool is_left;   // what is on the screen is what the terminal made of it
+
+// Where the terminal has laid the rows out itself nothing is drawn before the next key.
+static void
+compare_resized()
+{
+    is_left = written == 0;
+    if (!is_left)
+        trouble = check->compare_resized(layout_now());
+}
+
 // The cursor goes below the line, as the shell's would that knows how long it is, and
 // prints there.
 static void
 print_below(const std::string &text)
 {
+    if (is_left) {
+        rl_save_start(); // as before any callback
+        fflush(rl_outstream);
+        compare_resized();
+    }
     fflush(rl_outstream);
     terminal->feed(std::string(check->rows_below(), '\n') + text);
     check->begin();
@@ -111,6 +128,8 @@ set_size(int rows, int columns)
 static void
 change_size(const DisplayEvent &event)
 {
+    if (!is_left)
+        written = 0;
     check->resize(terminal.get(), event.rows, event.columns, event.how);
     set_size(event.rows, event.columns);
     if (!event.is_told)
@@ -121,7 +140,7 @@ change_size(const DisplayEvent &event)
     FD_ZERO(&none);
     rl_select(0, &none); // serves the signal
     fflush(rl_outstream);
-    trouble = check->compare_resized(layout_now());
+    compare_resized();
 }
 
 static bool is_traced = getenv("KEYLINE_DISPLAY_TRACE") != nullptr;
@@ -175,6 +194,7 @@ show(void *, const char *text, size_t size)
     if (is_traced)
         printf("    wrote %s\n", quoted(std::string(text, size)).c_str());
     terminal->feed(text, size);
+    written += size;
     std::string answers = terminal->take_answers();
     if (session->answers && write(user_fd, answers.data(), answers.size()) < 0)
         abort();
@@ -186,7 +206,9 @@ next_key(FILE *)
 {
     for (;;) {
         fflush(rl_outstream);
-        if (trouble.empty() && !is_resizing())
+        if (is_left)
+            compare_resized();
+        if (trouble.empty() && !is_resizing() && !is_left)
             trouble = check->compare(layout_now(), has_more());
         if (is_traced)
             printf("%s%sbefore key %zu\n", terminal->text().c_str(), trouble.c_str(),
@@ -246,6 +268,7 @@ run(const DisplaySession &with)
     check = std::make_unique<DisplayCheck>(terminal.get(), type);
     session = &with;
     next_event = next_byte = 0;
+    is_left = false;
     trouble.clear();
     is_over = false;
     prompt = decoded_prompt(with.prompt);

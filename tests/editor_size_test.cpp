@@ -85,7 +85,7 @@ TEST(EditorSize, RowWithoutItsEnd)
     EXPECT_EQ(
         at(2, 5, "\xc3\xa4" + ctrl('E') + ctrl('V') + "\n" UP "\n", bold_prompt, "dumb")
             .line,
-        "\n");
+        "\u00e4\n");
 }
 
 TEST(EditorSize, RowBehindTheLastOne)
@@ -101,7 +101,8 @@ TEST(EditorSize, RowBehindTheLastOne)
 TEST(EditorSize, RowsBeyondTheLast)
 {
     std::string control = ctrl('V') + "\001";
-    EXPECT_EQ(at(2, 2, control + control + ESC "b" ESC "f\xc3\xa4\n", "").line, "\001\001");
+    EXPECT_EQ(at(2, 2, control + control + ESC "b" ESC "f\xc3\xa4\n", "").line,
+              "\001\001\u00e4");
 }
 
 TEST(EditorSize, RowsBeyondTheLastOfADumbTerminal)

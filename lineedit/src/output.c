@@ -148,10 +148,12 @@ out_move_to_row(EditLine *el, int v)
 		else
 			while (n++ < 0)
 				out_do(el, DO_UP);
-	} else if (v < r->depth && n > 2 && !OUT_IS_PENDING(el) &&
-	    out_can(el, DO_DOWNS) != NULL)
+	} else if (v < r->depth && out_can(el, DO_DOWNS) != NULL) {
+		/* a line feed into a row that goes on sets it apart in some */
+		if (OUT_IS_PENDING(el))
+			out_return(el);
 		out_do_many(el, DO_DOWNS, n);
-	else {
+	} else {
 		while (n-- > 0)
 			terminal__putc(el, '\n');
 		r->at.h = 0;	/* the tty makes it a carriage return, too */

@@ -174,8 +174,24 @@ row_doubt(layout_row_t *row)
 		row->joined = ROW_DOUBTFUL;
 }
 
+/* row_erase():
+ *	Have the terminal clear row v from column h on, where the cursor is. From the first
+ *	one, the row above may be apart then.
+ */
+static void
+row_erase(EditLine *el, int v, int h)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	out_do(el, DO_CE);
+	if (h == 0 && v > 0) {
+		row_doubt(layout_row(&r->drawn, v - 1));
+		row_doubt(layout_row(&r->next, v - 1));
+	}
+}
+
 /* row_clear_behind():
- *	Clear a row from column h on. From the first one, the row above may be apart, too.
+ *	Clear a row from column h on
  */
 libedit_private void
 row_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
@@ -184,16 +200,14 @@ row_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
 
 	if (h >= end)
 		return;
+	if (!EL_CAN_CEOL && !new->continued && new->joined != ROW_APART)
+		end = r->next.width;	/* the last cell must be written, too */
 	out_move(el, &r->next, v, h);
 	row_doubt(new);
 	if (!new->continued)
 		new->joined = ROW_APART;
-	if (h == 0 && v > 0) {
-		row_doubt(layout_row(&r->drawn, v - 1));
-		row_doubt(layout_row(&r->next, v - 1));
-	}
 	if (EL_CAN_CEOL) {
-		out_do(el, DO_CE);
+		row_erase(el, v, h);
 		return;
 	}
 	for (; h < end; h++)
@@ -294,7 +308,7 @@ row_part(EditLine *el, layout_row_t *new, int v)
 		h -= new->cells[h] == LAYOUT_FILL;
 		out_move(el, &r->next, v, h);
 		if (EL_CAN_CEOL)
-			out_do(el, DO_CE);
+			row_erase(el, v, h);
 		out_put(el, &r->next, new->cells[h]);
 		r->at.h = new->end;
 	}

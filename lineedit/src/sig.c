@@ -244,6 +244,8 @@ sig_pass(int i, siginfo_t *info, void *context)
 	rl_signal_level = 0;
 	sig_call(i, info, context);
 
+	if (i == AT_INT)
+		text_forget(el);
 	sig_el = el;
 	sig_take();
 	if (i == AT_TSTP)
