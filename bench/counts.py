@@ -53,8 +53,7 @@ def type_in_middle(peer, wrap, lines, keys):
         for _ in range(lines):
             measures.to_middle(session, 60)
             session.keys(b"x" * keys, measures.pause(peer))
-            session.send(measures.END)
-            session.rest()
+            session.key(measures.END)
             session.enter()
         session.end()
 

@@ -69,10 +69,8 @@ def count_bytes(session, peer):
 def to_middle(session, length):
     """Types so many characters, in pieces that the terminal takes, and goes half back."""
     for at in range(0, length, 500):
-        session.send(text(length)[at:at + 500])
-        session.rest()
-    session.send(b"\x1b%d" % (length // 2) + LEFT)
-    session.rest()
+        session.key(text(length)[at:at + 500], 0)
+    session.key(b"\x1b%d" % (length // 2) + LEFT, 0)
 
 
 def middle_bytes(session, peer, keys=10):
@@ -81,8 +79,7 @@ def middle_bytes(session, peer, keys=10):
     sent = session.taken
     session.keys(b"x" * keys, pause(peer))
     sent = session.taken - sent
-    session.send(END + KILL)
-    session.rest()
+    session.keys(END + KILL, 0)
     return {"middle bytes": sent / keys}
 
 

@@ -103,7 +103,7 @@ class Session:
     def rest(self):
         """Takes output until the child sleeps and nothing more comes."""
         limit = time.monotonic() + DEADLINE
-        while self.take(0) or not self._asleep():
+        while self.take(0) or not self._asleep() or self.take(0):  # written before it slept
             if time.monotonic() > limit:
                 raise Lost("no rest after %r" % self.output[-300:])
             time.sleep(0.0002)
