@@ -70,6 +70,23 @@ bind_and_press(const std::string &function)
     pending += '\035';
 }
 
+// One of the list, or words with any bytes behind them.
+static std::string
+any_command()
+{
+    unsigned which = take();
+    if (which < 192)
+        return commands[which % (sizeof commands / sizeof *commands)];
+    static const char *const words[] = {"bind ",  "bind -a ^] ", "bind -s ^] ", "setty ",
+                                        "settc ", "echotc ",     "history ",    "edit "};
+    std::string line = words[which % 9 % 8];
+    if (which % 9 == 8)
+        line = functions[take() % functions.size()];
+    for (unsigned left = take() % 32; left > 0; left--)
+        line += static_cast<char>(take());
+    return line;
+}
+
 static void
 signal_comes(int level)
 {
@@ -107,7 +124,7 @@ event()
         break;
     case 6:
         bind_and_press("ed-command");
-        pending += choose(commands);
+        pending += any_command();
         pending += '\r';
         break;
     case 7:
@@ -224,7 +241,7 @@ static void
 set_up_once()
 {
     setenv("EDITRC", "/dev/null", 1);
-    setenv("EDITOR", "none", 1);
+    setenv("EDITOR", "/bin/true", 1);
     cookie_io_functions_t stream = {nullptr, drop_output, nullptr, nullptr};
     int ready[2];
     if (pipe(ready) != 0 || write(ready[1], "", 1) != 1)
@@ -304,7 +321,9 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const char *prompt = choose(prompts);
     while (input_left > 0 && work_left > 0) {
         work_left -= 100;
+        stub_reading = true;
         module_read_line(prompt);
+        stub_reading = false;
     }
     stub_signals = false;
     return 0;
