@@ -17,6 +17,9 @@
 int readline_initialized;
 unsigned char key_bindings_enabled;
 
+// Whether a line is being read: from before the lock is handed away until it is back.
+static bool driver_reading;
+
 // A stdio stream on the descriptor of a Python file, which both then share: it is not
 // duplicated. NULL with an exception. The stream is never closed, only forgotten by a
 // reset: closing it would close the file under the shell. Lock: held.
@@ -78,6 +81,26 @@ driver_line(char *line)
     return text;
 }
 
+// What a landing raised, at the end of its read. Lock: held.
+static PyObject *
+driver_landed(PyObject *raised)
+{
+    driver_reading = false;
+    return raised;
+}
+
+void
+driver_forked()
+{
+    if (!driver_reading)
+        return;
+    driver_reading = false;
+    interrupt_armed = false;
+    // Set when another thread than the reading one forked; that one is not here any more.
+    savedPyThreadState = nullptr;
+    readline_initialized = 0;
+}
+
 PyObject *
 py_readline(PyObject *, PyObject *args)
 {
@@ -96,19 +119,21 @@ py_readline(PyObject *, PyObject *args)
         hist_ctx.current_mode = new_history_mode(key, parent_key);
 
     readlineThreadId = pthread_self();
+    driver_reading = true;
     releaseGil();
     // Both landings keep the mask as it is now: the jump undoes what the kernel blocks for
     // a handler. They read globals alone, so no local here needs to outlive the jump.
     if (sigsetjmp(sigint_jmpbuf, 1) != 0)
-        return interrupt_land_sigint();
+        return driver_landed(interrupt_land_sigint());
     if (sigsetjmp(sigtstp_jmpbuf, 1) != 0)
-        return interrupt_land_sigtstp();
+        return driver_landed(interrupt_land_sigtstp());
     interrupt_armed = true;
     interrupt_install(); // a signal that waited lands here
     char *line = readline(prompt);
     interrupt_restore();
     interrupt_armed = false;
     acquireGil();
+    driver_reading = false;
 
     if (gil_raise_parked()) { // wins over a line
         free(line);
@@ -128,9 +153,11 @@ py_simpleReadline(PyObject *, PyObject *args)
     const char *prompt;
     if (!PyArg_ParseTuple(args, "s:simpleReadline", &prompt))
         return nullptr;
+    driver_reading = true;
     releaseGil();
     char *line = readline(prompt);
     acquireGil();
+    driver_reading = false;
     if (line != nullptr)
         return driver_line(line);
     PyErr_SetString(PyExc_EOFError, "simpleReadline returned NULL");

@@ -82,7 +82,10 @@ read_char(FILE *)
             if (watch > highest)
                 highest = watch;
         }
-        if (rl_select(highest + 1, &set) <= 0)
+        int ready = rl_select(highest + 1, &set);
+        if (ready == -2) // the log callable forked, and this is the child
+            return -1;
+        if (ready <= 0)
             continue; // whatever the error: wait again
         // The file before the terminal: what was logged stands above the key typed after
         // it.

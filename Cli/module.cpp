@@ -1,6 +1,7 @@
 // The module's table of contents: the method table, and the small methods that span several
 // subjects or belong to none. No attribute is added to the module, and no state is kept in
 // it: one process has one terminal and one user at a time.
+#include <pthread.h>
 #include <stdlib.h>
 
 #include "base.h"
@@ -163,7 +164,8 @@ PyInit_Keyline()
     if (module == nullptr)
         return nullptr;
     hist_init_context();
-    // The process may end while another thread than the main one reads.
+    // The process may end while another thread than the main one reads, and be forked then.
     static_cast<void>(Py_AtExit(rl_give_back_terminal));
+    static_cast<void>(pthread_atfork(nullptr, nullptr, driver_forked));
     return module;
 }

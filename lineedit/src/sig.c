@@ -12,6 +12,11 @@
  * rl_signal() is signal() for functions that jump out of the read. Such a function
  * is never known to the kernel, so that it only ever runs on the reading thread and
  * at a moment when nothing is left half done.
+ *
+ * All this belongs to the process that reads. In one that is forked meanwhile there
+ * is no read: it finds the signals as they were, and never touches the terminal. If
+ * it was forked on the reading thread, which then is in the midst of the read there
+ * too, that ends as at the end of the input.
  */
 #include "config.h"
 
@@ -65,6 +70,8 @@ static volatile sig_atomic_t sig_again;	/* the read goes on: raw mode, redraw */
 static volatile sig_atomic_t sig_taking;	/* dispositions are being read */
 static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
+static volatile pid_t sig_pid;	/* the process that may read; 0 before the first */
+static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
 
 /*
  * How long rl_select() waits. The kernel reads it on entry, so that a handler that
@@ -122,6 +129,46 @@ sig_install(int i, struct sigaction *old)
 		ours.sa_sigaction = sig_handler;
 	}
 	return sigaction(sigs[i].signo, &ours, old);
+}
+
+/* sig_forked():
+ *	In a process that does not read: as if nobody did
+ */
+static void
+sig_forked(void)
+{
+	EditLine *el = sig_el;
+	struct sigaction now;
+	int i;
+
+	sig_pid = getpid();
+	for (i = 0; i < SIG_COUNT; i++) {
+		if (sigaction(sigs[i].signo, NULL, &now) == 0 &&
+		    sig_is_ours(&now))
+			(void)sigaction(sigs[i].signo, &sigs[i].before, NULL);
+		sigs[i].taken = sigs[i].guarded = sigs[i].note = 0;
+	}
+	rl_signal_level = 0;
+	sig_noted = sig_again = sig_taking = 0;
+	if (el == NULL)
+		return;
+	/* the terminal is not ours, nor what is still to be shown on it */
+	el->el_tty.t_held = 0;
+	__fpurge(el->el_outfile);
+	sig_orphan = el;
+	sig_el = NULL;
+}
+
+/* sig_process():
+ *	This process is going to read
+ */
+static void
+sig_process(void)
+{
+	if (sig_pid != 0)
+		return;
+	sig_pid = getpid();
+	(void)pthread_atfork(NULL, NULL, sig_forked);
 }
 
 static void
@@ -190,7 +237,7 @@ rl_give_back_terminal(void)
 {
 	EditLine *el = sig_el;
 
-	if (el != NULL)
+	if (el != NULL && getpid() == sig_pid)
 		sig_tty(el);
 }
 
@@ -259,7 +306,11 @@ sig_handler(int signo, siginfo_t *info, void *context)
 {
 	int save_errno = errno, i = sig_index(signo), fatal;
 
-	if (sig_taking) {
+	if (getpid() != sig_pid) {
+		/* made by other means than fork(); it comes again at once */
+		sig_forked();
+		(void)raise(signo);
+	} else if (sig_taking) {
 		sigs[i].info = *info;
 		sigs[i].note = sig_noted = 1;
 	} else if (i == AT_QUIT || i == AT_HUP || i == AT_TERM) {
@@ -349,6 +400,7 @@ sig_set(EditLine *el)
 {
 	int i;
 
+	sig_process();
 	rl_signal_level = 0;
 	sig_noted = sig_again = sig_waits = 0;
 	for (i = 0; i < SIG_COUNT; i++)
@@ -393,6 +445,15 @@ libedit_private EditLine *
 sig_reader(void)
 {
 	return sig_el;
+}
+
+/* sig_orphaned():
+ *	Whether the instance reads in the process that forked this one
+ */
+libedit_private int
+sig_orphaned(EditLine *el)
+{
+	return el != NULL && el == sig_orphan;
 }
 
 /* sig_wait():
@@ -459,7 +520,8 @@ sig_select(int nfds, fd_set *set)
 /*
  * select() for a character reader: waits without limit until one of the
  * descriptors is readable. Returns what select() does, or 0 or less when a signal
- * was served: wait again then. May be abandoned by a function of rl_signal().
+ * was served: wait again then. May be abandoned by a function of rl_signal(). In a
+ * process that was forked in the midst of the read: -2, at once and for good.
  *
  * The editor's output is written here, before the wait and not before every key:
  * while keys come faster than they are read, a look whether one is there comes
@@ -473,7 +535,7 @@ rl_select(int nfds, fd_set *set)
 	int n = 0;
 
 	if (el == NULL)
-		return sig_select(nfds, set);
+		return sig_orphan != NULL ? -2 : sig_select(nfds, set);
 	sig_waits = 1;
 	if (__fpending(el->el_outfile) > 0) {
 		if (sig_hurry && !sig_noted) {
@@ -499,6 +561,8 @@ rl_read(int fd, void *buf, size_t len)
 {
 	ssize_t n;
 
+	if (sig_el == NULL && sig_orphan != NULL)
+		return 0;
 	rl_signal_level = 1;
 	if (sigs[AT_INT].note || sigs[AT_TSTP].note) {
 		rl_signal_level = 0;
@@ -523,6 +587,7 @@ rl_signal(int signo, rl_sigfunc_t *function)
 	struct sigaction old;
 	int i = sig_index(signo);
 
+	sig_process();
 	sigs[i].next.sa_flags = 0;
 	sigs[i].next.sa_handler = function;
 	sigs[i].guarded = 1;
