@@ -51,6 +51,7 @@ driver_stream(const char *name, const char *mode)
 void
 init_readline()
 {
+    gil_claim_editor();
     rl_instream = driver_stream("stdin", "r");
     rl_outstream = driver_stream("stdout", "w");
     rl_getc_function = read_char;
@@ -69,6 +70,7 @@ init_readline()
             hist_prev, hist_curr, hist_set, hist_clear, hist_enter, hist_add, hist_del);
     key_bindings_enabled = 1;
     readline_initialized = 1;
+    gil_release_editor();
 }
 
 // The line as a new str, or NULL with the decoding error of bytes that are no UTF-8. Takes
@@ -79,6 +81,16 @@ driver_line(char *line)
     PyObject *text = PyUnicode_FromString(line);
     free(line);
     return text;
+}
+
+// Two lines are never read at a time, be it on another thread or within a callable: true
+// with an exception, and nothing of the read that is under way is touched. Lock: held.
+static bool
+driver_is_refused()
+{
+    if (driver_reading)
+        PyErr_SetString(PyExc_RuntimeError, "a line is being read already");
+    return driver_reading;
 }
 
 // What a landing raised, at the end of its read. Lock: held.
@@ -108,10 +120,13 @@ py_readline(PyObject *, PyObject *args)
     const char *key = nullptr;
     const char *parent_key = nullptr;
 
+    if (driver_is_refused())
+        return nullptr;
     completion_callback = Py_None; // borrowed, as is what the parser stores there
     if (!PyArg_ParseTuple(args, "s|Oss:readline", &prompt, &completion_callback, &key,
                           &parent_key))
         return nullptr;
+    driver_reading = true;
     if (!readline_initialized)
         init_readline();
     // No mode, and with it every line visible, when the parent is not known.
@@ -119,7 +134,6 @@ py_readline(PyObject *, PyObject *args)
         hist_ctx.current_mode = new_history_mode(key, parent_key);
 
     readlineThreadId = pthread_self();
-    driver_reading = true;
     releaseGil();
     // Both landings keep the mask as it is now: the jump undoes what the kernel blocks for
     // a handler. They read globals alone, so no local here needs to outlive the jump.
@@ -151,6 +165,8 @@ PyObject *
 py_simpleReadline(PyObject *, PyObject *args)
 {
     const char *prompt;
+    if (driver_is_refused())
+        return nullptr;
     if (!PyArg_ParseTuple(args, "s:simpleReadline", &prompt))
         return nullptr;
     driver_reading = true;

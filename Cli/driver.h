@@ -20,8 +20,8 @@ void init_readline();
 extern "C" void driver_forked();
 
 // readline(prompt, callback=None, key=None, parent_key=None): new str, or NULL with
-// EOFError, KeyboardInterrupt, a callback's exception or a decoding error. Lock: held, away
-// while the user types.
+// EOFError, KeyboardInterrupt, RuntimeError within another read, a callback's exception or
+// a decoding error. Lock: held, away while the user types.
 PyObject *py_readline(PyObject *self, PyObject *args);
 
 // simpleReadline(prompt): the same without completion callback, history mode or signals of

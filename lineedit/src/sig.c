@@ -13,6 +13,11 @@
  * is never known to the kernel, so that it only ever runs on the reading thread and
  * at a moment when nothing is left half done.
  *
+ * A program with threads may want something of the editor while one of them reads.
+ * The reader then calls rl_hold() before readline() and rl_let_go() after it: it has
+ * the editor to itself except while it waits in rl_select(), and in callbacks that
+ * let go. The others ask with rl_claim().
+ *
  * All this belongs to the process that reads. In one that is forked meanwhile there
  * is no read: it finds the signals as they were, and never touches the terminal. If
  * it was forked on the reading thread, which then is in the midst of the read there
@@ -72,6 +77,8 @@ static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
 static volatile pid_t sig_pid;	/* the process that may read; 0 before the first */
 static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
+static pthread_mutex_t sig_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+static volatile sig_atomic_t sig_held;	/* the reader has the mutex */
 
 /*
  * How long rl_select() waits. The kernel reads it on entry, so that a handler that
@@ -142,6 +149,8 @@ sig_forked(void)
 	int i;
 
 	sig_pid = getpid();
+	sig_mutex = (pthread_mutex_t)PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+	sig_held = 0;
 	for (i = 0; i < SIG_COUNT; i++) {
 		if (sigaction(sigs[i].signo, NULL, &now) == 0 &&
 		    sig_is_ours(&now))
@@ -492,11 +501,48 @@ sig_hurries(void)
 	return sig_hurry;
 }
 
-/* sig_select():
- *	The wait itself, with the level raised, and how soon it ended
+/*
+ * For the thread that reads: nobody else may use the editor, and: they may again.
+ */
+void
+rl_hold(void)
+{
+	(void)pthread_mutex_lock(&sig_mutex);
+	sig_held = 1;
+}
+
+void
+rl_let_go(void)
+{
+	if (!sig_held)
+		return;		/* a function that left rl_select() */
+	sig_held = 0;
+	(void)pthread_mutex_unlock(&sig_mutex);
+}
+
+/*
+ * For any thread that wants to use the editor, once or within itself. Returns 0 if it
+ * may not now, and with `wait' only when it may. Each 1 is answered by rl_release().
+ */
+int
+rl_claim(int wait)
+{
+	return (wait ? pthread_mutex_lock(&sig_mutex) :
+	    pthread_mutex_trylock(&sig_mutex)) == 0;
+}
+
+void
+rl_release(void)
+{
+	(void)pthread_mutex_unlock(&sig_mutex);
+}
+
+/* sig_wait_for():
+ *	The wait itself, with the level raised, and how soon it ended. With a note it
+ *	fails at once.
  */
 static int
-sig_select(int nfds, fd_set *set)
+sig_wait_for(int nfds, fd_set *set)
 {
 	int n;
 
@@ -505,8 +551,6 @@ sig_select(int nfds, fd_set *set)
 	rl_signal_level = 2;
 	if (sig_noted) {
 		rl_signal_level = 0;
-		sig_serve();
-		errno = EINTR;
 		return -1;
 	}
 	n = (int)syscall(SYS_pselect6, nfds, set, NULL, NULL, &sig_until, NULL);
@@ -514,6 +558,25 @@ sig_select(int nfds, fd_set *set)
 	sig_hurry = sig_until.sec == SIG_WAIT ||
 	    (sig_until.sec == SIG_WAIT - 1 &&
 	     sig_until.nsec > 1000000000L - SIG_HURRY);
+	return n;
+}
+
+/* sig_select():
+ *	The wait, in which others may use the editor
+ */
+static int
+sig_select(int nfds, fd_set *set)
+{
+	int n, held = sig_held;
+
+	rl_let_go();
+	n = sig_wait_for(nfds, set);
+	if (held)
+		rl_hold();
+	if (n == -1 && sig_noted) {
+		sig_serve();
+		errno = EINTR;
+	}
 	return n;
 }
 
