@@ -2,7 +2,6 @@
 // only the delivery of one piece of news takes it.
 #include "logecho.h"
 
-#include <stdlib.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -93,8 +92,8 @@ logecho_close()
 static void
 logecho_add(fd_set *set, int fd)
 {
-    if (fd >= FD_SETSIZE)
-        abort();
+    if (fd < 0 || fd >= FD_SETSIZE)
+        keyline_no_room(fd);
     FD_SET(fd, set);
 }
 

@@ -79,6 +79,8 @@ static volatile pid_t sig_pid;	/* the process that may read; 0 before the first 
 static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
 static pthread_mutex_t sig_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
 static volatile sig_atomic_t sig_held;	/* the reader has the mutex */
+static volatile sig_atomic_t sig_ending;	/* the process is */
+static pthread_key_t sig_key;		/* of the reader: see sig_thread_ended() */
 
 /*
  * How long rl_select() waits. The kernel reads it on entry, so that a handler that
@@ -101,6 +103,8 @@ static int sig_hurry;		/* keys come faster than they are read */
 
 static void	sig_handler(int, siginfo_t *, void *);
 static void	sig_pass(int, siginfo_t *, void *);
+static void	sig_tty(EditLine *);
+static void	sig_give_back(void);
 
 static int
 sig_index(int signo)
@@ -168,6 +172,21 @@ sig_forked(void)
 	sig_el = NULL;
 }
 
+/* sig_thread_ended():
+ *	The reader's thread is over, as those are that the interpreter still has when
+ *	it ends. So is the read.
+ */
+static void
+sig_thread_ended(void *el)
+{
+	if (el == sig_el && pthread_equal(pthread_self(), sig_thread)) {
+		sig_tty(el);
+		sig_give_back();
+		sig_el = NULL;
+	}
+	rl_let_go();
+}
+
 /* sig_process():
  *	This process is going to read
  */
@@ -178,6 +197,7 @@ sig_process(void)
 		return;
 	sig_pid = getpid();
 	(void)pthread_atfork(NULL, NULL, sig_forked);
+	(void)pthread_key_create(&sig_key, sig_thread_ended);
 }
 
 static void
@@ -239,12 +259,15 @@ sig_tty(EditLine *el)
 
 /*
  * For a process that ends in the midst of a read, on whatever thread: gives the
- * terminal the settings that it had before. Nothing happens between two reads.
+ * terminal the settings that it had before, for good. Nothing happens between two
+ * reads.
  */
 void
 rl_give_back_terminal(void)
 {
 	EditLine *el = sig_el;
+
+	sig_ending = 1;
 
 	if (el != NULL && getpid() == sig_pid)
 		sig_tty(el);
@@ -415,6 +438,7 @@ sig_set(EditLine *el)
 	for (i = 0; i < SIG_COUNT; i++)
 		sigs[i].note = 0;
 	sig_thread = pthread_self();
+	(void)pthread_setspecific(sig_key, el);
 	sig_el = el;
 	sig_take();
 	/* the line that a jump has left; else it is the caller's, who has it */
@@ -454,6 +478,15 @@ libedit_private EditLine *
 sig_reader(void)
 {
 	return sig_el;
+}
+
+/* sig_may_set():
+ *	Whether the instance may set its terminal, back to what it was or anew
+ */
+libedit_private int
+sig_may_set(EditLine *el, int back)
+{
+	return el != sig_orphan && (back || !sig_ending);
 }
 
 /* sig_orphaned():
