@@ -11,6 +11,7 @@ import signal
 import sys
 import tempfile
 
+import screen
 import users
 from log import Log
 from session import Device, Session
@@ -53,6 +54,6 @@ if __name__ == "__main__":
     try:
         sys.exit(main())
     except OSError as error:
-        sys.exit("demo: %s" % error)
+        sys.exit("demo: " + screen.visible(str(error)))
     except KeyboardInterrupt:  # a user who is tired of waiting for another one
         sys.exit(130)

@@ -8,9 +8,9 @@ ROOM rows below, so that a line that wraps at the bottom does not scroll away fr
 terminal that cannot do this, what is printed begins on a new row.
 """
 import os
-import re
 import sys
 import textwrap
+import unicodedata
 
 ROOM = 2
 INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
@@ -56,6 +56,19 @@ def width(text: str) -> int:
 
 
 def visible(text: str) -> str:
-    """Text with control characters, but for tabs and ends of lines, as ^A."""
-    return re.sub("[\0-\x08\x0b-\x1f\x7f]",
-                  lambda match: "^" + chr(ord(match.group()) ^ 64), text)
+    """Text that the shell did not write itself, fit for a terminal.
+
+    What no terminal shows as a character of its own, by its category in Unicode, is shown as
+    ^A or <U+202E>: controls but for tabs and ends of lines, formats such as those that turn
+    the direction of writing, what has no meaning (yet, or for all), ends of lines of other
+    kinds.
+    """
+    return "".join(map(_visible, text))
+
+
+def _visible(letter: str) -> str:
+    category = unicodedata.category(letter)
+    if letter in "\t\n" or category[0] != "C" and category not in ("Zl", "Zp"):
+        return letter
+    code = ord(letter)
+    return "^" + chr(code ^ 64) if code < 32 or code == 127 else "<U+%04X>" % code

@@ -56,7 +56,7 @@ def test_the_program(user):
     user.send("x<tab>")
     expect(user, *rows, "switch> showx")
     user.send("<bs><enter>")
-    rows += ["switch> show", "you typed show"]
+    rows += ["switch> show", "you typed 'show'"]
     expect(user, *rows, "switch> ")
     user.send("<up>")
     expect(user, *rows, "switch> show")
