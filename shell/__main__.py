@@ -17,6 +17,14 @@ from log import Log
 from session import Device, Session
 
 
+def show(log: Log) -> None:
+    """A log that is gone, or not there yet, is no reason to stay away."""
+    try:
+        log.show()
+    except OSError as error:
+        print("% " + screen.visible(str(error)))
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(prog="demo", description="a small network device")
     parser.add_argument("file", nargs="?", help="commands to run; default: standard input")
@@ -39,9 +47,9 @@ def main() -> int:
         log, device = Log(path), Device()
 
         def session() -> int:
-            if options.watch:
-                log.show()
             try:
+                if options.watch:
+                    show(log)
                 return Session(device, log).run()
             finally:
                 log.hide()
