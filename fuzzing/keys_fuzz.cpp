@@ -87,14 +87,20 @@ any_command()
     return line;
 }
 
+static void wait_for_key();
+
+// Between two waits, to be served later, or in the midst of one, which may not return.
 static void
-signal_comes(int level)
+signal_comes(bool waiting)
 {
     static const int numbers[] = {SIGINT, SIGTSTP, SIGWINCH, SIGCONT, SIGHUP};
     int number = choose(numbers);
-    rl_signal_level = level;
-    stub_signal(number);
-    rl_signal_level = 0;
+    if (!waiting) {
+        stub_signal(number);
+        return;
+    }
+    stub_wait = number;
+    wait_for_key();
 }
 
 static void
@@ -150,10 +156,10 @@ event()
         pending += any_text();
         break;
     case 13:
-        signal_comes(0); // between two waits: to be served later
+        signal_comes(false);
         break;
     case 14:
-        signal_comes(2); // in the midst of a wait; may not return
+        signal_comes(true);
         break;
     default:
         rl_set_screen_size(choose(heights), choose(widths));
@@ -258,6 +264,7 @@ static void
 start_session()
 {
     stub_reset();
+    stub_wait = 0;
     stub_size.ws_col = choose(widths);
     stub_size.ws_row = choose(heights);
     unsigned flags = take();

@@ -11,10 +11,12 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/select.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <termios.h>
 #include <time.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include <term.h>
@@ -23,6 +25,7 @@ struct winsize stub_size;
 int stub_pending;
 bool stub_signals;
 bool stub_reading;
+int stub_wait;
 
 static struct termios stub_settings;
 static struct sigaction actions[_NSIG];
@@ -46,9 +49,10 @@ void
 stub_signal(int number)
 {
     siginfo_t information = {};
+    ucontext_t context = {};
     information.si_signo = number;
     if (actions[number].sa_flags & SA_SIGINFO)
-        actions[number].sa_sigaction(number, &information, nullptr);
+        actions[number].sa_sigaction(number, &information, &context);
 }
 
 static void
@@ -87,6 +91,19 @@ tgetent(char *, const char *name)
     return 1;
 }
 
+// The signal of stub_wait comes in the midst of the wait, which it may leave.
+int
+select(int count, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
+{
+    static auto real = reinterpret_cast<decltype(&select)>(dlsym(RTLD_NEXT, "select"));
+    if (stub_wait != 0 && limit == nullptr) {
+        int number = stub_wait;
+        stub_wait = 0;
+        stub_signal(number);
+    }
+    return real(count, reads, writes, others, limit);
+}
+
 int
 isatty(int)
 {
@@ -118,20 +135,6 @@ ioctl(int fd, unsigned long request, ...) noexcept
     case TIOCGWINSZ:
         memcpy(argument, &stub_size, sizeof stub_size);
         return 0;
-    case TCSETS:
-    case TCSETSW:
-    case TCSETSF: {
-        // The kernel's form: fewer characters and no speeds of their own.
-        tcflag_t *flags = static_cast<tcflag_t *>(argument);
-        stub_settings.c_iflag = flags[0];
-        stub_settings.c_oflag = flags[1];
-        stub_settings.c_cflag = flags[2];
-        stub_settings.c_lflag = flags[3];
-        unsigned char *rest = reinterpret_cast<unsigned char *>(flags + 4);
-        stub_settings.c_line = rest[0];
-        memcpy(stub_settings.c_cc, rest + 1, 19);
-        return 0;
-    }
     case FIONREAD:
         *static_cast<int *>(argument) = stub_pending;
         return 0;

@@ -16,6 +16,9 @@ extern bool stub_signals;
 // file, or sends a signal to a process.
 extern bool stub_reading;
 
+// A signal that comes in the midst of the next wait, or 0.
+extern int stub_wait;
+
 // The signal comes, for the handler that the editor has installed, if any.
 void stub_signal(int number);
 

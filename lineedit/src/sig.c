@@ -26,13 +26,15 @@
 #include "config.h"
 
 #include <sys/select.h>
-#include <sys/syscall.h>
 #include <errno.h>
 #include <pthread.h>
+#include <setjmp.h>
 #include <stdio_ext.h>
 #include <stdlib.h>
 #include <string.h>
 #include <termios.h>
+#include <time.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include "el.h"
@@ -83,21 +85,15 @@ static volatile sig_atomic_t sig_ending;	/* the process is */
 static pthread_key_t sig_key;		/* of the reader: see sig_thread_ended() */
 
 /*
- * How long rl_select() waits. The kernel reads it on entry, so that a handler that
- * has set it to nothing is never too early: select()'s own argument would be
- * converted before the call, and a note left in between would wait for a key. When
- * the wait is over, the kernel leaves here what was left of it.
+ * Where a handler goes back to that has left a note while rl_select() waits: before
+ * the wait. It may have come between the look at the notes and the wait, which would
+ * then last until the next key.
  */
-static volatile struct {
-	long	 sec;
-	long	 nsec;
-} sig_until;
+static sigjmp_buf sig_back;
 
 static volatile sig_atomic_t sig_waits;	/* this read waits in rl_select() */
 static int sig_hurry;		/* keys come faster than they are read */
 
-/* a wait is as good as without limit, in s */
-#define	SIG_WAIT	1000000000L
 /* one that ends sooner than this, in ns, was none */
 #define	SIG_HURRY	4000
 
@@ -329,8 +325,20 @@ sig_pass(int i, siginfo_t *info, void *context)
 	else
 		sig_again = 1;
 	sig_noted = 1;
-	sig_until.sec = 0;
 	rl_signal_level = level;
+}
+
+/* sig_end_wait():
+ *	Leave the handler for the place before the wait. Its mask is given back here:
+ *	to keep it there would be a call for every key.
+ */
+static void
+sig_end_wait(void *context)
+{
+	rl_signal_level = 0;
+	(void)pthread_sigmask(SIG_SETMASK, &((ucontext_t *)context)->uc_sigmask,
+	    NULL);
+	siglongjmp(sig_back, 1);
 }
 
 static void
@@ -353,17 +361,16 @@ sig_handler(int signo, siginfo_t *info, void *context)
 		sig_call(i, info, context);
 		if (fatal && sig_el != NULL) {	/* the first process does not die */
 			sig_again = sig_noted = 1;
-			sig_until.sec = 0;
+			if (!pthread_equal(pthread_self(), sig_thread))
+				(void)pthread_kill(sig_thread, signo);
 		}
 	} else if (!pthread_equal(pthread_self(), sig_thread)) {
 		(void)pthread_kill(sig_thread, signo);
 	} else if (i == AT_CONT || i == AT_WINCH) {
 		if (sigs[i].next.sa_handler != SIG_DFL)
 			sig_call(i, info, context);
-		if (sig_el != NULL) {
+		if (sig_el != NULL)
 			sigs[i].note = sig_noted = 1;
-			sig_until.sec = 0;
-		}
 	} else if (sig_el == NULL) {
 		sig_call(i, info, context);
 	} else if (rl_signal_level == 0) {
@@ -371,6 +378,9 @@ sig_handler(int signo, siginfo_t *info, void *context)
 		sigs[i].note = sig_noted = 1;
 	} else
 		sig_pass(i, info, context);
+	if (rl_signal_level == 2 && sig_noted &&
+	    pthread_equal(pthread_self(), sig_thread))
+		sig_end_wait(context);
 	errno = save_errno;
 }
 
@@ -577,20 +587,22 @@ rl_release(void)
 static int
 sig_wait_for(int nfds, fd_set *set)
 {
+	struct timespec begun, ended;
 	int n;
 
-	sig_until.sec = SIG_WAIT;
-	sig_until.nsec = 0;
+	if (sigsetjmp(sig_back, 0) != 0)
+		return -1;
 	rl_signal_level = 2;
 	if (sig_noted) {
 		rl_signal_level = 0;
 		return -1;
 	}
-	n = (int)syscall(SYS_pselect6, nfds, set, NULL, NULL, &sig_until, NULL);
+	(void)clock_gettime(CLOCK_MONOTONIC, &begun);
+	n = select(nfds, set, NULL, NULL, NULL);
 	rl_signal_level = 0;
-	sig_hurry = sig_until.sec == SIG_WAIT ||
-	    (sig_until.sec == SIG_WAIT - 1 &&
-	     sig_until.nsec > 1000000000L - SIG_HURRY);
+	(void)clock_gettime(CLOCK_MONOTONIC, &ended);
+	sig_hurry = n > 0 && (ended.tv_sec - begun.tv_sec) * 1000000000L +
+	    ended.tv_nsec - begun.tv_nsec < SIG_HURRY;
 	return n;
 }
 
