@@ -13,10 +13,11 @@
 //   next replacement.
 // - Events that the kernel dropped, since so many came before anybody processed them: the
 //   files that came and went meanwhile are looked for in the directory. They are found when
-//   they were made since the last look, in one more tick of the clock than it, and are called
-//   as rotation calls them: the name of the log with ".", "-", "_" or "~" and more behind it
-//   and not packed, or more before its ending (log-1.txt). Copies of what was told are left
-//   out. What was deleted, packed, renamed to another name or out of the directory is lost.
+//   they were made since the last look, in one more tick of the clock than it, and are
+//   called as rotation calls them: the name of the log with ".", "-", "_" or "~" and more
+//   behind it and not packed, or more before its ending (log-1.txt). Copies of what was
+//   told are left out. What was deleted, packed, renamed to another name or out of the
+//   directory is lost.
 // - Nothing at the path (the file, or a directory on the way, is renamed away or deleted):
 //   the old file stays followed until the path leads to another file. A deleted file keeps
 //   its room on the disk until then.
