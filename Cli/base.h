@@ -10,6 +10,9 @@
 [[noreturn]] void keyline_check_failed(const char *expression, unsigned line,
                                        const char *function);
 
+// Ends the process in the same way, for a descriptor that there is no waiting on.
+[[noreturn]] void keyline_no_room(int descriptor);
+
 // Ends the process so when `condition` is false, also where NDEBUG is set. Expression, line
 // and function are given as literals, so that neither an edit nor a formatter ever changes
 // a report that operators know; the source path is fixed for the same reason. `function` is

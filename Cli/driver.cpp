@@ -17,6 +17,9 @@
 int readline_initialized;
 unsigned char key_bindings_enabled;
 
+// Whether a line is being read: from before the lock is handed away until it is back.
+static bool driver_reading;
+
 // A stdio stream on the descriptor of a Python file, which both then share: it is not
 // duplicated. NULL with an exception. The stream is never closed, only forgotten by a
 // reset: closing it would close the file under the shell. Lock: held.
@@ -48,6 +51,7 @@ driver_stream(const char *name, const char *mode)
 void
 init_readline()
 {
+    gil_claim_editor();
     rl_instream = driver_stream("stdin", "r");
     rl_outstream = driver_stream("stdout", "w");
     rl_getc_function = read_char;
@@ -66,6 +70,7 @@ init_readline()
             hist_prev, hist_curr, hist_set, hist_clear, hist_enter, hist_add, hist_del);
     key_bindings_enabled = 1;
     readline_initialized = 1;
+    gil_release_editor();
 }
 
 // The line as a new str, or NULL with the decoding error of bytes that are no UTF-8. Takes
@@ -78,6 +83,36 @@ driver_line(char *line)
     return text;
 }
 
+// Two lines are never read at a time, be it on another thread or within a callable: true
+// with an exception, and nothing of the read that is under way is touched. Lock: held.
+static bool
+driver_is_refused()
+{
+    if (driver_reading)
+        PyErr_SetString(PyExc_RuntimeError, "a line is being read already");
+    return driver_reading;
+}
+
+// What a landing raised, at the end of its read. Lock: held.
+static PyObject *
+driver_landed(PyObject *raised)
+{
+    driver_reading = false;
+    return raised;
+}
+
+void
+driver_forked()
+{
+    if (!driver_reading)
+        return;
+    driver_reading = false;
+    interrupt_armed = false;
+    // Set when another thread than the reading one forked; that one is not here any more.
+    savedPyThreadState = nullptr;
+    readline_initialized = 0;
+}
+
 PyObject *
 py_readline(PyObject *, PyObject *args)
 {
@@ -85,10 +120,13 @@ py_readline(PyObject *, PyObject *args)
     const char *key = nullptr;
     const char *parent_key = nullptr;
 
+    if (driver_is_refused())
+        return nullptr;
     completion_callback = Py_None; // borrowed, as is what the parser stores there
     if (!PyArg_ParseTuple(args, "s|Oss:readline", &prompt, &completion_callback, &key,
                           &parent_key))
         return nullptr;
+    driver_reading = true;
     if (!readline_initialized)
         init_readline();
     // No mode, and with it every line visible, when the parent is not known.
@@ -100,15 +138,16 @@ py_readline(PyObject *, PyObject *args)
     // Both landings keep the mask as it is now: the jump undoes what the kernel blocks for
     // a handler. They read globals alone, so no local here needs to outlive the jump.
     if (sigsetjmp(sigint_jmpbuf, 1) != 0)
-        return interrupt_land_sigint();
+        return driver_landed(interrupt_land_sigint());
     if (sigsetjmp(sigtstp_jmpbuf, 1) != 0)
-        return interrupt_land_sigtstp();
+        return driver_landed(interrupt_land_sigtstp());
     interrupt_armed = true;
     interrupt_install(); // a signal that waited lands here
     char *line = readline(prompt);
     interrupt_restore();
     interrupt_armed = false;
     acquireGil();
+    driver_reading = false;
 
     if (gil_raise_parked()) { // wins over a line
         free(line);
@@ -126,11 +165,15 @@ PyObject *
 py_simpleReadline(PyObject *, PyObject *args)
 {
     const char *prompt;
+    if (driver_is_refused())
+        return nullptr;
     if (!PyArg_ParseTuple(args, "s:simpleReadline", &prompt))
         return nullptr;
+    driver_reading = true;
     releaseGil();
     char *line = readline(prompt);
     acquireGil();
+    driver_reading = false;
     if (line != nullptr)
         return driver_line(line);
     PyErr_SetString(PyExc_EOFError, "simpleReadline returned NULL");

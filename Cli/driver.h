@@ -3,7 +3,8 @@
 
 #include "pyapi.h"
 
-// 1 once init_readline has run; cleared by resetInput and nothing else.
+// 1 once init_readline has run; cleared by resetInput, and in a process that was forked in
+// the midst of a read.
 extern int readline_initialized;
 
 // 1 while TAB and "?" are bound to completion, as far as the module has bound them itself.
@@ -14,9 +15,13 @@ extern unsigned char key_bindings_enabled;
 // held.
 void init_readline();
 
+// In a process that was just forked: a line that is being read is read in the other one.
+// The editor there is not to be used here, so that the next readline sets up another.
+extern "C" void driver_forked();
+
 // readline(prompt, callback=None, key=None, parent_key=None): new str, or NULL with
-// EOFError, KeyboardInterrupt, a callback's exception or a decoding error. Lock: held, away
-// while the user types.
+// EOFError, KeyboardInterrupt, RuntimeError within another read, a callback's exception or
+// a decoding error. Lock: held, away while the user types.
 PyObject *py_readline(PyObject *self, PyObject *args);
 
 // simpleReadline(prompt): the same without completion callback, history mode or signals of

@@ -1,5 +1,6 @@
-// The lock hand-off and the parked exception. There is no other lock in the module: the
-// interpreter lock is the only exclusion.
+// The lock hand-off and the parked exception. The reader needs no lock but these two: it
+// has the interpreter lock, or the editor, or it waits and touches neither. A method needs
+// both.
 #include "gil.h"
 
 #include "../lineedit/lineedit.h"
@@ -18,6 +19,7 @@ acquireGil()
                   "acquireGil");
     PyEval_RestoreThread(savedPyThreadState);
     savedPyThreadState = nullptr;
+    rl_let_go();
 }
 
 void
@@ -26,6 +28,24 @@ releaseGil()
     KEYLINE_CHECK(savedPyThreadState == nullptr, "savedPyThreadState == NULL", 64,
                   "releaseGil");
     savedPyThreadState = PyEval_SaveThread();
+    rl_hold();
+}
+
+void
+gil_claim_editor()
+{
+    if (rl_claim(0))
+        return;
+    // Held by the reader only while it does something, for which it may want the lock.
+    PyThreadState *state = PyEval_SaveThread();
+    rl_claim(1);
+    PyEval_RestoreThread(state);
+}
+
+void
+gil_release_editor()
+{
+    rl_release();
 }
 
 void

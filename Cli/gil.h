@@ -14,11 +14,19 @@ extern PyObject *py_lhandler_ptype;
 extern PyObject *py_lhandler_pvalue;
 extern PyObject *py_lhandler_ptraceback;
 
-// Takes the lock back. Lock: away -> held. Aborts when it had not been handed away.
+// Takes the lock back, and lets other threads use the editor. Lock: away -> held. Aborts
+// when it had not been handed away.
 void acquireGil();
 
-// Hands the lock away. Lock: held -> away. Aborts when it is away already.
+// Hands the lock away, and keeps other threads from the editor but while the reader waits.
+// Lock: held -> away. Aborts when it is away already.
 void releaseGil();
+
+// Around what a method does with the editor or the history, for a line may be read on
+// another thread: waits until the reader does nothing with them. May be done within itself.
+// Lock: held, away meanwhile.
+void gil_claim_editor();
+void gil_release_editor();
 
 // Moves the current exception into the empty slot and makes the editor end its read.
 // Lock: held.

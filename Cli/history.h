@@ -1,7 +1,7 @@
 // Command history that knows the command mode: the table of modes, the store of lines, and
 // the ten callbacks through which the line editor sees those lines that the current mode
-// shows. Knows nothing of Python. Used from the shell's thread alone, so there is no
-// locking; allocation results are not checked anywhere here.
+// shows. Knows nothing of Python, nor of threads: who calls it sees to that. Allocation
+// results are not checked anywhere here.
 #pragma once
 
 #include "base.h"

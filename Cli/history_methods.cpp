@@ -1,8 +1,11 @@
 // The five history methods. Lines go into the store by way of the editor, which calls the
 // store back, so that both agree on what the newest line is; they come out of it directly.
+// The reader, which may be on another thread, walks over the lines but changes none: only
+// what does change them, or the mode that shows them, claims the editor for it.
 #include "history_methods.h"
 
 #include "../lineedit/lineedit.h"
+#include "gil.h"
 #include "history.h"
 #include "history_keys.h"
 
@@ -83,18 +86,22 @@ py_addHistory(PyObject *, PyObject *args)
     HistoryMode *mode = new_history_mode(key, parent_key);
     if (mode == nullptr)
         Py_RETURN_FALSE;
+    gil_claim_editor();
     // Also when the line is not recorded then.
     hist_ctx.current_mode = mode;
     // The editor comes back with it to hist_enter, which drops a repeat.
     if (hist_ctx.history_limit != 0)
         add_history(line);
+    gil_release_editor();
     Py_RETURN_TRUE;
 }
 
 PyObject *
 py_clearHistory(PyObject *, PyObject *)
 {
+    gil_claim_editor();
     clear_history();
+    gil_release_editor();
     Py_RETURN_NONE;
 }
 
@@ -104,8 +111,10 @@ py_historyLimitIs(PyObject *, PyObject *args)
     unsigned int limit;
     if (!PyArg_ParseTuple(args, "I:historyLimitIs", &limit))
         return nullptr;
+    gil_claim_editor();
     history_limit_changes(hist_ctx.history_limit, limit);
     hist_ctx.history_limit = limit;
     hist_shrink();
+    gil_release_editor();
     Py_RETURN_NONE;
 }

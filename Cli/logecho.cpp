@@ -2,7 +2,6 @@
 // only the delivery of one piece of news takes it.
 #include "logecho.h"
 
-#include <stdlib.h>
 #include <sys/select.h>
 #include <unistd.h>
 
@@ -14,6 +13,14 @@
 // The watched file while log echo is on. Owned; opened and closed by
 // py_loggingSyncEnabledIs alone, and deliberately not by a reset of the input.
 static vantor_handle *syncLogHandle;
+
+// The one whose events are being told, or null, and whether it was switched off meanwhile:
+// it is closed, and its callable not called again, when they are.
+static vantor_handle *logecho_telling;
+static bool logecho_over;
+
+// How often it was switched on or off.
+static unsigned logecho_switched;
 
 // Calls the shell's callable with the library's two integers, unread. True when it asks for
 // the prompt and line to be drawn again. Lock: held.
@@ -44,7 +51,7 @@ static void
 conlog_callback(int first, void *context, int second)
 {
     PyObject *callback = static_cast<PyObject *>(context);
-    if (callback == Py_None)
+    if (callback == Py_None || logecho_over)
         return;
     acquireGil();
     KEYLINE_CHECK(PyCallable_Check(callback), "PyCallable_Check( callback )", 678,
@@ -55,13 +62,39 @@ conlog_callback(int first, void *context, int second)
 }
 }
 
+// Lets the library tell its news. Lock: away.
+static void
+logecho_tell()
+{
+    if (syncLogHandle == nullptr) // switched off by another thread in the wait
+        return;
+    logecho_telling = syncLogHandle;
+    vantor_process_event(logecho_telling);
+    if (logecho_over)
+        vantor_close(logecho_telling);
+    logecho_over = false;
+    logecho_telling = nullptr;
+}
+
+// Lock: held.
+static void
+logecho_close()
+{
+    if (syncLogHandle == logecho_telling)
+        logecho_over = true;
+    else
+        vantor_close(syncLogHandle);
+    syncLogHandle = nullptr;
+    logecho_switched++;
+}
+
 // Puts fd into the set. A set has no room for descriptors from 1024 on: they cannot be
 // waited on, and the process stops rather than write past the set.
 static void
 logecho_add(fd_set *set, int fd)
 {
-    if (fd >= FD_SETSIZE)
-        abort();
+    if (fd < 0 || fd >= FD_SETSIZE)
+        keyline_no_room(fd);
     FD_SET(fd, set);
 }
 
@@ -73,6 +106,7 @@ read_char(FILE *)
     fd_set set;
     FD_ZERO(&set); // once: select leaves the ready bits, and each pass adds its own
     for (;;) {
+        unsigned switched = logecho_switched;
         int watch = -1;
         int highest = fd;
         logecho_add(&set, fd);
@@ -83,12 +117,17 @@ read_char(FILE *)
             if (watch > highest)
                 highest = watch;
         }
-        if (rl_select(highest + 1, &set) <= 0)
+        int ready = rl_select(highest + 1, &set);
+        if (ready == -2) // the log callable forked, and this is the child
+            return -1;
+        if (ready <= 0)
             continue; // whatever the error: wait again
         // The file before the terminal: what was logged stands above the key typed after
         // it.
         if (watch >= 0 && FD_ISSET(watch, &set))
-            vantor_process_event(syncLogHandle);
+            logecho_tell();
+        if (watch >= 0 && switched != logecho_switched)
+            FD_CLR(watch, &set); // it is closed, and could not be waited on
         if (FD_ISSET(fd, &set))
             break;
     }
@@ -107,15 +146,17 @@ py_loggingSyncEnabledIs(PyObject *, PyObject *args)
     PyObject *callback = Py_None;
     if (!PyArg_ParseTuple(args, "s|O:loggingSyncEnabledIs", &filename, &callback))
         return nullptr;
+    gil_claim_editor();
     // While it is on, another file or callable is ignored, deliberately: off and on again
     // is the only way to change either.
     if (callback == Py_None && syncLogHandle != nullptr) {
-        vantor_close(syncLogHandle);
-        syncLogHandle = nullptr;
+        logecho_close();
     } else if (callback != Py_None && syncLogHandle == nullptr) {
         syncLogHandle = vantor_open(filename, conlog_callback, callback);
         if (syncLogHandle == nullptr)
             perror("create inotify event");
+        logecho_switched++;
     }
+    gil_release_editor();
     Py_RETURN_NONE;
 }

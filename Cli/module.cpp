@@ -1,6 +1,7 @@
 // The module's table of contents: the method table, and the small methods that span several
 // subjects or belong to none. No attribute is added to the module, and no state is kept in
 // it: one process has one terminal and one user at a time.
+#include <pthread.h>
 #include <stdlib.h>
 
 #include "base.h"
@@ -8,6 +9,7 @@
 
 #include "../lineedit/lineedit.h"
 #include "driver.h"
+#include "gil.h"
 #include "history.h"
 #include "history_methods.h"
 #include "keys.h"
@@ -26,6 +28,7 @@ py_keyBindingsEnabledIs(PyObject *, PyObject *args)
     }
     if (!readline_initialized)
         init_readline();
+    gil_claim_editor();
     if (enabled == Py_True) {
         setup_key_bindings();
         key_bindings_enabled = 1;
@@ -33,6 +36,7 @@ py_keyBindingsEnabledIs(PyObject *, PyObject *args)
         keys_unbind_completion();
         key_bindings_enabled = 0;
     }
+    gil_release_editor();
     Py_RETURN_NONE;
 }
 
@@ -54,8 +58,10 @@ py_TerminalWidthIs(PyObject *, PyObject *args)
         return nullptr;
     int rows = 0;
     int cols = 0;
+    gil_claim_editor();
     rl_get_screen_size(&rows, &cols);
     rl_set_screen_size(rows, width);
+    gil_release_editor();
     Py_RETURN_NONE;
 }
 
@@ -65,6 +71,7 @@ py_TerminalWidthIs(PyObject *, PyObject *args)
 static PyObject *
 py_resetInput(PyObject *, PyObject *)
 {
+    gil_claim_editor();
     // Balances the references of init_readline, and is deliberately done without one too.
     Py_DECREF(PySys_GetObject("stdin"));
     rl_instream = nullptr;
@@ -72,6 +79,7 @@ py_resetInput(PyObject *, PyObject *)
     readline_initialized = 0;
     rl_outstream = nullptr;
     clear_history();
+    gil_release_editor();
     Py_RETURN_NONE;
 }
 
@@ -163,7 +171,8 @@ PyInit_Keyline()
     if (module == nullptr)
         return nullptr;
     hist_init_context();
-    // The process may end while another thread than the main one reads.
+    // The process may end while another thread than the main one reads, and be forked then.
     static_cast<void>(Py_AtExit(rl_give_back_terminal));
+    static_cast<void>(pthread_atfork(nullptr, nullptr, driver_forked));
     return module;
 }

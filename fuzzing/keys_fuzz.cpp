@@ -70,16 +70,39 @@ bind_and_press(const std::string &function)
     pending += '\035';
 }
 
+// One of the list, or words with any bytes behind them.
+static std::string
+any_command()
+{
+    unsigned which = take();
+    if (which < 192)
+        return commands[which % (sizeof commands / sizeof *commands)];
+    static const char *const words[] = {"bind ",  "bind -a ^] ", "bind -s ^] ", "setty ",
+                                        "settc ", "echotc ",     "history ",    "edit "};
+    std::string line = words[which % 9 % 8];
+    if (which % 9 == 8)
+        line = functions[take() % functions.size()];
+    for (unsigned left = take() % 32; left > 0; left--)
+        line += static_cast<char>(take());
+    return line;
+}
+
+static void wait_for_key();
+
+// Between two waits, to be served later, or in the midst of one, which may not return.
 static void
-signal_comes(int level)
+signal_comes(bool waiting)
 {
     static const int numbers[] = {SIGINT, SIGTSTP, SIGWINCH, SIGCONT, SIGHUP};
     int number = choose(numbers);
     if (number != SIGWINCH)
         screen_lose(); // others may have printed
-    rl_signal_level = level;
-    stub_signal(number);
-    rl_signal_level = 0;
+    if (!waiting) {
+        stub_signal(number);
+        return;
+    }
+    stub_wait = number;
+    wait_for_key();
 }
 
 static void
@@ -111,7 +134,7 @@ event()
         break;
     case 6:
         bind_and_press("ed-command");
-        pending += choose(commands);
+        pending += any_command();
         pending += '\r';
         break;
     case 7:
@@ -139,10 +162,10 @@ event()
         pending += any_text();
         break;
     case 13:
-        signal_comes(0); // between two waits: to be served later
+        signal_comes(false);
         break;
     case 14:
-        signal_comes(2); // in the midst of a wait; may not return
+        signal_comes(true);
         break;
     default:
         rl_set_screen_size(choose(heights), choose(widths));
@@ -234,7 +257,7 @@ static void
 set_up_once()
 {
     setenv("EDITRC", "/dev/null", 1);
-    setenv("EDITOR", "none", 1);
+    setenv("EDITOR", "/bin/true", 1);
     cookie_io_functions_t stream = {nullptr, take_output, nullptr, nullptr};
     int ready[2];
     if (pipe(ready) != 0 || write(ready[1], "", 1) != 1)
@@ -251,6 +274,7 @@ static void
 start_session()
 {
     stub_reset();
+    stub_wait = 0;
     stub_size.ws_col = choose(widths);
     stub_size.ws_row = choose(heights);
     unsigned flags = take();
@@ -317,7 +341,9 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     while (input_left > 0 && work_left > 0) {
         work_left -= 100;
         screen_clear();
+        stub_reading = true;
         module_read_line(prompt);
+        stub_reading = false;
     }
     stub_signals = false;
     return 0;

@@ -12,6 +12,13 @@ extern int stub_pending;
 // True while signals are the editor's own affair and dispositions are not really changed.
 extern bool stub_signals;
 
+// True while a line is read: the process ends when it starts a program, opens or removes a
+// file, or sends a signal to a process.
+extern bool stub_reading;
+
+// A signal that comes in the midst of the next wait, or 0.
+extern int stub_wait;
+
 // The signal comes, for the handler that the editor has installed, if any.
 void stub_signal(int number);
 

@@ -35,6 +35,14 @@ def leave_when_ended() -> None:
     threading.Thread(target=wait, daemon=True).start()
 
 
+def show(log: Log) -> None:
+    """A log that is gone, or not there yet, is no reason to stay away."""
+    try:
+        log.show()
+    except OSError as error:
+        print("% " + screen.visible(str(error)))
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(prog="demo", description="a small network device")
     parser.add_argument("file", nargs="?", help="commands to run; default: standard input")
@@ -59,9 +67,9 @@ def main() -> int:
         log, device = Log(path), Device()
 
         def session() -> int:
-            if options.watch:
-                log.show()
             try:
+                if options.watch:
+                    show(log)
                 return Session(device, log).run()
             finally:
                 log.hide()
@@ -74,6 +82,6 @@ if __name__ == "__main__":
     try:
         sys.exit(main())
     except OSError as error:
-        sys.exit("demo: %s" % error)
+        sys.exit("demo: " + screen.visible(str(error)))
     except KeyboardInterrupt:  # a user who is tired of waiting for another one
         sys.exit(130)

@@ -57,8 +57,7 @@ def show_configuration(session: "Session", words: List[str]) -> None:
     for interface, settings in session.device.interfaces.items():
         print("interface " + interface)
         for name, value in settings.items():
-            row = "  %s %s" % (name, value) if value else "  " + name
-            print(screen.visible(row) if sys.stdout.isatty() else row)
+            print("  " + screen.visible("%s %s" % (name, value) if value else name))
         print("  exit")
 
 

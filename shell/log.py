@@ -1,5 +1,7 @@
 """A log file whose new lines appear above the line being typed."""
+import _thread
 import os
+import signal
 import sys
 import threading
 import time
@@ -8,6 +10,9 @@ from typing import IO, List
 
 import Keyline
 import screen
+
+
+KEYS = {signal.SIGINT, signal.SIGTSTP}
 
 
 class Log:
@@ -29,9 +34,23 @@ class Log:
     def on_news(self, descriptor: int, length: int) -> int:
         """Prints new lines; returns 1 for prompt and line to be drawn again below them.
 
-        Called while the user types.  It is short, since Ctrl-C must not hit it, and raises
-        nothing, since nobody would catch it.
+        Called while the user types.  Ctrl-C and Ctrl-Z that hit it end the process: they are
+        held back, and sent again when it is over.  Only those that come before the first or
+        after the last statement still do.
         """
+        signal.pthread_sigmask(signal.SIG_BLOCK, KEYS)
+        try:
+            return self.print_news(descriptor, length)
+        finally:
+            held = []
+            while signal.sigpending() & KEYS:
+                held.append(signal.sigwait(KEYS))
+            signal.pthread_sigmask(signal.SIG_UNBLOCK, KEYS)
+            for number in held:  # it gets to run when this thread gives up the lock
+                _thread.start_new_thread(os.kill, (os.getpid(), number))
+
+    def print_news(self, descriptor: int, length: int) -> int:
+        """Raises nothing, since nobody would catch it."""
         text = os.read(descriptor, length).decode(sys.stdout.encoding, "backslashreplace")
         if not text.endswith("\n"):  # of a line that is very long, or never ended
             text += "\n"

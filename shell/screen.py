@@ -72,8 +72,19 @@ def width(text: str) -> int:
 
 
 def visible(text: str) -> str:
-    """Text with control characters, but for tabs and ends of lines, as ^A or \\U+0080."""
-    return "".join(
-        letter if letter in "\t\n" or unicodedata.category(letter) not in ("Cc", "Cf") else
-        "^" + chr(ord(letter) ^ 64) if letter < "\x80" else "\\U+%04X" % ord(letter)
-        for letter in text)
+    """Text that the shell did not write itself, fit for a terminal.
+
+    What no terminal shows as a character of its own, by its category in Unicode, is shown as
+    ^A or <U+202E>: controls but for tabs and ends of lines, formats such as those that turn
+    the direction of writing, what has no meaning (yet, or for all), ends of lines of other
+    kinds.
+    """
+    return "".join(map(_visible, text))
+
+
+def _visible(letter: str) -> str:
+    category = unicodedata.category(letter)
+    if letter in "\t\n" or category[0] != "C" and category not in ("Zl", "Zp"):
+        return letter
+    code = ord(letter)
+    return "^" + chr(code ^ 64) if code < 32 or code == 127 else "\\U+%04X" % code

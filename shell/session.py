@@ -88,8 +88,8 @@ class Session:
                 if not interactive:
                     sys.stdout.flush()
                     where = "line %d: " % count
-                    sys.stderr.write(
-                        where + line + "\n" + explain(where + line, len(where), error))
+                    sys.stderr.write(screen.visible(where + line) + "\n" +
+                                     explain(where + line, len(where), error))
                     return 1
                 print(self.explain(line, error), end="")
             sys.stdout.flush()

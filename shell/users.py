@@ -2,19 +2,23 @@
 
 The server makes a terminal for each user and hands the user's end of it to the companion
 program, which passes on keys, output and the size of the window between it and the terminal
-that the user sits at.
+that the user sits at.  Who may come is said by the rights of the socket: its owner alone,
+who is whoever serves, and root.  A shell for others would ask them who they are.
 """
 import fcntl
 import os
+import re
 import select
 import signal
 import socket
 import struct
 import sys
 import termios
+import time
+import traceback
 import tty
 from contextlib import contextmanager, suppress
-from typing import Callable, Dict, Iterator
+from typing import Callable, Dict, Iterator, Tuple
 
 import Keyline
 import screen
@@ -23,8 +27,12 @@ import screen
 def serve(path: str, session: Callable[[], int]) -> int:
     """Runs a session for each user who connects to the socket, until interrupted."""
     with socket.socket(socket.AF_UNIX) as listener:
-        with naming(path):
-            listener.bind(path)
+        mask = os.umask(0o177)  # from its first moment on
+        try:
+            with naming(path):
+                listener.bind(path)
+        finally:
+            os.umask(mask)
         listener.listen()
         # Keys and window of a terminal send signals to the processes that it belongs to: to
         # a process that leads a session of its own, and can take terminal after terminal.
@@ -50,26 +58,64 @@ def serve_users(listener: socket.socket, alive: int, session: Callable[[], int])
     """Serves one user after another, until the process at the other end of alive is gone."""
     os.setsid()
     signal.signal(signal.SIGHUP, signal.SIG_IGN)  # of a user who hangs up, or is done
+    signal.signal(signal.SIGQUIT, signal.SIG_IGN)  # and of one who types Ctrl-\\
     while alive not in select.select([listener, alive], [], [])[0]:
         link, _ = listener.accept()
-        with link, suppress(OSError, ValueError):  # a user who is gone already
-            rows, columns, os.environ["TERM"] = link.recv(256).decode().split()
-            size = int(rows), int(columns)
-            master, slave = os.openpty()
-            with open(slave) as sys.stdin, open(os.dup(slave), "w") as sys.stdout:
-                set_size(slave, *size)
-                fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
-                try:
-                    socket.send_fds(link, [b"."], [master])
-                finally:
-                    os.close(master)
-                try:
-                    session()
-                finally:
-                    # While the streams are still there: it gives up those that it finds.
-                    Keyline.resetInput()
-                    sys.stdout.flush()
-                    fcntl.ioctl(slave, termios.TIOCNOTTY)
+        with link:
+            try:
+                serve_user(link, session)
+            except (OSError, Stranger):  # a user who is gone already, or is none
+                pass
+            except Exception:  # is this user's alone
+                sys.stderr.write(screen.visible(traceback.format_exc()))
+
+
+def serve_user(link: socket.socket, session: Callable[[], int]) -> None:
+    rows, columns, os.environ["TERM"] = greeting(link)
+    master, slave = os.openpty()
+    with open(slave) as sys.stdin, open(os.dup(slave), "w") as sys.stdout:
+        set_size(slave, rows, columns)
+        fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
+        try:
+            socket.send_fds(link, [b"."], [master])
+        finally:
+            os.close(master)
+        try:
+            Keyline.keyBindingsEnabledIs(True)  # sets up what the reset gives up
+            try:
+                session()
+            finally:
+                # While the streams are still there: it gives up those that it finds.
+                Keyline.resetInput()
+                sys.stdout.flush()
+        finally:
+            fcntl.ioctl(slave, termios.TIOCNOTTY)
+
+
+class Stranger(Exception):
+    """Somebody who does not say what the companion program says, or not at once."""
+
+
+def greeting(link: socket.socket) -> Tuple[int, int, str]:
+    """The size and the type of the terminal that the user sits at.
+
+    Others wait meanwhile: it must be there within a second.
+    """
+    said, end = b"", time.monotonic() + 1
+    while not said.endswith(b"\n") and len(said) < 256:
+        link.settimeout(max(0.001, end - time.monotonic()))
+        piece = link.recv(256 - len(said))
+        if not piece or time.monotonic() > end:
+            break
+        said += piece
+    link.settimeout(None)
+    match = re.fullmatch(rb"([0-9]{1,4}) ([0-9]{1,4}) (\S*)\n", said)
+    if not match:
+        raise Stranger
+    rows, columns, kind = match.groups()
+    # The type is the name of a file for the terminal library, and may be shown.
+    known = re.fullmatch(rb"[A-Za-z0-9][A-Za-z0-9+._-]*", kind)
+    return int(rows), int(columns), kind.decode() if known else "dumb"
 
 
 def connect(path: str) -> int:
@@ -78,7 +124,7 @@ def connect(path: str) -> int:
         with naming(path):
             link.connect(path)
         size = os.get_terminal_size(0)
-        hello = "%d %d %s" % (size.lines, size.columns, os.environ.get("TERM", "dumb"))
+        hello = "%d %d %s\n" % (size.lines, size.columns, os.environ.get("TERM", "dumb"))
         link.sendall(hello.encode())
         if not select.select([link], [], [], 0.5)[0]:
             print("waiting for the user before you to leave", flush=True)

@@ -51,3 +51,14 @@ TEST(Base, LongReport)
     EXPECT_EXIT(keyline_check_failed(expression.c_str(), 1, "f"),
                 ::testing::KilledBySignal(SIGABRT), "Assertion `xxxxx+$");
 }
+
+TEST(Base, ADescriptorThatASetHasNoRoomFor)
+{
+    auto fail = [] {
+        mallocs_left = 0;
+        keyline_no_room(1024);
+    };
+    EXPECT_EXIT(fail(), ::testing::KilledBySignal(SIGABRT),
+                std::string("^given back, ") + program_invocation_short_name +
+                    ": Keyline cannot wait on descriptor 1024: only on 0 to 1023\n$");
+}

@@ -175,7 +175,8 @@ def pytest_collection_modifyitems(config, items):
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
-    for name, able in (("small_disk", mounts), ("first_process", worlds)):
+    for name, able in (("small_disk", mounts), ("first_process", worlds),
+                       ("others", lambda: os.getuid() == 0)):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
             left_out += needing

@@ -9,7 +9,6 @@
 #include <random>
 #include <signal.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 
 // Ends the child at once when it would go on with undefined behaviour, and shows uses of a
 // stack that is gone.
@@ -395,45 +394,6 @@ TEST(EditorMemory, ToTheZerothCharacter)
     EXPECT_EQ(line_of(command("bind ^G vi-to-next-char") + "a" + ctrl('A') + ESC "0" +
                       ctrl('G') + "b\n"),
               "ba");
-}
-
-// ---- an editor outside ----
-
-static char editor_path[] = "/tmp/editor.XXXXXX";
-
-// An external editor that leaves a text which is no UTF-8.
-static void
-set_editor()
-{
-    int fd = mkstemp(editor_path);
-    static const char script[] = "#!/bin/sh\nprintf 'a\\377b\\n' > \"$1\"\n";
-    if (fd < 0 || write(fd, script, sizeof script - 1) < 0 || fchmod(fd, 0700) != 0)
-        _exit(3);
-    close(fd);
-    setenv("EDITOR", editor_path, 1);
-}
-
-static void
-set_editor_without_children()
-{
-    setenv("EDITOR", "true", 1);
-    signal(SIGCHLD, SIG_IGN);
-}
-
-static std::string
-line_edited_outside(void (*before)())
-{
-    return line_after(before, vi("a" ESC "v"));
-}
-
-TEST(EditorMemory, TextFromOutsideThatIsNoText)
-{
-    EXPECT_EQ(line_edited_outside(set_editor), "");
-}
-
-TEST(EditorMemory, EditorWhoseEndIsNotTold)
-{
-    EXPECT_EQ(line_edited_outside(set_editor_without_children), "a");
 }
 
 // ---- prompts and completions ----

@@ -83,20 +83,22 @@ ioctl(int fd, unsigned long request, ...) noexcept
     return result;
 }
 
-// Used by the editor for its wait alone.
-long
-syscall(long number, ...) noexcept
+int
+tcsetattr(int fd, int action, const struct termios *wanted) noexcept
 {
-    static auto *call = real(&syscall, "syscall");
-    long values[6];
-    va_list arguments;
-    va_start(arguments, number);
-    for (long &value : values)
-        value = va_arg(arguments, long);
-    va_end(arguments);
+    static auto *call = real(&tcsetattr, "tcsetattr");
     step();
-    long result =
-        call(number, values[0], values[1], values[2], values[3], values[4], values[5]);
+    int result = call(fd, action, wanted);
+    step();
+    return result;
+}
+
+int
+select(int nfds, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
+{
+    static auto *call = real(&select, "select");
+    step();
+    int result = call(nfds, reads, writes, others, limit);
     step();
     return result;
 }

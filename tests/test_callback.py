@@ -340,25 +340,3 @@ simple_read()
     child.expect_prompt()
     child.send("cd<tab>")
     child.expect_abort("py_lhandler_ptype == NULL", 609, "complete_line")
-
-
-def test_reading_within_a_read(start):
-    """Two reads cannot share a terminal: the inner one ends at once, the outer goes on."""
-    child = start("""
-import Keyline
-def complete(key, line):
-    try:
-        Keyline.readline("inner> ")
-    except EOFError as error:
-        tell("inner", str(error))
-    return "-done"
-read(complete)
-read(complete)
-""")
-    for _ in range(2):
-        child.expect_prompt()
-        child.send("ab<tab>")
-        child.expect_fact("inner", "readline returned NULL")
-        child.send("c<enter>")
-        child.expect_line("ab-donec")
-    child.expect_end()

@@ -298,21 +298,6 @@ read()
 
 # The lock
 
-def test_second_reader_is_refused_by_the_check(start):
-    """Two threads reading at once is a shell's mistake; it ends the process."""
-    child = start("""
-import Keyline
-def second():
-    wait_for("second")
-    Keyline.readline("? ")
-beside(second)
-Keyline.readline(next_prompt())
-""")
-    child.expect_prompt()
-    child.go("second")
-    child.expect_abort("savedPyThreadState == NULL", 64, "releaseGil")
-
-
 def test_completion_outside_a_read_is_refused_by_the_check(start):
     """The exported command, called by a stranger, without the lock and without a read."""
     child = start("""

@@ -86,19 +86,10 @@ def test_standard_output_closed_between_reads(start, reader):
     expect_lines(child, "three")
 
 
-def caught(child):
-    """The signals for which the child has handlers, as a set of bits."""
-    with open("/proc/%d/status" % child.process.pid, encoding="utf-8") as file:
-        line, = [line for line in file if line.startswith("SigCgt:")]
-    return int(line.split()[1], 16)
-
-
 def test_closed_standard_input_before_the_first_read(start):
-    """The reader tries for ever to wait for it, by contract, and an interrupt ends that."""
+    """Which is the end of the input, until it is there again."""
     child = start("kept = os.dup(0)\nos.close(0)\nread()\nos.dup2(kept, 0)\nread()")
-    child.wait("the editor's handlers", lambda: caught(child) >> signal.SIGWINCH - 1 & 1)
-    child.signal(signal.SIGINT)
-    child.expect_raised(*C_PRESSED)
+    child.expect_raised(*EOF)
     child.send("one<enter>")
     child.expect_line("one")
     child.expect_end()
@@ -113,6 +104,43 @@ def test_standard_input_closed_between_reads(start, reader):
     child.send("one<enter>")
     child.expect_line("one")
     child.expect_raised(*eof(reader))
+    expect_lines(child, "two")
+
+
+@pytest.mark.parametrize("reader", READERS)
+def test_standard_input_that_is_no_terminal_closed_between_reads(run, reader):
+    found = run(reader + "\nos.close(0)\n" + reader, stdin=b"one\ntwo\n")
+    assert found.facts == [("line", "one"), ("raised", eof(reader))]
+
+
+def processor_time(child):
+    with open("/proc/%d/stat" % child.process.pid, encoding="utf-8") as file:
+        return sum(map(int, file.read().rpartition(")")[2].split()[11:13]))
+
+
+def test_standard_input_closed_in_a_read(start):
+    """The reader tries for ever to wait for it, by contract, and an interrupt ends that."""
+    child = start("""
+import Keyline
+def close(descriptor, length):
+    os.close(0)
+    tell("closed")
+kept, found = os.dup(0), settings()
+open("log", "w").close()
+Keyline.loggingSyncEnabledIs("log", close)
+read()
+Keyline.loggingSyncEnabledIs("log")
+os.dup2(kept, 0)
+termios.tcsetattr(0, termios.TCSANOW, found)  # which nobody could do before
+read()
+""")
+    child.expect_prompt()
+    append(child, "news\n")
+    child.expect_fact("closed")
+    before = processor_time(child)
+    child.wait("the reader to spin", lambda: processor_time(child) > before + 5)
+    child.signal(signal.SIGINT)
+    child.expect_raised(*C_PRESSED)
     expect_lines(child, "two")
 
 

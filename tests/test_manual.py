@@ -69,8 +69,8 @@ def test_shell(start, text):
     expect_rows(child, "config> end", "exec>")
     child.send("<up>")  # not from the mode below
     expect_rows(child, "config> end", "exec> configure")
-    append(child, "news\n")
-    expect_rows(child, "config> end", "news", "exec> configure")
+    append(child, "ne\x1b[2Jws \u202e\n")
+    expect_rows(child, "config> end", "ne\\x1b[2Jws \\u202e", "exec> configure")
     child.send("<c-c>")
     expect_rows(child, "exec> configure", "exec>")
     child.send("exit<enter>")

@@ -143,7 +143,6 @@ ROWS = {
     "a log callable that cannot be called": [
         ("open('log', 'w').close()\nKeyline.loggingSyncEnabledIs('log', 5)\n" + READ, news,
          "SIGABRT")],
-    "a second reader": [(THREAD % "Keyline.readline('second> ')", go, "SIGABRT")],
     "an exception over one that waits": [(SLOT, slot, "SIGABRT")],
     "SIGKILL": signals(["SIGKILL"]),
     ", ".join(FAULTS): signals(FAULTS),

@@ -90,7 +90,7 @@ def test_every_exception_of_the_module_is_told():
     code = read_sources("Cli/*.cpp")
     found = re.findall(r'(?:PyErr_SetString\(\s*\w+,|interrupt_raise\()\s*"([^"]*)"', code)
     others = re.findall(r"PyErr_SetString\(\s*\w+,\s*([^\"\s].*?)\)", code)
-    assert len(found) == 6 and sorted(others) == ["message", "parent_key"]
+    assert len(found) == 7 and sorted(others) == ["message", "parent_key"]
     shown = shown_text("Keyline.3")
     assert [text for text in found if text not in shown] == []
 
@@ -113,6 +113,9 @@ def test_every_other_message_is_told():
     calls = re.findall(r"\b(?:\w*printf|perror|f?puts|fwrite|write|PySys_Write\w+)\(", code)
     for call in ("snprintf(", "write("):  # the report of a check, told above
         calls.remove(call)
+    calls.remove("snprintf(")  # and of a descriptor
+    said, = re.findall(r'"%s: (Keyline cannot .*)\\n"', code)
+    assert said.replace("%d", "N") in shown_text("keyline.7")
     assert len(printed) == len(calls) == 3
     patched = re.findall(r'(?m)^\+.*el_errfile, *"([^"]*)"',
                          read_sources("lineedit/patches/*"))

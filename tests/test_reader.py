@@ -277,7 +277,10 @@ read()
 @pytest.mark.parametrize("number, end", [(0, "clean"), (1023, "clean"), (1024, "SIGABRT"),
                                          (5000, "SIGABRT")])
 def test_descriptors_that_a_set_has_room_for(start, stand_in, which, number, end):
-    """Others cannot be waited on: the process stops, and writes behind no set."""
+    """Others cannot be waited on: the process stops, and writes behind no set.
+
+    It says why, and the terminal is as it was, whichever of the two it is.
+    """
     child = start(SCRIPT + """
 limit = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
 resource.setrlimit(resource.RLIMIT_NOFILE, (6000, limit))
@@ -298,6 +301,10 @@ read()
         child.send("ab<enter>")
         child.expect_line("ab")
     child.expect_end(end)
+    if end != "clean":
+        said = b"Keyline cannot wait on descriptor %d: only on 0 to 1023" % number
+        assert said in child.display.raw
+        child.assert_settings_as_found()
 
 
 def test_failing_read_is_the_end_of_input(run, stand_in):

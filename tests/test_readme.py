@@ -56,7 +56,7 @@ def test_the_program(user):
     user.send("x<tab>")
     expect(user, *rows, "switch> showx")
     user.send("<bs><enter>")
-    rows += ["switch> show", "you typed show"]
+    rows += ["switch> show", "you typed 'show'"]
     expect(user, *rows, "switch> ")
     user.send("<up>")
     expect(user, *rows, "switch> show")
@@ -112,9 +112,28 @@ def test_what_the_readme_names_is_there():
     assert [name for name in named if not os.path.exists(os.path.join(ROOT, name))] == []
 
 
+def test_what_holds_the_security_is_there():
+    """Each sentence of the page names what holds it, and that is there."""
+    rows = re.findall(r"^\| ([A-Z].*) \| ([^|]+) \|$", read("docs/security.md"), re.M)
+    assert len(rows) > 25
+    tests = os.path.join(ROOT, "tests")
+    text = "\n".join(read(os.path.join(tests, name)) for name in os.listdir(tests)
+                     if name.endswith((".cpp", ".py")))
+    for sentence, held_by in rows:
+        names = re.findall("`([^`]+)`", held_by)
+        assert names or held_by == "by design", sentence
+        for name in names:
+            if name.startswith(("tests/", "./")):
+                assert os.path.exists(os.path.join(ROOT, name)), name
+            elif "(3)" in name:
+                assert os.path.exists(os.path.join(ROOT, "docs/manual", name.replace("(", ".")[:-1]))
+            else:
+                assert re.search(r"\b%s\b" % name, text), name
+
+
 def test_what_holds_the_patches_is_there():
     """Each patch has its row, in which tests are named, also by how their names begin."""
-    rows = re.findall(r"^\| `(\d+-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
+    rows = re.findall(r"^\| `(\d\d+-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
     patches = {name[:-len(".patch")] for name in os.listdir(os.path.join(ROOT, "lineedit/patches"))}
     assert {patch for patch, _ in rows} == patches
     tests = os.path.join(ROOT, "tests")

@@ -1,10 +1,13 @@
 """The example shell as its user sees it: help, completion, mistakes, history, keys."""
+import importlib.util
 import os
 import signal
+import sys
+import unicodedata
 
 import pytest
 
-from at_shell import WELCOME, ShellUser, changed_shell, shell
+from at_shell import SHELL, WELCOME, ShellUser, changed_shell, shell
 
 EXEC = "configure, exit, logging, no, show, terminal"
 SHOW = [
@@ -552,3 +555,63 @@ def test_a_plain_terminal_is_asked_for_nothing(start):
     user = ShellUser(start(shell(), env={"TERM": "dumb"}))
     user.leave()
     assert b"\x1b" not in user.terminal.display.raw
+
+
+# What others wrote
+
+HIDDEN = "\x1b[2J\x07\x9b\u202e\u200b\u2028\ue000"
+SHOWN = "^[[2J^G\\U+009B\\U+202E\\U+200B\\U+2028\\U+E000"
+
+
+def test_what_is_visible():
+    """Of every character there is: none that a terminal acts on, or shows as none, is left."""
+    spec = importlib.util.spec_from_file_location("screen", SHELL + "/screen.py")
+    screen = importlib.util.module_from_spec(spec)
+    spec.loader.exec_module(screen)
+    for letter in map(chr, range(sys.maxunicode + 1)):
+        shown = screen.visible(letter)
+        bad = unicodedata.category(letter) in ("Cc", "Cf", "Cs", "Co", "Cn", "Zl", "Zp")
+        assert (shown != letter) == (bad and letter not in "\t\n"), ascii(letter)
+        assert shown == letter or shown.isascii() and shown.isprintable()
+    assert screen.visible("a\tb é ä\u0308 漢 \U0001f642\n") == "a\tb é ä\u0308 漢 \U0001f642\n"
+    assert screen.visible(HIDDEN) == SHOWN
+
+
+FILLED = """
+import session
+def filled(self):
+    self.hostname = "demo"
+    self.interfaces = {"ethernet 1": {"description": %r}}
+session.Device.__init__ = filled
+""" % ("a" + HIDDEN + "z")
+
+
+def test_what_users_wrote_is_shown_made_visible(run, tmp_path):
+    """The configuration and mistakes; also what the name of a file brings."""
+    result = run(changed_shell(FILLED), stdin=b"sh run\nconf x\x1b[2J\x07z", end="exception")
+    shown, said = result.stdout.decode(), result.stderr.decode()
+    assert shown.split("\n")[:4] == [
+        "hostname demo", "interface ethernet 1", "  description a" + SHOWN + "z", "  exit"]
+    assert said.split("\n")[0] == "line 2: conf x^[[2J^Gz"
+    result = run(shell(str(tmp_path / ("no" + HIDDEN))), end="exception")
+    for output in shown, said, result.stderr.decode():
+        assert all(letter == "\n" or letter.isprintable() for letter in output)
+
+
+def test_what_is_recalled_is_shown_made_visible(start, tmp_path):
+    """At a terminal, where lines can come from a file, not from keys."""
+    child = start(changed_shell("""
+import Keyline
+Keyline.keyBindingsEnabledIs(True)
+Keyline.addHistory(%r, "exec", "")
+""" % ("zz" + HIDDEN)))
+    user = ShellUser(child)
+    before = len(child.display.raw)
+    child.send("sh hist<enter>")
+    child.wait("the history", lambda: child.display.raw[before:].count(b"demo> ") == 1)
+    shown = bytes(child.display.raw[before:]).decode()
+    assert "    1  zz" + SHOWN + "\r\n" in shown
+    assert not any(letter in shown for letter in "\x9b\u202e\u200b\u2028\ue000")
+    user.above = []
+    child.send("exit<enter>")
+    child.expect_end()

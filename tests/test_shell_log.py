@@ -1,10 +1,12 @@
 """Log lines at the example shell's prompt: above the line being typed, which stays whole."""
 import os
 import re
+import signal
+import socket
 
 import pytest
 
-from at_shell import ShellUser, shell
+from at_shell import ShellUser, changed_shell, shell
 
 LINE = "demo> ! one two three four five six seven eight nine ten eleven twelve thirteen"
 ROWS = [LINE[:40], LINE[40:]]
@@ -122,8 +124,8 @@ def test_control_characters_and_other_text_in_the_log(start, log):
     user = ShellUser(start(shell("--watch", str(log))))
     append(log, ["a\x1b[2Jb\x07\tc é"])
     with open(log, "ab") as file:
-        file.write(b"\xff!\n")
-    user.expect("a^[[2Jb^G       c é", "\\xff!", "demo> ")
+        file.write(b"\xff!\n" + "\x9b2J\u202e\u2028\n".encode())
+    user.expect("a^[[2Jb^G       c é", "\\xff!", "<U+009B>2J<U+202E><U+2028>", "demo> ")
     user.leave()
 
 
@@ -142,3 +144,43 @@ def test_news_while_commands_come_from_a_pipe(run, log):
     assert [row.split("TEST-6: ")[-1] for row in told] == [
         "line %d of 5" % number for number in range(1, 6)] + [
         "    1  logging test 5", "    2  show history"]
+
+
+@pytest.mark.parametrize("number, mark", [(signal.SIGINT, "^C"), (signal.SIGTSTP, "^Z")])
+def test_interrupts_wait_for_the_callable(start, log, tmp_path, number, mark):
+    """One that comes while news are shown ends the line, not the process, when they are."""
+    place = str(tmp_path / "work")
+    with socket.socket(socket.AF_UNIX) as listener:
+        listener.bind(place)
+        listener.listen()
+        child = start(changed_shell("""
+import screen, socket
+at_work, replace = socket.socket(socket.AF_UNIX), screen.replace
+at_work.connect(%r)
+def slowly(text):
+    at_work.send(b"!")
+    at_work.recv(1)
+    return replace(text)
+screen.replace = slowly
+""" % place).replace("sys.argv[1:] = []", "sys.argv[1:] = ['--watch', %r]" % str(log)))
+        work, _ = listener.accept()
+    work.settimeout(30)
+    user = ShellUser(child)
+    user.type("half a line", "demo> half a line")
+    for again in range(2):
+        append(log, ["news"])
+        assert work.recv(1) == b"!"
+        child.signal(number)
+        child.wait("the signal to wait", lambda: waits(child, number))
+        work.send(b".")
+        user.expect("news", "demo> " + ("" if again else "half a line") + mark, "demo> ")
+    user.leave()
+    work.close()
+
+
+def waits(child, number):
+    """Whether the signal is pending, for the process or for its first thread."""
+    with open("/proc/%d/status" % child.process.pid, encoding="utf-8") as file:
+        fields = dict(line.split(":", 1) for line in file)
+    pending = int(fields["SigPnd"], 16) | int(fields["ShdPnd"], 16)
+    return pending >> number - 1 & 1

@@ -1,10 +1,18 @@
 """Users who come to a serving example shell, one after another."""
 import os
 import signal
+import socket
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+from contextlib import suppress
 
 import pytest
 
-from at_shell import WELCOME, ShellUser, shell
+from at_shell import WELCOME, ShellUser, changed_shell, shell
+from script import DEADLINE
 
 
 WAITING = "waiting for the user before you to leave"
@@ -21,10 +29,27 @@ def serving(start, tmp_path):
     def come(**options):
         return start(shell("--connect", path), **options)
 
+    come.path, come.server = path, server
     yield come
     server.signal(signal.SIGTERM)
     server.expect_end("clean")
     assert not os.path.exists(path)
+
+
+@pytest.fixture
+def others():
+    """Runs a statement as another user, and answers what it raises."""
+    def run(statement):
+        return subprocess.run(
+            [sys.executable, "-I", "-c", """
+import os
+os.setgroups([]); os.setgid(65534); os.setuid(65534)
+try:
+    %s
+except Exception as error:
+    print(type(error).__name__)
+""" % statement], check=True, capture_output=True, text=True).stdout.strip()
+    return run
 
 
 @pytest.mark.smoke
@@ -138,3 +163,164 @@ def test_a_socket_that_is_taken(run, tmp_path):
     assert result.stderr == (
         b"demo: [Errno 98] Address already in use: '%s/taken'\n" % bytes(tmp_path))
     assert (tmp_path / "taken").exists()
+
+
+# Who is no user, or a bad one
+
+def talk(path, said, hold=False):
+    """A stranger who says this to the server; answers what is heard until it closes."""
+    with socket.socket(socket.AF_UNIX) as link:
+        link.settimeout(DEADLINE)
+        link.connect(path)
+        with suppress(BrokenPipeError, ConnectionResetError):
+            link.sendall(said)
+            if hold:
+                return link.detach()
+            link.shutdown(socket.SHUT_WR)
+            heard = link.recv(100)
+            while link.recv(100):
+                pass
+            return heard
+        return b""
+
+
+STRANGERS = [
+    b"", b"\n", b"hello", b"24 80 xterm", b"99999 80 xterm\n", b"24 99999 xterm\n",
+    b"-1 80 xterm\n", b"24 -80 xterm\n", b"24 80\n", b"24 80 xterm more\n", b"\xff\xfe\n",
+    "٢ ٢ xterm\n".encode(), b"1e3 80 xterm\n", b"24 80 " + b"x" * 1000 + b"\n",
+    b"rubbish\0" * 131072, b"24 80 xterm\n" * 100000,
+]
+
+
+@pytest.mark.parametrize("said", STRANGERS, ids=lambda said: repr(said[:16]))
+def test_a_stranger_is_sent_away(serving, said):
+    assert talk(serving.path, said) == b""
+    ShellUser(serving()).leave()
+
+
+@pytest.mark.parametrize("said", [b"", b"24 80 xte", b"24"])
+def test_a_silent_peer_is_waited_for_a_second(serving, said):
+    links = [talk(serving.path, said, hold=True) for number in range(2)]
+    begun = time.monotonic()
+    ShellUser(serving(), WAITING, WELCOME, "demo> ").leave()
+    assert 1 < time.monotonic() - begun < 2 * len(links) + 1
+    for link in links:
+        os.close(link)
+
+
+def test_a_peer_who_talks_slowly(serving):
+    """Byte by byte, without an end: the second is for all of it."""
+    with socket.socket(socket.AF_UNIX) as link:
+        link.connect(serving.path)
+        begun = time.monotonic()
+        link.settimeout(0.05)
+        with suppress(BrokenPipeError, ConnectionResetError):
+            while time.monotonic() < begun + DEADLINE:
+                link.send(b"2")
+                with suppress(socket.timeout):
+                    if not link.recv(1):
+                        break
+        assert time.monotonic() < begun + 3
+    ShellUser(serving()).leave()
+
+
+@pytest.mark.parametrize("kind", ["\x1b]0;x\x07", "../../../tmp/x", "/tmp/x", "a\u202eb", "-x",
+                                  "%s%n", ""])
+def test_a_terminal_type_that_is_none(serving, kind):
+    """Counts as dumb, and is shown nowhere."""
+    with socket.socket(socket.AF_UNIX) as link:
+        link.connect(serving.path)
+        link.sendall(b"24 80 %s\n" % kind.encode())
+        _, (master,), _, _ = socket.recv_fds(link, 1, 1)
+        shown = b""
+        while b"demo> " not in shown:
+            shown += os.read(master, 1000)
+        assert b"\x1b" not in shown
+        os.write(master, b"exit\r")
+        with suppress(OSError):  # how the terminal ends
+            while os.read(master, 1000):
+                pass
+        os.close(master)
+    assert [row for row in serving.server.display.rows() if row][1:] == []
+    ShellUser(serving()).leave()
+
+
+def test_a_peer_who_is_gone_after_the_greeting(serving):
+    for number in range(5):
+        os.close(talk(serving.path, b"24 80 xterm\n", hold=True))
+    ShellUser(serving()).leave()
+
+
+@pytest.mark.parametrize("keys", ["<c-\\>", "ab<c-\\>"])
+def test_quit_is_a_key_of_the_user(serving, keys):
+    """The server is there for the next one, and for this one too."""
+    user = ShellUser(serving())
+    user.terminal.send(keys)
+    user.terminal.send("<c-u>sh v<enter>")
+    user.terminal.wait("the answer", lambda: b"Example shell" in user.terminal.display.raw)
+    user.terminal.send("exit<enter>")
+    user.terminal.expect_end()
+    ShellUser(serving()).leave()
+
+
+def test_an_error_of_a_session_is_its_users_alone(start, tmp_path):
+    path = str(tmp_path / "shell")
+    server = start(changed_shell("""
+import commands, sys
+def fails(session, words): raise RuntimeError("on purpose\\x1b[2J")
+commands.EXEC["fail"] = commands.Word("Fail", fails)
+""").replace("sys.argv[1:] = []", "sys.argv[1:] = ['--serve', %r]" % path), columns=200)
+    server.wait_screen("the server", lambda rows: rows[0].startswith("waiting for users"))
+    user = ShellUser(start(shell("--connect", path)))
+    user.terminal.send("fail<enter>")
+    user.terminal.expect_end()
+    server.wait_screen("the error", lambda rows: "RuntimeError: on purpose^[[2J" in rows)
+    ShellUser(start(shell("--connect", path))).leave()
+    server.signal(signal.SIGTERM)
+    server.expect_end("clean")
+
+
+def test_a_watched_log_that_is_gone(start, tmp_path):
+    """Each user is told, and the shell is there for the next one."""
+    path, log = str(tmp_path / "shell"), tmp_path / "log"
+    log.write_text("")
+    server = start(shell("--serve", path, "--watch", str(log)), columns=200)
+    server.wait_screen("the server", lambda rows: rows[0].startswith("waiting for users"))
+    ShellUser(start(shell("--connect", path), columns=200)).leave()
+    log.unlink()
+    for number in range(3):
+        user = ShellUser(start(shell("--connect", path), columns=200),
+                         "%% [Errno 2] No such file or directory: '%s'" % log, WELCOME, "demo> ")
+        user.leave()
+    log.write_text("")
+    user = ShellUser(start(shell("--connect", path), columns=200))
+    with open(log, "a", encoding="utf-8") as file:
+        file.write("news\n")
+    user.expect("news", "demo> ")
+    user.leave()
+    server.signal(signal.SIGTERM)
+    server.expect_end("clean")
+
+
+# Who may come
+
+def test_the_socket_is_its_owners_alone(serving):
+    status = os.stat(serving.path)
+    assert stat.S_IMODE(status.st_mode) == 0o600 and status.st_uid == os.getuid()
+
+
+def test_nobody_else_gets_in(start, others):
+    """Another user of the machine, who can reach the place where the socket is."""
+    folder = tempfile.mkdtemp(prefix="shell-")
+    os.chmod(folder, 0o755)
+    path = folder + "/shell"
+    server = start(shell("--serve", path), columns=200)
+    server.wait_screen("the server", lambda rows: rows[0].startswith("waiting for users"))
+    connect = "import socket; socket.socket(socket.AF_UNIX).connect(%r)" % path
+    assert others(connect) == "PermissionError"
+    os.chmod(path, 0o666)  # it is the socket's rights that kept them away
+    assert others(connect) == ""
+    ShellUser(start(shell("--connect", path))).leave()
+    server.signal(signal.SIGTERM)
+    server.expect_end("clean")
+    os.rmdir(folder)

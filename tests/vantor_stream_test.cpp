@@ -85,6 +85,148 @@ TEST_F(Watch, OverflowThenDirectoryRenamed)
     EXPECT_EQ(news(), "new\n");
 }
 
+// A rotation as it is mostly done: each older file gets the next name.
+static void
+rotate(const std::string &path, int older)
+{
+    for (int i = older; i > 0; --i)
+        move(path + "." + std::to_string(i), path + "." + std::to_string(i + 1));
+    move(path, path + ".1");
+}
+
+// Files made in one tick of the clock that stamps them are born at the same time.
+static void
+await_tick()
+{
+    struct timespec begun;
+    struct timespec now;
+    clock_gettime(CLOCK_REALTIME, &begun);
+    do
+        clock_gettime(CLOCK_REALTIME_COARSE, &now);
+    while (now.tv_sec < begun.tv_sec ||
+           (now.tv_sec == begun.tv_sec && now.tv_nsec <= begun.tv_nsec));
+}
+
+TEST_F(Watch, OverflowThenThreeRotations)
+{
+    start(path);
+    overflow(dir);
+    for (int i = 0; i < 3; ++i) {
+        put(path, "end of " + std::to_string(i) + "\n");
+        rotate(path, i);
+        put(path, "start of " + std::to_string(i + 1) + "\n");
+    }
+    EXPECT_EQ(news(), "end of 0\nstart of 1\nend of 1\nstart of 2\nend of 2\nstart of 3\n");
+    put(path, "later\n");
+    EXPECT_EQ(news(), "later\n");
+}
+
+// More than can be open at a time.
+TEST_F(Watch, OverflowThenThirtyRotations)
+{
+    start(path);
+    overflow(dir);
+    std::string expected;
+    for (int i = 0; i < 30; ++i) {
+        rotate(path, i);
+        put(path, std::to_string(i) + "\n");
+        expected += std::to_string(i) + "\n";
+    }
+    EXPECT_EQ(news(), expected);
+}
+
+TEST_F(Watch, OverflowBetweenRotations)
+{
+    start(path);
+    await_tick();
+    rotate(path, 0);
+    put(path, "one\n");
+    overflow(dir);
+    rotate(path, 1);
+    put(path, "two\n");
+    EXPECT_EQ(news(), "one\ntwo\n");
+}
+
+TEST_F(Watch, OverflowThenRotationsUnderOtherNames)
+{
+    std::string named = dir + "/some.log";
+    put(named, "");
+    start(named);
+    overflow(dir);
+    const char *const names[] = {"some-20260101.log", "some.log-20260102", "some.log.old",
+                                 "some.3.log"};
+    std::string expected;
+    for (const char *name : names) {
+        put(named, std::string(name) + "\n");
+        expected += std::string(name) + "\n";
+        move(named, dir + "/" + name);
+        put(named, "");
+    }
+    EXPECT_EQ(news(), expected);
+}
+
+// What was there before is not new, nor is what is no file of the log.
+TEST_F(Watch, OverflowAmongOtherFiles)
+{
+    put(path + ".1", "from long ago\n");
+    put(dir + "/logs", "");
+    start(path);
+    overflow(dir);
+    put(path + ".1", "late\n");
+    put(dir + "/other", "other\n");
+    put(dir + "/logs", "other\n");
+    put(dir + "/logbook.1", "other\n");
+    put(path + ".1.gz", "packed\n");
+    make_directory(path + ".d");
+    make_link("log.1", path + ".link");
+    ASSERT_EQ(mkfifo((path + ".pipe").c_str(), 0600), 0);
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+// Copied away and cut, as some rotate: the copy is not told once more.
+TEST_F(Watch, OverflowThenACopyAndACut)
+{
+    start(path);
+    put(path, "one\n");
+    EXPECT_EQ(news(), "one\n");
+    overflow(dir);
+    put(path + ".1", "old\none\n");
+    cut(path, 0);
+    put(path, "two\n");
+    EXPECT_EQ(news(), "two\n");
+}
+
+// Files that were told and let go are not told again by a later overflow.
+TEST_F(Watch, OverflowLongAfterRotations)
+{
+    start(path);
+    for (int i = 0; i < 4; ++i) {
+        rotate(path, i);
+        put(path, std::to_string(i) + "\n");
+        EXPECT_EQ(news(), std::to_string(i) + "\n");
+    }
+    overflow(dir);
+    rotate(path, 4);
+    put(path, "new\n");
+    EXPECT_EQ(news(), "new\n");
+}
+
+// ---- offsets that need more than 32 bits ----
+
+TEST_F(Watch, LargeFile)
+{
+    const off_t size = (off_t{5} << 30) + 1;
+    cut(path, size);
+    start(path);
+    put(path, "behind 5 GiB\n");
+    EXPECT_EQ(news(), "behind 5 GiB\n");
+    cut(path, size);
+    EXPECT_EQ(news(), "");
+    put(path, "again\n");
+    EXPECT_EQ(news(), "again\n");
+}
+
 // ---- each line once ----
 
 class Stream : public Watch

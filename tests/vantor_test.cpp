@@ -433,3 +433,128 @@ TEST_F(Watch, JumpsAtAnyMomentLoseAndRepeatNothing)
     EXPECT_GT(jumps, 0);
     delete expected;
 }
+
+// ---- two handles ----
+
+class Two : public Watch
+{
+  protected:
+    std::string other_path;
+    vantor_handle *other = nullptr;
+    std::string other_text;
+
+    void SetUp() override
+    {
+        Watch::SetUp();
+        other_path = dir + "/other";
+        put(other_path, "");
+        start(path);
+        other = vantor_open(other_path.c_str(), take_other, this);
+        ASSERT_NE(other, nullptr);
+        put(path, "one\n");
+        put(other_path, "two\n");
+    }
+
+    void TearDown() override
+    {
+        vantor_close(other);
+        Watch::TearDown();
+    }
+
+    static void take_other(int first, void *context, int second)
+    {
+        Two *two = static_cast<Two *>(context);
+        char piece[VANTOR_TEXT_MAX];
+        ASSERT_EQ(read(first, piece, sizeof piece), second);
+        two->other_text.append(piece, static_cast<size_t>(second));
+        if (two->in_other)
+            two->in_other();
+    }
+
+    std::function<void()> in_other;
+};
+
+TEST_F(Two, OneProcessedInTheCallbackOfTheOther)
+{
+    in_callback = [this] { EXPECT_EQ(vantor_process_event(other), 0); };
+    EXPECT_EQ(news(), "one\n");
+    EXPECT_EQ(other_text, "two\n");
+    put(path, "three\n");
+    put(other_path, "four\n");
+    EXPECT_EQ(news(), "three\n");
+    EXPECT_EQ(other_text, "two\nfour\n");
+    EXPECT_EQ(news(), "");
+}
+
+TEST_F(Two, OneClosedInTheCallbackOfTheOther)
+{
+    in_callback = [this] {
+        vantor_close(other);
+        other = nullptr;
+    };
+    EXPECT_EQ(news(), "one\n");
+    EXPECT_EQ(other_text, "");
+}
+
+TEST_F(Two, TheOuterOneClosedInTheInnerCallback)
+{
+    in_callback = [this] { EXPECT_EQ(vantor_process_event(other), 0); };
+    in_other = [this] {
+        vantor_close(handle);
+        handle = nullptr;
+    };
+    processing = true;
+    EXPECT_EQ(vantor_process_event(handle), 0);
+    EXPECT_EQ(text, "one\n");
+    EXPECT_EQ(other_text, "two\n");
+    in_other = nullptr;
+    put(other_path, "three\n");
+    EXPECT_EQ(vantor_process_event(other), 0);
+    EXPECT_EQ(other_text, "two\nthree\n");
+}
+
+TEST_F(Two, BothClosedInTheInnerCallback)
+{
+    in_callback = [this] { EXPECT_EQ(vantor_process_event(other), 0); };
+    in_other = [this] {
+        vantor_close(handle);
+        vantor_close(other);
+        handle = other = nullptr;
+    };
+    processing = true;
+    EXPECT_EQ(vantor_process_event(handle), 0);
+    EXPECT_EQ(text + other_text, "one\ntwo\n");
+}
+
+static jmp_buf back_here;
+
+static void
+leave(int, void *, int)
+{
+    longjmp(back_here, 1);
+}
+
+static void
+process_and_leave(vantor_handle *handle)
+{
+    if (setjmp(back_here) == 0)
+        vantor_process_event(handle);
+}
+
+// Callbacks that were left by a jump, of more handles than there are places for.
+TEST_F(Two, ManyLeftByAJump)
+{
+    std::vector<vantor_handle *> handles;
+    for (int i = 0; i < 40; ++i) {
+        handles.push_back(vantor_open(path.c_str(), leave, nullptr));
+        ASSERT_NE(handles.back(), nullptr);
+        put(path, "left\n");
+        process_and_leave(handles.back());
+    }
+    for (vantor_handle *left : handles)
+        vantor_close(left);
+    in_callback = [this] { EXPECT_EQ(vantor_process_event(other), 0); };
+    EXPECT_EQ(news().substr(0, 9), "one\nleft\n");
+    EXPECT_EQ(other_text, "two\n");
+    EXPECT_EQ(news(), "");
+}

@@ -37,8 +37,8 @@ find_cookie(Arrivals *arrivals, uint32_t cookie)
     return nullptr;
 }
 
-static void
-add(Arrivals *arrivals, const char *name)
+void
+arrivals_add(Arrivals *arrivals, const char *name)
 {
     if (arrivals->count == arrivals->room) {
         size_t room = arrivals->room ? 2 * arrivals->room : 4;
@@ -88,7 +88,7 @@ name_given(Arrivals *arrivals, bool at_path, const inotify_event *event)
         return true;
     }
     if (at_path)
-        add(arrivals, event->name);
+        arrivals_add(arrivals, event->name);
     return known;
 }
 

@@ -20,6 +20,9 @@ struct Arrivals {
     size_t room;
 };
 
+// Adds a file as the newest, under its name of now.
+void arrivals_add(Arrivals *arrivals, const char *name);
+
 // Takes in one event of an entry of the directory, which is that of the path or another.
 // True when it concerns one of the files kept here.
 bool arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event);

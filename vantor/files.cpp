@@ -2,6 +2,7 @@
 // moved during the look. Signals are blocked by the caller.
 
 #include "files.h"
+#include "search.h"
 
 #include <dirent.h>
 #include <errno.h>
@@ -103,6 +104,9 @@ find_files(vantor_handle *handle)
         return may_pass(errno) || has_changed(errno) ? -1 : 0;
     if (!handle->route.whole)
         return 0;
+    if (handle->overflown && search_arrivals(handle) == -1)
+        return may_pass(errno) ? -1 : 0;
+    handle->overflown = false;
     for (size_t i = 0; i < handle->arrivals.count; ++i) {
         Arrival *arrival = handle->arrivals.list + i;
         if (arrival->opened || !arrival->name)
@@ -156,7 +160,7 @@ take_event(vantor_handle *handle, const inotify_event *event)
     if (event->mask & IN_Q_OVERFLOW) {
         unwatch(handle, -1);
         arrivals_clear(&handle->arrivals);
-        handle->moved = true;
+        handle->overflown = handle->moved = true;
     } else if (event->mask & IN_IGNORED) {
         unwatch(handle, event->wd);
     } else if (event->len == 0) {
@@ -196,7 +200,11 @@ take_events(vantor_handle *handle)
 int
 files_take_events(vantor_handle *handle)
 {
+    struct timespec now; // by the clock that files are stamped with
+    clock_gettime(CLOCK_REALTIME_COARSE, &now);
     int result = take_events(handle);
+    if (result == 0 && !handle->overflown)
+        handle->known = now;
     for (int i = 0; i < handle->count; ++i) {
         if (handle->files[i].watch == -1)
             follow_watch_again(handle->files + i, handle->inotify);
@@ -246,6 +254,7 @@ files_settle(vantor_handle *handle)
 int
 files_start(vantor_handle *handle)
 {
+    clock_gettime(CLOCK_REALTIME, &handle->known); // not behind any stamp
     for (int looks = 0; looks < settle_max; ++looks) {
         struct stat status;
         if (stat(handle->path, &status) == -1)

@@ -8,6 +8,8 @@
 // How much of a file's start is remembered to notice that it was written anew.
 constexpr size_t follow_head_max = 1024;
 
+static_assert(sizeof(off_t) == 8 && sizeof(ino_t) == 8, "build with _FILE_OFFSET_BITS=64");
+
 struct Follow {
     int file;                   // owned descriptor
     int watch;                  // inotify watch on the file; -1 once the kernel took it off

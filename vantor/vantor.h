@@ -11,6 +11,13 @@
 //   between; what was deleted before it was seen is lost. The last file that was replaced
 //   stays followed, for writers that are slow to change over, until it is deleted or the
 //   next replacement.
+// - Events that the kernel dropped, since so many came before anybody processed them: the
+//   files that came and went meanwhile are looked for in the directory. They are found when
+//   they were made since the last look, in one more tick of the clock than it, and are
+//   called as rotation calls them: the name of the log with ".", "-", "_" or "~" and more
+//   behind it and not packed, or more before its ending (log-1.txt). Copies of what was
+//   told are left out. What was deleted, packed, renamed to another name or out of the
+//   directory is lost.
 // - Nothing at the path (the file, or a directory on the way, is renamed away or deleted):
 //   the old file stays followed until the path leads to another file. A deleted file keeps
 //   its room on the disk until then.
@@ -43,7 +50,8 @@ typedef struct vantor_handle vantor_handle;
 // announced. The descriptor is the library's, the same in every call, and not to be closed;
 // the text stays until the next vantor_process_event. Text left unread is not told again.
 //
-// The callback may close its own handle; apart from that it calls no operation on it. It
+// The callback may close its own handle; apart from that it calls no operation on it. Other
+// handles it may process and close, which neither tells nor loses anything of this one. It
 // may be left by a jump: the text is then told again, unless some of it was read.
 typedef void (*vantor_callback)(int first, void *context, int second);
 

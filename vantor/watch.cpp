@@ -8,6 +8,7 @@
 #pragma GCC visibility pop
 
 #include "files.h"
+#include "search.h"
 
 #include <errno.h>
 #include <pthread.h>
@@ -18,10 +19,43 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// The handle whose callback runs on this thread; cleared when the callback closes it. Stale
-// after a callback was left by a jump, which does no harm: it is only compared, and only
-// after it was set anew.
-static __thread vantor_handle *running;
+// The handles whose callbacks run on this thread, one within the other; null for one that
+// was closed there. What a jump out of a callback leaves behind is only compared, and
+// dropped when its handle is processed again.
+constexpr int running_max = 32;
+static __thread vantor_handle *running[running_max];
+static __thread int running_count;
+
+// Returns its place.
+static int
+running_push(vantor_handle *handle)
+{
+    int place = 0;
+    while (place < running_count && running[place] != handle)
+        ++place;
+    if (place == running_max) // so many at a time have been left
+        place = 0;
+    running[place] = handle;
+    running_count = place + 1;
+    return place;
+}
+
+// False when the handle was closed meanwhile.
+static bool
+running_pop(int place)
+{
+    running_count = place;
+    return running[place] != nullptr;
+}
+
+static void
+running_closed(const vantor_handle *handle)
+{
+    for (vantor_handle *&one : running) {
+        if (one == handle)
+            one = nullptr;
+    }
+}
 
 // --- News -------------------------------------------------------------------------------
 
@@ -44,9 +78,10 @@ find_news(vantor_handle *handle, bool *more)
             *more = *more || newer > 0;
             return size;
         }
-        if (newer > 1 || (newer == 1 && follow->unlinked))
+        if (newer > 1 || (newer == 1 && follow->unlinked)) {
+            search_gone(handle, follow);
             files_remove(handle, index);
-        else
+        } else
             ++index;
     }
     return 0;
@@ -154,8 +189,7 @@ vantor_close(vantor_handle *handle)
 {
     if (!handle)
         return;
-    if (running == handle)
-        running = nullptr;
+    running_closed(handle);
     for (int i = 0; i < handle->count; ++i)
         close(handle->files[i].file);
     const int descriptors[] = {handle->inotify, handle->more, handle->text};
@@ -214,11 +248,10 @@ vantor_process_event(vantor_handle *handle)
     if (size == 0)
         return result;
 
-    running = handle;
+    int place = running_push(handle);
     handle->callback(handle->text, handle->context, static_cast<int>(size));
-    if (running != handle)
+    if (!running_pop(place))
         return result; // closed by the callback
-    running = nullptr;
     news_told(handle);
     handle->pending = more || unsettled;
     return result;

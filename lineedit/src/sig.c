@@ -12,17 +12,29 @@
  * rl_signal() is signal() for functions that jump out of the read. Such a function
  * is never known to the kernel, so that it only ever runs on the reading thread and
  * at a moment when nothing is left half done.
+ *
+ * A program with threads may want something of the editor while one of them reads.
+ * The reader then calls rl_hold() before readline() and rl_let_go() after it: it has
+ * the editor to itself except while it waits in rl_select(), and in callbacks that
+ * let go. The others ask with rl_claim().
+ *
+ * All this belongs to the process that reads. In one that is forked meanwhile there
+ * is no read: it finds the signals as they were, and never touches the terminal. If
+ * it was forked on the reading thread, which then is in the midst of the read there
+ * too, that ends as at the end of the input.
  */
 #include "config.h"
 
 #include <sys/select.h>
-#include <sys/syscall.h>
 #include <errno.h>
 #include <pthread.h>
+#include <setjmp.h>
 #include <stdio_ext.h>
 #include <stdlib.h>
 #include <string.h>
 #include <termios.h>
+#include <time.h>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include "el.h"
@@ -66,28 +78,30 @@ static volatile sig_atomic_t sig_again;	/* the read goes on: raw mode, redraw */
 static volatile sig_atomic_t sig_taking;	/* dispositions are being read */
 static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
+static volatile pid_t sig_pid;	/* the process that may read; 0 before the first */
+static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
+static pthread_mutex_t sig_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+static volatile sig_atomic_t sig_held;	/* the reader has the mutex */
+static volatile sig_atomic_t sig_ending;	/* the process is */
+static pthread_key_t sig_key;		/* of the reader: see sig_thread_ended() */
 
 /*
- * How long rl_select() waits. The kernel reads it on entry, so that a handler that
- * has set it to nothing is never too early: select()'s own argument would be
- * converted before the call, and a note left in between would wait for a key. When
- * the wait is over, the kernel leaves here what was left of it.
+ * Where a handler goes back to that has left a note while rl_select() waits: before
+ * the wait. It may have come between the look at the notes and the wait, which would
+ * then last until the next key.
  */
-static volatile struct {
-	long	 sec;
-	long	 nsec;
-} sig_until;
+static sigjmp_buf sig_back;
 
 static volatile sig_atomic_t sig_waits;	/* this read waits in rl_select() */
 static int sig_hurry;		/* keys come faster than they are read */
 
-/* a wait is as good as without limit, in s */
-#define	SIG_WAIT	1000000000L
 /* one that ends sooner than this, in ns, was none */
 #define	SIG_HURRY	4000
 
 static void	sig_handler(int, siginfo_t *, void *);
 static void	sig_pass(int, siginfo_t *, void *);
+static void	sig_tty(EditLine *);
+static void	sig_give_back(void);
 
 static int
 sig_index(int signo)
@@ -123,6 +137,64 @@ sig_install(int i, struct sigaction *old)
 		ours.sa_sigaction = sig_handler;
 	}
 	return sigaction(sigs[i].signo, &ours, old);
+}
+
+/* sig_forked():
+ *	In a process that does not read: as if nobody did
+ */
+static void
+sig_forked(void)
+{
+	EditLine *el = sig_el;
+	struct sigaction now;
+	int i;
+
+	sig_pid = getpid();
+	sig_mutex = (pthread_mutex_t)PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+	sig_held = 0;
+	for (i = 0; i < SIG_COUNT; i++) {
+		if (sigaction(sigs[i].signo, NULL, &now) == 0 &&
+		    sig_is_ours(&now))
+			(void)sigaction(sigs[i].signo, &sigs[i].before, NULL);
+		sigs[i].taken = sigs[i].guarded = sigs[i].note = 0;
+	}
+	rl_signal_level = 0;
+	sig_noted = sig_again = sig_taking = 0;
+	if (el == NULL)
+		return;
+	/* the terminal is not ours, nor what is still to be shown on it */
+	el->el_tty.t_held = 0;
+	__fpurge(el->el_outfile);
+	sig_orphan = el;
+	sig_el = NULL;
+}
+
+/* sig_thread_ended():
+ *	The reader's thread is over, as those are that the interpreter still has when
+ *	it ends. So is the read.
+ */
+static void
+sig_thread_ended(void *el)
+{
+	if (el == sig_el && pthread_equal(pthread_self(), sig_thread)) {
+		sig_tty(el);
+		sig_give_back();
+		sig_el = NULL;
+	}
+	rl_let_go();
+}
+
+/* sig_process():
+ *	This process is going to read
+ */
+static void
+sig_process(void)
+{
+	if (sig_pid != 0)
+		return;
+	sig_pid = getpid();
+	(void)pthread_atfork(NULL, NULL, sig_forked);
+	(void)pthread_key_create(&sig_key, sig_thread_ended);
 }
 
 static void
@@ -184,14 +256,17 @@ sig_tty(EditLine *el)
 
 /*
  * For a process that ends in the midst of a read, on whatever thread: gives the
- * terminal the settings that it had before. Nothing happens between two reads.
+ * terminal the settings that it had before, for good. Nothing happens between two
+ * reads.
  */
 void
 rl_give_back_terminal(void)
 {
 	EditLine *el = sig_el;
 
-	if (el != NULL)
+	sig_ending = 1;
+
+	if (el != NULL && getpid() == sig_pid)
 		sig_tty(el);
 }
 
@@ -253,8 +328,20 @@ sig_pass(int i, siginfo_t *info, void *context)
 	else
 		sig_again = 1;
 	sig_noted = 1;
-	sig_until.sec = 0;
 	rl_signal_level = level;
+}
+
+/* sig_end_wait():
+ *	Leave the handler for the place before the wait. Its mask is given back here:
+ *	to keep it there would be a call for every key.
+ */
+static void
+sig_end_wait(void *context)
+{
+	rl_signal_level = 0;
+	(void)pthread_sigmask(SIG_SETMASK, &((ucontext_t *)context)->uc_sigmask,
+	    NULL);
+	siglongjmp(sig_back, 1);
 }
 
 static void
@@ -262,7 +349,11 @@ sig_handler(int signo, siginfo_t *info, void *context)
 {
 	int save_errno = errno, i = sig_index(signo), fatal;
 
-	if (sig_taking) {
+	if (getpid() != sig_pid) {
+		/* made by other means than fork(); it comes again at once */
+		sig_forked();
+		(void)raise(signo);
+	} else if (sig_taking) {
 		sigs[i].info = *info;
 		sigs[i].note = sig_noted = 1;
 	} else if (i == AT_QUIT || i == AT_HUP || i == AT_TERM) {
@@ -273,17 +364,16 @@ sig_handler(int signo, siginfo_t *info, void *context)
 		sig_call(i, info, context);
 		if (fatal && sig_el != NULL) {	/* the first process does not die */
 			sig_again = sig_noted = 1;
-			sig_until.sec = 0;
+			if (!pthread_equal(pthread_self(), sig_thread))
+				(void)pthread_kill(sig_thread, signo);
 		}
 	} else if (!pthread_equal(pthread_self(), sig_thread)) {
 		(void)pthread_kill(sig_thread, signo);
 	} else if (i == AT_CONT || i == AT_WINCH) {
 		if (sigs[i].next.sa_handler != SIG_DFL)
 			sig_call(i, info, context);
-		if (sig_el != NULL) {
+		if (sig_el != NULL)
 			sigs[i].note = sig_noted = 1;
-			sig_until.sec = 0;
-		}
 	} else if (sig_el == NULL) {
 		sig_call(i, info, context);
 	} else if (rl_signal_level == 0) {
@@ -291,6 +381,9 @@ sig_handler(int signo, siginfo_t *info, void *context)
 		sigs[i].note = sig_noted = 1;
 	} else
 		sig_pass(i, info, context);
+	if (rl_signal_level == 2 && sig_noted &&
+	    pthread_equal(pthread_self(), sig_thread))
+		sig_end_wait(context);
 	errno = save_errno;
 }
 
@@ -344,11 +437,13 @@ sig_set(EditLine *el)
 {
 	int i;
 
+	sig_process();
 	rl_signal_level = 0;
 	sig_noted = sig_again = sig_waits = 0;
 	for (i = 0; i < SIG_COUNT; i++)
 		sigs[i].note = 0;
 	sig_thread = pthread_self();
+	(void)pthread_setspecific(sig_key, el);
 	sig_el = el;
 	sig_take();
 	/* the line that a jump has left; else it is the caller's, who has it */
@@ -390,6 +485,24 @@ sig_reader(void)
 	return sig_el;
 }
 
+/* sig_may_set():
+ *	Whether the instance may set its terminal, back to what it was or anew
+ */
+libedit_private int
+sig_may_set(EditLine *el, int back)
+{
+	return el != sig_orphan && (back || !sig_ending);
+}
+
+/* sig_orphaned():
+ *	Whether the instance reads in the process that forked this one
+ */
+libedit_private int
+sig_orphaned(EditLine *el)
+{
+	return el != NULL && el == sig_orphan;
+}
+
 /* sig_wait():
  *	Wait until fd is readable, serving signals meanwhile
  */
@@ -426,35 +539,92 @@ sig_hurries(void)
 	return sig_hurry;
 }
 
+/*
+ * For the thread that reads: nobody else may use the editor, and: they may again.
+ */
+void
+rl_hold(void)
+{
+	(void)pthread_mutex_lock(&sig_mutex);
+	sig_held = 1;
+}
+
+void
+rl_let_go(void)
+{
+	if (!sig_held)
+		return;		/* a function that left rl_select() */
+	sig_held = 0;
+	(void)pthread_mutex_unlock(&sig_mutex);
+}
+
+/*
+ * For any thread that wants to use the editor, once or within itself. Returns 0 if it
+ * may not now, and with `wait' only when it may. Each 1 is answered by rl_release().
+ */
+int
+rl_claim(int wait)
+{
+	return (wait ? pthread_mutex_lock(&sig_mutex) :
+	    pthread_mutex_trylock(&sig_mutex)) == 0;
+}
+
+void
+rl_release(void)
+{
+	(void)pthread_mutex_unlock(&sig_mutex);
+}
+
+/* sig_wait_for():
+ *	The wait itself, with the level raised, and how soon it ended. With a note it
+ *	fails at once.
+ */
+static int
+sig_wait_for(int nfds, fd_set *set)
+{
+	struct timespec begun, ended;
+	int n;
+
+	if (sigsetjmp(sig_back, 0) != 0)
+		return -1;
+	rl_signal_level = 2;
+	if (sig_noted) {
+		rl_signal_level = 0;
+		return -1;
+	}
+	(void)clock_gettime(CLOCK_MONOTONIC, &begun);
+	n = select(nfds, set, NULL, NULL, NULL);
+	rl_signal_level = 0;
+	(void)clock_gettime(CLOCK_MONOTONIC, &ended);
+	sig_hurry = n > 0 && (ended.tv_sec - begun.tv_sec) * 1000000000L +
+	    ended.tv_nsec - begun.tv_nsec < SIG_HURRY;
+	return n;
+}
+
 /* sig_select():
- *	The wait itself, with the level raised, and how soon it ended
+ *	The wait, in which others may use the editor
  */
 static int
 sig_select(int nfds, fd_set *set)
 {
-	int n;
+	int n, held = sig_held;
 
-	sig_until.sec = SIG_WAIT;
-	sig_until.nsec = 0;
-	rl_signal_level = 2;
-	if (sig_noted) {
-		rl_signal_level = 0;
+	rl_let_go();
+	n = sig_wait_for(nfds, set);
+	if (held)
+		rl_hold();
+	if (n == -1 && sig_noted) {
 		sig_serve();
 		errno = EINTR;
-		return -1;
 	}
-	n = (int)syscall(SYS_pselect6, nfds, set, NULL, NULL, &sig_until, NULL);
-	rl_signal_level = 0;
-	sig_hurry = sig_until.sec == SIG_WAIT ||
-	    (sig_until.sec == SIG_WAIT - 1 &&
-	     sig_until.nsec > 1000000000L - SIG_HURRY);
 	return n;
 }
 
 /*
  * select() for a character reader: waits without limit until one of the
  * descriptors is readable. Returns what select() does, or 0 or less when a signal
- * was served: wait again then. May be abandoned by a function of rl_signal().
+ * was served: wait again then. May be abandoned by a function of rl_signal(). In a
+ * process that was forked in the midst of the read: -2, at once and for good.
  *
  * The editor's output is written here, before the wait and not before every key:
  * while keys come faster than they are read, a look whether one is there comes
@@ -468,7 +638,7 @@ rl_select(int nfds, fd_set *set)
 	int n = 0;
 
 	if (el == NULL)
-		return sig_select(nfds, set);
+		return sig_orphan != NULL ? -2 : sig_select(nfds, set);
 	sig_waits = 1;
 	if (position_has_key() && !sig_noted) {
 		FD_ZERO(set);
@@ -512,6 +682,8 @@ rl_read(int fd, void *buf, size_t len)
 {
 	ssize_t n;
 
+	if (sig_el == NULL && sig_orphan != NULL)
+		return 0;
 	rl_signal_level = 1;
 	if (sigs[AT_INT].note || sigs[AT_TSTP].note) {
 		rl_signal_level = 0;
@@ -536,6 +708,7 @@ rl_signal(int signo, rl_sigfunc_t *function)
 	struct sigaction old;
 	int i = sig_index(signo);
 
+	sig_process();
 	sigs[i].next.sa_flags = 0;
 	sigs[i].next.sa_handler = function;
 	sigs[i].guarded = 1;

@@ -102,8 +102,8 @@ between_before(struct frame *frame, void **return_slot)
         between_calls[between.count].import = frame->import;
         between_calls[between.count++].site = site;
     }
-    if (strcmp(import->name, "syscall") == 0 && frame->rdi == SYS_pselect6)
-        session_feed((int)frame->rsi, (const fd_set *)(uintptr_t)frame->rdx);
+    if (strcmp(import->name, "select") == 0 && frame->r8 == 0) /* without a timeout */
+        session_feed((int)frame->rdi, (const fd_set *)(uintptr_t)frame->rsi);
     errno = error;
     if (between.plan == PLAN_NONE || (between.site != 0 && between.site != site))
         return 0;
