@@ -4,8 +4,14 @@ A Line is what one shell's user edits, line after line: keys by the names that s
 for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
 row with what is looked for, which `shown` tells.
 """
+import unicodedata
+
 from characters import is_alphanumeric, is_letter, is_lower, is_upper, lower, upper
 from screen import keys
+
+
+def is_mark(char):
+    return unicodedata.category(char) in ("Mn", "Me")
 
 
 def is_word(char):
@@ -69,6 +75,12 @@ class Line:
         if self.searches and self._search(key):
             self.cursor = min(self.cursor, len(self.shown))
             return
+        self._edit(key)
+        # On a mark that has got a base, it goes behind it.
+        while 0 < self.cursor < len(self.text) and is_mark(self.text[self.cursor]):
+            self.cursor += 1
+
+    def _edit(self, key):
         if key in EDITING:
             EDITING[key](self)
         elif key.startswith("<m-3>"):
@@ -80,10 +92,11 @@ class Line:
     def _thrice(self, key):
         """The key with a count; what it deletes can be inserted again."""
         text, cursor = self.text, self.cursor
+        end = self._after(self._after(self._after(cursor)))
         for _ in range(3):
             self.key(key)
         if key in ("<bs>", "<del>") and text != self.text:
-            self.killed = text[self.cursor:cursor] or text[cursor:cursor + 3]
+            self.killed = text[self.cursor:cursor] or text[cursor:end]
 
     def insert(self, text):
         self.text = self.text[:self.cursor] + text + self.text[self.cursor:]
@@ -96,11 +109,26 @@ class Line:
         if text:
             self.cursor = len(self.text)
 
+    def _base(self, at):
+        """Where the character begins that is there: marks go with what is before them."""
+        while at > 0 and is_mark(self.text[at]):
+            at -= 1
+        return at
+
+    def _before(self, at):
+        return self._base(at - 1) if at > 0 else 0
+
+    def _after(self, at):
+        at = min(len(self.text), at + 1)
+        while at < len(self.text) and is_mark(self.text[at]):
+            at += 1
+        return at
+
     def left(self):
-        self.cursor = max(0, self.cursor - 1)
+        self.cursor = self._before(self.cursor)
 
     def right(self):
-        self.cursor = min(len(self.text), self.cursor + 1)
+        self.cursor = self._after(self.cursor)
 
     def home(self):
         self.cursor = 0
@@ -110,9 +138,9 @@ class Line:
 
     def _word_left(self):
         at = self.cursor
-        while at > 0 and not is_word(self.text[at - 1]):
+        while at > 0 and not is_word(self.text[self._base(at - 1)]):
             at -= 1
-        while at > 0 and is_word(self.text[at - 1]):
+        while at > 0 and is_word(self.text[self._base(at - 1)]):
             at -= 1
         return at
 
@@ -120,7 +148,7 @@ class Line:
         at = self.cursor
         while at < len(self.text) and not is_word(self.text[at]):
             at += 1
-        while at < len(self.text) and is_word(self.text[at]):
+        while at < len(self.text) and (is_word(self.text[at]) or is_mark(self.text[at])):
             at += 1
         return at
 
@@ -137,16 +165,16 @@ class Line:
         self.cursor = start
 
     def backspace(self):
-        self._delete(max(0, self.cursor - 1), self.cursor)
+        self._delete(self._before(self.cursor), self.cursor)
 
     def delete(self):
         """With Ctrl-D."""
-        self._delete(self.cursor, self.cursor + 1)
+        self._delete(self.cursor, self._after(self.cursor))
 
     def delete_and_keep(self):
         """With Delete; what it deletes can be inserted again."""
         if self.cursor < len(self.text):
-            self._delete(self.cursor, self.cursor + 1, True)
+            self._delete(self.cursor, self._after(self.cursor), True)
 
     def kill_to_end(self):
         self._delete(self.cursor, len(self.text), True)
@@ -167,13 +195,13 @@ class Line:
 
     def swap(self):
         """The two characters before the cursor, which goes one to the right first."""
-        if self.cursor < len(self.text):
-            if len(self.text) == 1:
-                return
-            self.cursor += 1
-        if self.cursor > 1:
-            at = self.cursor - 2
-            self.text = self.text[:at] + self.text[at + 1] + self.text[at] + self.text[at + 2:]
+        last = self._after(self.cursor)
+        mid = self._before(last)
+        first = self._before(mid)
+        if first < mid:
+            self.text = (self.text[:first] + self.text[mid:last] + self.text[first:mid]
+                         + self.text[last:])
+            self.cursor = last
 
     def _change(self, change):
         """Changes the word behind the cursor, and goes behind it."""
