@@ -75,7 +75,7 @@ def visible(text: str) -> str:
     """Text that the shell did not write itself, fit for a terminal.
 
     What no terminal shows as a character of its own, by its category in Unicode, is shown as
-    ^A or <U+202E>: controls but for tabs and ends of lines, formats such as those that turn
+    ^A or \\U+202E: controls but for tabs and ends of lines, formats such as those that turn
     the direction of writing, what has no meaning (yet, or for all), ends of lines of other
     kinds.
     """

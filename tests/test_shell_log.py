@@ -125,7 +125,7 @@ def test_control_characters_and_other_text_in_the_log(start, log):
     append(log, ["a\x1b[2Jb\x07\tc é"])
     with open(log, "ab") as file:
         file.write(b"\xff!\n" + "\x9b2J\u202e\u2028\n".encode())
-    user.expect("a^[[2Jb^G       c é", "\\xff!", "<U+009B>2J<U+202E><U+2028>", "demo> ")
+    user.expect("a^[[2Jb^G       c é", "\\xff!", "\\U+009B2J\\U+202E\\U+2028", "demo> ")
     user.leave()
 
 

@@ -29,7 +29,24 @@ static int ahead_waited;	/* bytes that waited when the read began */
 static int ahead_left;		/* bytes that wait since the last one, unechoed */
 static int ahead_dry = -1;	/* so many, and no more came in a moment */
 static struct timespec ahead_over;	/* when the last read was over */
+static int ahead_fd = -1;	/* the system's account of the process */
+static pid_t ahead_process;	/* which process that is */
 static long long ahead_written = -1;	/* by the process until then; -1: unknown */
+
+/* ahead_account():
+ *	Have the system's account of what this process writes at hand. While a line is read
+ *	nothing is opened any more.
+ */
+static void
+ahead_account(void)
+{
+	if (ahead_process == getpid())
+		return;
+	if (ahead_fd >= 0)
+		(void)close(ahead_fd);
+	ahead_process = getpid();
+	ahead_fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC);
+}
 
 /* ahead_output():
  *	The bytes that this process, and children of it that have ended, have written
@@ -38,18 +55,11 @@ static long long ahead_written = -1;	/* by the process until then; -1: unknown *
 static long long
 ahead_output(void)
 {
-	static int fd = -1;
-	static pid_t process;
 	char text[256], *found;
 	ssize_t n;
 
-	if (process != getpid()) {
-		if (fd >= 0)
-			(void)close(fd);
-		process = getpid();
-		fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC);
-	}
-	if (fd < 0 || (n = pread(fd, text, sizeof(text) - 1, 0)) <= 0)
+	if (ahead_process != getpid() || ahead_fd < 0 ||
+	    (n = pread(ahead_fd, text, sizeof(text) - 1, 0)) <= 0)
 		return -1;
 	text[n] = '\0';
 	found = strstr(text, "wchar: ");
@@ -80,6 +90,7 @@ ahead_reset(void)
 	ahead_dry = -1;
 	ahead_over.tv_sec = ahead_over.tv_nsec = 0;
 	ahead_written = -1;
+	ahead_account();
 }
 
 /* ahead_begin():
