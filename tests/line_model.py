@@ -4,12 +4,18 @@ A Line is what one shell's user edits, line after line: keys by the names that s
 for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
 row with what is looked for, which `shown` tells.
 """
-from characters import is_alphanumeric, is_letter, is_lower, is_upper, lower, upper
+from characters import columns, is_alphanumeric, is_letter, lower, upper
+from layout_model import is_shown
 from screen import keys
 
 
 def is_word(char):
     return is_alphanumeric(char) or char in "*?_-.[]~="
+
+
+def is_mark(char):
+    """Whether it goes with the character before it."""
+    return is_shown(char) and columns(char) == 0
 
 
 class Search:
@@ -68,6 +74,8 @@ class Line:
         """One key, or one character; those with a Meta are one key."""
         if self.searches and self._search(key):
             self.cursor = min(self.cursor, len(self.shown))
+            if not self.searches:
+                self._settle()
             return
         if key in EDITING:
             EDITING[key](self)
@@ -76,14 +84,39 @@ class Line:
         else:
             assert len(key) == 1, key
             self.insert(key)
+        if not self.searches:
+            self._settle()
+
+    def _settle(self):
+        """The insertion point is never between a character and its marks."""
+        if self.cursor > 0:
+            self.cursor = self._behind_marks(self.cursor)
+
+    def _behind_marks(self, at):
+        while at < len(self.text) and is_mark(self.text[at]):
+            at += 1
+        return at
+
+    def _base(self, at):
+        """Where the character begins that this is a part of."""
+        while at > 0 and is_mark(self.text[at]):
+            at -= 1
+        return at
+
+    def _before(self, at):
+        return self._base(at - 1) if at > 0 else 0
+
+    def _after(self, at):
+        return self._behind_marks(at + 1) if at < len(self.text) else at
 
     def _thrice(self, key):
         """The key with a count; what it deletes can be inserted again."""
-        text, cursor = self.text, self.cursor
+        text = self.text
         for _ in range(3):
             self.key(key)
         if key in ("<bs>", "<del>") and text != self.text:
-            self.killed = text[self.cursor:cursor] or text[cursor:cursor + 3]
+            gone = len(text) - len(self.text)
+            self.killed = text[self.cursor:self.cursor + gone]
 
     def insert(self, text):
         self.text = self.text[:self.cursor] + text + self.text[self.cursor:]
@@ -97,10 +130,10 @@ class Line:
             self.cursor = len(self.text)
 
     def left(self):
-        self.cursor = max(0, self.cursor - 1)
+        self.cursor = self._before(self.cursor)
 
     def right(self):
-        self.cursor = min(len(self.text), self.cursor + 1)
+        self.cursor = self._after(self.cursor)
 
     def home(self):
         self.cursor = 0
@@ -110,9 +143,9 @@ class Line:
 
     def _word_left(self):
         at = self.cursor
-        while at > 0 and not is_word(self.text[at - 1]):
+        while at > 0 and not is_word(self.text[self._base(at - 1)]):
             at -= 1
-        while at > 0 and is_word(self.text[at - 1]):
+        while at > 0 and is_word(self.text[self._base(at - 1)]):
             at -= 1
         return at
 
@@ -120,7 +153,7 @@ class Line:
         at = self.cursor
         while at < len(self.text) and not is_word(self.text[at]):
             at += 1
-        while at < len(self.text) and is_word(self.text[at]):
+        while at < len(self.text) and (is_word(self.text[at]) or is_mark(self.text[at])):
             at += 1
         return at
 
@@ -137,16 +170,16 @@ class Line:
         self.cursor = start
 
     def backspace(self):
-        self._delete(max(0, self.cursor - 1), self.cursor)
+        self._delete(self._before(self.cursor), self.cursor)
 
     def delete(self):
         """With Ctrl-D."""
-        self._delete(self.cursor, self.cursor + 1)
+        self._delete(self.cursor, self._after(self.cursor))
 
     def delete_and_keep(self):
         """With Delete; what it deletes can be inserted again."""
         if self.cursor < len(self.text):
-            self._delete(self.cursor, self.cursor + 1, True)
+            self._delete(self.cursor, self._after(self.cursor), True)
 
     def kill_to_end(self):
         self._delete(self.cursor, len(self.text), True)
@@ -166,14 +199,14 @@ class Line:
         self.insert(self.killed)
 
     def swap(self):
-        """The two characters before the cursor, which goes one to the right first."""
-        if self.cursor < len(self.text):
-            if len(self.text) == 1:
-                return
-            self.cursor += 1
-        if self.cursor > 1:
-            at = self.cursor - 2
-            self.text = self.text[:at] + self.text[at + 1] + self.text[at] + self.text[at + 2:]
+        """The characters around the cursor, or the two before it at the end."""
+        last = self._after(self.cursor)
+        middle = self._before(last)
+        first = self._before(middle)
+        if first < middle:
+            self.text = (self.text[:first] + self.text[middle:last]
+                         + self.text[first:middle] + self.text[last:])
+            self.cursor = last
 
     def _change(self, change):
         """Changes the word behind the cursor, and goes behind it."""
@@ -260,6 +293,7 @@ class Line:
             self.found = self.searches[-1].found
             self.searches = []
             self.cursor = min(self.cursor, len(self.text))
+            self._settle()
 
     def _repeat(self):
         """A key that changes nothing is a step, too."""
@@ -307,11 +341,11 @@ class Line:
 
 
 def raised(text):
-    return "".join(chr(upper(char)) if is_lower(char) else char for char in text)
+    return "".join(char if is_mark(char) else chr(upper(char)) for char in text)
 
 
 def lowered(text):
-    return "".join(chr(lower(char)) if is_upper(char) else char for char in text)
+    return "".join(char if is_mark(char) else chr(lower(char)) for char in text)
 
 
 EDITING = {
