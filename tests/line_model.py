@@ -4,9 +4,14 @@ A Line is what one shell's user edits, line after line: keys by the names that s
 for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
 row with what is looked for, which `shown` tells.
 """
+<<<<<<< HEAD
 import unicodedata
 
 from characters import is_alphanumeric, is_letter, is_lower, is_upper, lower, upper
+=======
+from characters import columns, is_alphanumeric, is_letter, lower, upper
+from layout_model import is_shown
+>>>>>>> outside
 from screen import keys
 
 
@@ -16,6 +21,11 @@ def is_mark(char):
 
 def is_word(char):
     return is_alphanumeric(char) or char in "*?_-.[]~="
+
+
+def is_mark(char):
+    """Whether it goes with the character before it."""
+    return is_shown(char) and columns(char) == 0
 
 
 class Search:
@@ -74,6 +84,8 @@ class Line:
         """One key, or one character; those with a Meta are one key."""
         if self.searches and self._search(key):
             self.cursor = min(self.cursor, len(self.shown))
+            if not self.searches:
+                self._settle()
             return
         self._edit(key)
         # On a mark that has got a base, it goes behind it.
@@ -88,15 +100,48 @@ class Line:
         else:
             assert len(key) == 1, key
             self.insert(key)
+        if not self.searches:
+            self._settle()
+
+    def _settle(self):
+        """The insertion point is never between a character and its marks."""
+        if self.cursor > 0:
+            self.cursor = self._behind_marks(self.cursor)
+
+    def _behind_marks(self, at):
+        while at < len(self.text) and is_mark(self.text[at]):
+            at += 1
+        return at
+
+    def _base(self, at):
+        """Where the character begins that this is a part of."""
+        while at > 0 and is_mark(self.text[at]):
+            at -= 1
+        return at
+
+    def _before(self, at):
+        return self._base(at - 1) if at > 0 else 0
+
+    def _after(self, at):
+        return self._behind_marks(at + 1) if at < len(self.text) else at
 
     def _thrice(self, key):
         """The key with a count; what it deletes can be inserted again."""
+<<<<<<< HEAD
         text, cursor = self.text, self.cursor
         end = self._after(self._after(self._after(cursor)))
         for _ in range(3):
             self.key(key)
         if key in ("<bs>", "<del>") and text != self.text:
             self.killed = text[self.cursor:cursor] or text[cursor:end]
+=======
+        text = self.text
+        for _ in range(3):
+            self.key(key)
+        if key in ("<bs>", "<del>") and text != self.text:
+            gone = len(text) - len(self.text)
+            self.killed = text[self.cursor:self.cursor + gone]
+>>>>>>> outside
 
     def insert(self, text):
         self.text = self.text[:self.cursor] + text + self.text[self.cursor:]
@@ -194,6 +239,7 @@ class Line:
         self.insert(self.killed)
 
     def swap(self):
+<<<<<<< HEAD
         """The two characters before the cursor, which goes one to the right first."""
         last = self._after(self.cursor)
         mid = self._before(last)
@@ -201,6 +247,15 @@ class Line:
         if first < mid:
             self.text = (self.text[:first] + self.text[mid:last] + self.text[first:mid]
                          + self.text[last:])
+=======
+        """The characters around the cursor, or the two before it at the end."""
+        last = self._after(self.cursor)
+        middle = self._before(last)
+        first = self._before(middle)
+        if first < middle:
+            self.text = (self.text[:first] + self.text[middle:last]
+                         + self.text[first:middle] + self.text[last:])
+>>>>>>> outside
             self.cursor = last
 
     def _change(self, change):
@@ -288,6 +343,7 @@ class Line:
             self.found = self.searches[-1].found
             self.searches = []
             self.cursor = min(self.cursor, len(self.text))
+            self._settle()
 
     def _repeat(self):
         """A key that changes nothing is a step, too."""
@@ -335,11 +391,11 @@ class Line:
 
 
 def raised(text):
-    return "".join(chr(upper(char)) if is_lower(char) else char for char in text)
+    return "".join(char if is_mark(char) else chr(upper(char)) for char in text)
 
 
 def lowered(text):
-    return "".join(chr(lower(char)) if is_upper(char) else char for char in text)
+    return "".join(char if is_mark(char) else chr(lower(char)) for char in text)
 
 
 EDITING = {

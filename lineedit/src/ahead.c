@@ -40,12 +40,19 @@ static long long ahead_written = -1;	/* by the process until then; -1: unknown *
 static void
 ahead_account(void)
 {
+	int fd;
+
 	if (ahead_process == getpid())
 		return;
 	if (ahead_fd >= 0)
 		(void)close(ahead_fd);
 	ahead_process = getpid();
-	ahead_fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC);
+	ahead_fd = -1;
+	if ((fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC)) == -1)
+		return;
+	/* the first three are the program's, also where they are closed */
+	ahead_fd = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+	(void)close(fd);
 }
 
 /* ahead_output():
