@@ -4,19 +4,9 @@ A Line is what one shell's user edits, line after line: keys by the names that s
 for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
 row with what is looked for, which `shown` tells.
 """
-<<<<<<< HEAD
-import unicodedata
-
-from characters import is_alphanumeric, is_letter, is_lower, is_upper, lower, upper
-=======
 from characters import columns, is_alphanumeric, is_letter, lower, upper
 from layout_model import is_shown
->>>>>>> outside
 from screen import keys
-
-
-def is_mark(char):
-    return unicodedata.category(char) in ("Mn", "Me")
 
 
 def is_word(char):
@@ -87,12 +77,6 @@ class Line:
             if not self.searches:
                 self._settle()
             return
-        self._edit(key)
-        # On a mark that has got a base, it goes behind it.
-        while 0 < self.cursor < len(self.text) and is_mark(self.text[self.cursor]):
-            self.cursor += 1
-
-    def _edit(self, key):
         if key in EDITING:
             EDITING[key](self)
         elif key.startswith("<m-3>"):
@@ -127,21 +111,12 @@ class Line:
 
     def _thrice(self, key):
         """The key with a count; what it deletes can be inserted again."""
-<<<<<<< HEAD
-        text, cursor = self.text, self.cursor
-        end = self._after(self._after(self._after(cursor)))
-        for _ in range(3):
-            self.key(key)
-        if key in ("<bs>", "<del>") and text != self.text:
-            self.killed = text[self.cursor:cursor] or text[cursor:end]
-=======
         text = self.text
         for _ in range(3):
             self.key(key)
         if key in ("<bs>", "<del>") and text != self.text:
             gone = len(text) - len(self.text)
             self.killed = text[self.cursor:self.cursor + gone]
->>>>>>> outside
 
     def insert(self, text):
         self.text = self.text[:self.cursor] + text + self.text[self.cursor:]
@@ -153,21 +128,6 @@ class Line:
         self.text = self.text[:max(0, len(self.text) - len(text) + len(rest))] + rest
         if text:
             self.cursor = len(self.text)
-
-    def _base(self, at):
-        """Where the character begins that is there: marks go with what is before them."""
-        while at > 0 and is_mark(self.text[at]):
-            at -= 1
-        return at
-
-    def _before(self, at):
-        return self._base(at - 1) if at > 0 else 0
-
-    def _after(self, at):
-        at = min(len(self.text), at + 1)
-        while at < len(self.text) and is_mark(self.text[at]):
-            at += 1
-        return at
 
     def left(self):
         self.cursor = self._before(self.cursor)
@@ -239,15 +199,6 @@ class Line:
         self.insert(self.killed)
 
     def swap(self):
-<<<<<<< HEAD
-        """The two characters before the cursor, which goes one to the right first."""
-        last = self._after(self.cursor)
-        mid = self._before(last)
-        first = self._before(mid)
-        if first < mid:
-            self.text = (self.text[:first] + self.text[mid:last] + self.text[first:mid]
-                         + self.text[last:])
-=======
         """The characters around the cursor, or the two before it at the end."""
         last = self._after(self.cursor)
         middle = self._before(last)
@@ -255,7 +206,6 @@ class Line:
         if first < middle:
             self.text = (self.text[:first] + self.text[middle:last]
                          + self.text[first:middle] + self.text[last:])
->>>>>>> outside
             self.cursor = last
 
     def _change(self, change):

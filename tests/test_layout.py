@@ -70,12 +70,8 @@ CONFIGURATION = ["access-list 111 permit tcp 255.168.192.100 0.0.0.255 host 100.
 OTHER = ["\u6f22", "\u5b57", "\u4e0d", "\U0001f60d", "\u00e9", "\u00c4", "e\u0301",
          "x\u0300\u0301", "\u0302", "\t", "\x01", "\x7f", "\u200d", "\u202e", "\x85", "\n",
          "\U000e0001", "a", "b ", "word "]
-<<<<<<< HEAD
-TYPED = [text for text in OTHER if text >= " " and not "\x7f" <= text < "\xa0"]
-=======
 TYPED = {"ascii": ["x"], "configuration": CONFIGURATION,
          "other": [text for text in OTHER if text[-1] >= "\xa0"]}
->>>>>>> outside
 MOVES = ["<left>", "<right>", "<home>", "<end>", "<c-b>", "<c-f>", "<m-b>", "<m-f>", "<c-a>",
          "<c-e>", "<m-3><left>", "<m-3><right>"]
 CHANGES = ["<bs>", "<bs>", "<del>", "<c-d>", "<c-h>", "<c-k>", "<c-u>", "<c-w>", "<m-d>",
@@ -122,12 +118,7 @@ class Plan:
         if what < 30:
             return list(chance.choice(ASCII) * chance.choice([1, 1, 1, 2, 5]))
         if what < 34:
-<<<<<<< HEAD
-            typed = {"ascii": ["x"], "configuration": CONFIGURATION, "other": TYPED}
-            return list(chance.choice(typed[self.kind]))
-=======
             return list(chance.choice(TYPED[self.kind]))
->>>>>>> outside
         if what < 56:
             return [chance.choice(MOVES)] * chance.choice([1, 1, 2, 6])
         if what < 74:
