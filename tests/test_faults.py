@@ -51,7 +51,7 @@ OUTCOMES = {
     # The reader has no byte to give.
     ("read", "rl_read"): "end of input",
     # A terminal that cannot be made raw ends the read at once.
-    ("ioctl", "tty_apply"): "end of input",
+    ("tcsetattr", "tty_setty"): "end of input",
     # A buffer that cannot grow: the key that needs it is refused.
     ("realloc", "ch_enlargebufs"): "a key less",
     ("realloc", "hist_enlargebuf"): "a key less",
@@ -81,7 +81,7 @@ UNBOUND = ("a?b", "a\t?b")
 PRESSED_AGAIN = ("uninterrupted", "not completed", "pressed again")
 # The call that put the settings or the handlers back did not do it.
 UNRESTORED = {("sigaction", "sig_give_back"): True, ("sigaction", "rl_signal"): True,
-              ("ioctl", "tty_apply"): True}
+              ("tcsetattr", "tty_setty"): True}
 # A file could not be looked at, or its news not be put where the callable reads it: told later.
 LATE = {"fstat", "pread", "pwrite", "lseek"}
 CUT_OFF = "first"  # the line that "log_exchanged" truncates away, when nobody has looked before

@@ -40,7 +40,7 @@ FAILURES = {
     # Memory
     "malloc": NO_MEMORY, "calloc": NO_MEMORY, "realloc": NO_MEMORY, "strdup": NO_MEMORY,
     # Waiting, reading and writing
-    "syscall": minus(errno.EINTR, errno.ENOMEM),
+    "tcsetattr": minus(errno.EIO, errno.EINTR),
     "select": minus(errno.EINTR, errno.ENOMEM),
     "read": minus(errno.EIO, errno.EINTR, errno.EAGAIN) + null(0),
     "write": minus(errno.EIO),
