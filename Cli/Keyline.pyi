@@ -2,8 +2,9 @@
 # line. All arguments are positional, and the callables are borrowed, not owned: see each.
 from typing import Callable, List, Optional
 
-# Called with the key as one byte and the line up to its end. None leaves the line as it is;
-# leading backspaces delete from its end, the rest is appended. Borrowed during the call.
+# Called with the key as one byte and the line up to its end, or less of it when it is not
+# ASCII. None leaves the line as it is; leading backspaces delete from its end, the rest is
+# appended. Borrowed during the call.
 _Completer = Callable[[bytes, str], Optional[str]]
 
 # Called with the two integers of the log watch library; an int above 0 asks for prompt and

@@ -54,6 +54,7 @@ complete_line(int, int key)
     if (completion_callback == nullptr || completion_callback == Py_None)
         return 0;
 
+    rl_save_start(); // the callback may print in the place of prompt and line
     interrupt_restore();
     acquireGil();
     rl_point = rl_end;

@@ -49,6 +49,7 @@ conlog_callback(int first, void *context, int second)
     acquireGil();
     KEYLINE_CHECK(PyCallable_Check(callback), "PyCallable_Check( callback )", 678,
                   "conlog_callback");
+    rl_save_start(); // the callable may print in the place of prompt and line
     conlog_call(callback, first, second);
     releaseGil();
 }

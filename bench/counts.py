@@ -11,6 +11,7 @@ import subprocess
 import measures
 
 SHORT, LONG = 10, 40  # keys of a line
+MORE = 15  # keys in the middle of one that still fits a row
 
 
 def perf_works(path):
@@ -42,6 +43,18 @@ def type_session(peer, wrap, lines, keys, alone):
                 session.keys(line, measures.pause(peer))
             else:
                 session.burst(line, line[-1:])
+            session.enter()
+        session.end()
+
+
+def type_in_middle(peer, wrap, lines, keys):
+    """Lines of 60, and so many keys in the middle of each, each alone."""
+    with peer.at_prompt(wrap=wrap) as session:
+        for _ in range(lines):
+            measures.to_middle(session, 60)
+            session.keys(b"x" * keys, measures.pause(peer))
+            session.send(measures.END)
+            session.rest()
             session.enter()
         session.end()
 
@@ -81,7 +94,17 @@ def instructions(peer, scale, build):
         count = []
         for keys in (SHORT, LONG):
             type_session(peer, wrap, lines, keys, alone)
-            with open(path, encoding="utf-8") as file:
-                count.append(int(re.search(r"Collected : (\d+)", file.read()).group(1)))
+            count.append(read_callgrind(path))
         values[name] = (count[1] - count[0]) / (lines * (LONG - SHORT))
+    if peer.recalls:
+        count = []
+        for keys in (0, MORE):
+            type_in_middle(peer, wrap, lines, keys)
+            count.append(read_callgrind(path))
+        values["instructions middle"] = (count[1] - count[0]) / (lines * MORE)
     return values
+
+
+def read_callgrind(path):
+    with open(path, encoding="utf-8") as file:
+        return int(re.search(r"Collected : (\d+)", file.read()).group(1))

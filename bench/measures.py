@@ -9,7 +9,9 @@ import zlib
 
 WIDTH = 40  # characters of a typed line; with the prompt it stays on one row
 TEXT = b"abcdefghijklmnopqrstuvwxyz"
+LETTERS = "\u00e4\u00f6\u00fc\u00df\u00e9\u00e8\u00f1\u00e7\u00e5\u00f8".encode()
 UP, HOME, END = b"\x1b[A", b"\x01", b"\x05"
+LEFT = b"\x02"
 REVERSE, ABORT, KILL = b"\x12", b"\x07", b"\x15"
 OLDEST, FOUND = b"needle", b"XYWXYWXYW"  # what the oldest line begins and ends with
 
@@ -64,6 +66,38 @@ def count_bytes(session, peer):
     return values
 
 
+def to_middle(session, length):
+    """Types so many characters, in pieces that the terminal takes, and goes half back."""
+    for at in range(0, length, 500):
+        session.send(text(length)[at:at + 500])
+        session.rest()
+    session.send(b"\x1b%d" % (length // 2) + LEFT)
+    session.rest()
+
+
+def middle_bytes(session, peer, keys=10):
+    """What a key in the middle of 60 characters sends, all of them in one row."""
+    to_middle(session, 60)
+    sent = session.taken
+    session.keys(b"x" * keys, pause(peer))
+    sent = session.taken - sent
+    session.send(END + KILL)
+    session.rest()
+    return {"middle bytes": sent / keys}
+
+
+def middle(peer, scale, length=10000, keys=30):
+    """A key in the middle of a line of many rows, each handled alone."""
+    if peer.slow or not peer.recalls:
+        return {}
+    with peer.at_prompt() as session:
+        to_middle(session, length)
+        session.keys(b"x", pause(peer))
+        before = session.cpu()
+        session.keys(b"x" * keys, pause(peer))
+        return {"middle 10000": (session.cpu() - before) / 1000 / keys}
+
+
 def paced(session, peer, number):
     """Keys that are each handled alone, as a user's are: a line and a completion."""
     values = type_line(session, peer)
@@ -88,6 +122,34 @@ def paste(peer, scale):
     whole = [count, 60 * count, zlib.adler32(b"".join(line + b"\n" for line in lines))]
     return {"paste": count / took, "paste cpu": used / 1000 / (61 * count),
             "paste intact": int(fact == whole)}
+
+
+def letters(peer, scale):
+    """Letters of two bytes, each typed alone, and pasted; of peers that read them at all."""
+    line = LETTERS * 4
+    with peer.at_prompt() as session:
+        count = scale(20 if peer.slow else 1000, 10)
+        before = session.cpu()
+        fact = session.pour((line + b"\r") * count + b"#report\r")
+        session.rest()
+        if fact != read_whole(line, count):
+            return {}
+        values = {"letter paste": (session.cpu() - before) / 1000 / ((WIDTH + 1) * count)}
+    with peer.at_prompt() as session:
+        count, used = scale(10, 2), 0
+        for _ in range(count):
+            before = session.cpu()
+            for at in range(0, len(line), 2):
+                session.key(line[at:at + 2], pause(peer))
+            used += session.cpu() - before
+            session.enter()
+    values["letter"] = used / 1000 / (count * WIDTH)
+    return values
+
+
+def read_whole(line, count):
+    """What a peer reports that has read the line so often, with all its bytes."""
+    return [count, len(line) * count, zlib.adler32((line + b"\n") * count)]
 
 
 def one_line(peer, length):

@@ -6,9 +6,13 @@ ROWS = {
     "calls line": ("system calls per line of 10 keys", "", 1),
     "instructions alone": ("instructions per key, alone", "", 0),
     "instructions": ("instructions per key, in a burst", "", 0),
+    "instructions middle": ("instructions per key in the middle of 60", "", 0),
+    "middle 10000": ("key in the middle of 10,000, processor time", "us", 1),
     "paste": ("paste of lines of 60", "lines/s", 0),
     "paste cpu": ("paste, processor time per character", "us", 3),
     "paste intact": ("paste, all lines intact", "", 0),
+    "letter": ("processor time per letter of two bytes, paced", "us", 1),
+    "letter paste": ("paste of such letters, processor time each", "us", 3),
     "line 10000": ("one line of 10,000, processor time", "ms", 1),
     "line 100000": ("one line of 100,000, processor time", "ms", 1),
     "exponent": ("the same, growth: length to the power of", "", 2),
@@ -30,8 +34,9 @@ ROWS = {
     "enter": ("Enter to next prompt", "us", 1),
     "enter cpu": ("Enter to next prompt, processor time", "us", 1),
     "wakeups": ("wake-ups of an idle session", "", 0),
-    "key bytes": ("bytes sent for a key at the end", "", 0),
+    "key bytes": ("bytes sent for a key at the end", "", 1),
     "insert bytes": ("bytes sent for a key before 40 others", "", 0),
+    "middle bytes": ("bytes sent for a key in the middle of 60", "", 1),
     "erase bytes": ("bytes sent for a key that erases", "", 0),
     "up bytes": ("bytes sent for Up", "", 0),
     "tab bytes": ("bytes sent for TAB", "", 0),
@@ -40,7 +45,7 @@ ROWS = {
 
 # What the plot compares with base; True where more is better.
 RATIOS = {"key": False, "calls line": False, "paste": True, "paste cpu": False,
-          "line 100000": False, "tab": False, "search 10000": False, "up": False,
+          "line 100000": False, "middle 10000": False, "tab": False, "search 10000": False, "up": False,
           "add": False, "memory": False, "start": False, "idle": False, "enter": False,
           "enter cpu": False}
 

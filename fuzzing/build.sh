@@ -32,6 +32,8 @@ clang "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
 ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/private/libedit.a"
 objcopy --localize-hidden "$out/editor.o"
 
-clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,terminal_stub}.cpp \
+clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \
+    "$here"/../tests/{display_check,naive_layout}.cpp \
+    "$here"/../tests/terminal_{cells,model,resize,rows,type}.cpp \
     "$here"/../Cli/{base,history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
     -o "$out/keys_fuzz"

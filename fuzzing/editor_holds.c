@@ -1,14 +1,15 @@
 /*
  * What must hold in the editor whenever it asks for a key: it edits, positions lie in the line, the
- * cursor and the rows in use in the window, every row of the display has its end.
+ * cursor in the window. And what it means to show.
  */
 #include "config.h"
 
 #include "el.h"
+#include "fcns.h"
 #include "sig.h"
 
-const char *editor_broken(void);
-long editor_work(void);
+#include "editor_holds.h"
+
 
 /* What the next key will cost, very roughly. */
 long
@@ -32,7 +33,6 @@ editor_broken(void)
     EditLine *el = sig_reader();
     const el_line_t *line;
     const coord_t *size;
-    int i;
 
     if (el == NULL)
         return NULL;
@@ -56,16 +56,30 @@ editor_broken(void)
         return "saved line";
     if (el->el_history.eventno < 0)
         return "place in the history";
-    if (size->h < 2 || size->v < 1 || size->h > 4096 || size->v > 2048)
+    if (size->h < 1 || size->v < 1 || size->h > 4096 || size->v > 2048)
         return "size";
-    if (el->el_cursor.v < 0 || el->el_cursor.v >= size->v)
+    if (el->el_refresh.resized) /* until it is drawn anew, it is where it was */
+        return NULL;
+    if (el->el_refresh.at.v < 0 || el->el_refresh.at.v >= size->v)
         return "row of the cursor";
-    if (el->el_cursor.h < 0 || el->el_cursor.h > size->h)
+    if (el->el_refresh.at.h < 0 || el->el_refresh.at.h > size->h)
         return "column of the cursor";
-    if (el->el_refresh.r_oldcv < 0 || el->el_refresh.r_oldcv >= size->v)
-        return "rows in use";
-    for (i = 0; i <= el->el_refresh.r_oldcv; i++)
-        if (el->el_display[i][size->h] != '\0')
-            return "end of a row";
     return NULL;
+}
+
+int
+editor_shows(struct editor_shown *shown)
+{
+    EditLine *el = sig_reader();
+
+    if (el == NULL || el->el_state.thiscmd == ED_COMMAND)
+        return 0;
+    shown->prompt = prompt_text(el, &shown->ignore);
+    shown->line = el->el_line.buffer;
+    shown->length = (size_t)(el->el_line.lastchar - el->el_line.buffer);
+    shown->cursor = (size_t)(el->el_line.cursor - el->el_line.buffer);
+    shown->rows = el->el_terminal.t_size.v;
+    shown->columns = el->el_terminal.t_size.h;
+    shown->is_old = el->el_refresh.resized;
+    return 1;
 }

@@ -15,13 +15,13 @@
 
 #include "../Cli/history.h"
 #include "../lineedit/lineedit.h"
+#include "editor_holds.h"
 #include "input.h"
 #include "keys_tables.h"
 #include "module_part.h"
+#include "screen.h"
 #include "terminal_stub.h"
 
-extern "C" const char *editor_broken(void);
-extern "C" long editor_work(void);
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size);
 
 extern "C" const char *__asan_default_options();
@@ -75,6 +75,8 @@ signal_comes(int level)
 {
     static const int numbers[] = {SIGINT, SIGTSTP, SIGWINCH, SIGCONT, SIGHUP};
     int number = choose(numbers);
+    if (number != SIGWINCH)
+        screen_lose(); // others may have printed
     rl_signal_level = level;
     stub_signal(number);
     rl_signal_level = 0;
@@ -91,10 +93,12 @@ event()
     case 1:
         stub_size.ws_row = choose(heights);
         stub_size.ws_col = choose(widths);
+        screen_resize(stub_size.ws_row, stub_size.ws_col);
         if (kind == 0)
             rl_resize_terminal();
         break;
     case 2:
+        screen_clear();
         rl_forced_update_display();
         break;
     case 3:
@@ -118,6 +122,8 @@ event()
         break;
     case 8:
         rl_set_prompt(choose(prompts));
+        screen_clear();
+        rl_forced_update_display();
         break;
     case 9:
         add_history(any_text().c_str());
@@ -160,8 +166,10 @@ static int
 next_key(FILE *)
 {
     const char *broken = editor_broken();
-    if (broken != nullptr) {
-        fprintf(stderr, "does not hold: %s\n", broken);
+    fflush(rl_outstream);
+    std::string wrong = screen_wrong();
+    if (broken != nullptr || !wrong.empty()) {
+        fprintf(stderr, "does not hold: %s\n", broken != nullptr ? broken : wrong.c_str());
         abort();
     }
     work_left -= editor_work() + module_work;
@@ -196,10 +204,12 @@ next_key(FILE *)
 static std::string *captured;
 
 static ssize_t
-drop_output(void *, const char *text, size_t size)
+take_output(void *, const char *text, size_t size)
 {
     if (captured != nullptr)
         captured->append(text, size);
+    else
+        screen_write(text, size);
     return static_cast<ssize_t>(size);
 }
 
@@ -225,7 +235,7 @@ set_up_once()
 {
     setenv("EDITRC", "/dev/null", 1);
     setenv("EDITOR", "none", 1);
-    cookie_io_functions_t stream = {nullptr, drop_output, nullptr, nullptr};
+    cookie_io_functions_t stream = {nullptr, take_output, nullptr, nullptr};
     int ready[2];
     if (pipe(ready) != 0 || write(ready[1], "", 1) != 1)
         abort();
@@ -248,6 +258,7 @@ start_session()
     static locale_t locales[] = {newlocale(LC_ALL_MASK, "C.UTF-8", nullptr),
                                  newlocale(LC_ALL_MASK, "C", nullptr)};
     uselocale(locales[(flags & 0x30) == 0x30]);
+    screen_start(terminals[flags & 7], stub_size.ws_row, stub_size.ws_col);
     module_start();
     if (functions.empty())
         learn_functions();
@@ -267,8 +278,9 @@ start_session()
     work_left = work_at_most;
 }
 
-// A session that is known: the editor edits what it is given. Without this a terminal that
-// is not good enough for the editor would look like a run without findings.
+// A session that is known: the editor edits what it is given, and the screen is compared
+// after each key. Without this a terminal that is not good enough for the editor would look
+// like a run without findings.
 static bool
 check_once()
 {
@@ -280,9 +292,9 @@ check_once()
     start_session();
     char *line = readline("");
     stub_signals = false;
-    if (line == nullptr || strcmp(line, "abc") != 0) {
-        fprintf(stderr, "the editor does not edit: %s\n",
-                line == nullptr ? "no line" : line);
+    if (line == nullptr || strcmp(line, "abc") != 0 || screen_compared() != 4) {
+        fprintf(stderr, "the editor does not edit: %s, %lu screens\n",
+                line == nullptr ? "no line" : line, screen_compared());
         abort();
     }
     free(line);
@@ -304,6 +316,7 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     const char *prompt = choose(prompts);
     while (input_left > 0 && work_left > 0) {
         work_left -= 100;
+        screen_clear();
         module_read_line(prompt);
     }
     stub_signals = false;

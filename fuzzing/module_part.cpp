@@ -11,6 +11,7 @@
 #include "../Cli/history.h"
 #include "../Cli/keys.h"
 #include "../lineedit/lineedit.h"
+#include "screen.h"
 
 Answer answer;
 long module_work;
@@ -20,6 +21,7 @@ bool module_lands;
 int
 complete_line(int, int)
 {
+    screen_clear();
     rl_point = rl_end;
     const char *line = rl_get_line_buffer();
     size_t length = line == nullptr ? 0 : strnlen(line, static_cast<size_t>(rl_end));

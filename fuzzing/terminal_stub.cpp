@@ -1,6 +1,9 @@
 // A terminal that costs no system call: what the editor asks of one is answered here, what
-// it writes is dropped. Takes the place of the C library's functions in the fuzzer.
+// it writes goes to the screen. Takes the place of the C library's functions in the fuzzer.
 #include "terminal_stub.h"
+
+#include "../lineedit/lineedit.h"
+#include "screen.h"
 
 #include <dlfcn.h>
 #include <signal.h>
@@ -199,6 +202,20 @@ fstat(int fd, struct stat *found) noexcept
         return real(fd, found);
     memset(found, 0, sizeof *found);
     return 0;
+}
+
+// What the editor reads by itself is the terminal's answer, or else a key.
+ssize_t
+read(int fd, void *buffer, size_t size)
+{
+    static auto real =
+        reinterpret_cast<ssize_t (*)(int, void *, size_t)>(dlsym(RTLD_NEXT, "read"));
+    if (!stub_signals || rl_instream == nullptr || fd != fileno(rl_instream))
+        return real(fd, buffer, size);
+    char *byte = static_cast<char *>(buffer);
+    if (!screen_answer(byte))
+        *byte = 'x';
+    return 1;
 }
 
 int

@@ -10,10 +10,29 @@ import os
 import signal
 import sys
 import tempfile
+import threading
 
+import screen
 import users
 from log import Log
 from session import Device, Session
+
+
+def leave_when_ended() -> None:
+    """Leaves the terminal before these signals end the process, as they do by themselves.
+
+    The main thread would see to them only when it has read a line.
+    """
+    numbers = {signal.SIGTERM, signal.SIGQUIT}
+    signal.pthread_sigmask(signal.SIG_BLOCK, numbers)
+
+    def wait() -> None:
+        number = signal.sigwait(numbers)
+        screen.leave(1)
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, numbers)
+        os.kill(os.getpid(), number)
+
+    threading.Thread(target=wait, daemon=True).start()
 
 
 def main() -> int:
@@ -31,6 +50,8 @@ def main() -> int:
         sys.stdin = open(options.file)
     # A lost terminal shows as the end of input, so that the shell ends in good order.
     signal.signal(signal.SIGHUP, lambda *_: None)
+    if not options.serve:  # a served user's terminal is the companion's
+        leave_when_ended()
 
     with tempfile.TemporaryDirectory(prefix="demo-") as folder:
         path = options.watch or os.path.join(folder, "messages.log")

@@ -57,7 +57,8 @@ def show_configuration(session: "Session", words: List[str]) -> None:
     for interface, settings in session.device.interfaces.items():
         print("interface " + interface)
         for name, value in settings.items():
-            print("  %s %s" % (name, value) if value else "  " + name)
+            row = "  %s %s" % (name, value) if value else "  " + name
+            print(screen.visible(row) if sys.stdout.isatty() else row)
         print("  exit")
 
 

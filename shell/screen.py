@@ -1,29 +1,43 @@
 """The rows of the screen that prompt and line are on.
 
 The editor draws prompt and line where the cursor is: whoever prints meanwhile must first
-leave their rows.  How many these are, and in which one the cursor stands, the editor does
-not tell.  So the prompt leaves a note: it saves the cursor's place, after making room for
-ROOM rows below, so that a line that wraps at the bottom does not scroll away from the note.
-(Of a line with more rows than that, the upper ones may stay above what is printed.)  On a
-terminal that cannot do this, what is printed begins on a new row.
+leave their rows.  Before it calls the shell, for a key or for log lines, it has the terminal
+save the place where they begin.  So it is enough to go back there and to clear all below,
+however many rows there are.  On a terminal whose description does not say how to save a
+place, what is printed begins on a new row.
 """
 import os
-import re
+import subprocess
 import sys
 import textwrap
+import unicodedata
+from contextlib import suppress
 
-ROOM = 2
-INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
-SAVE = "\x1bD" * ROOM + "\x1b[%dA" % ROOM + "\x1b7"
 RETURN, ERASE = "\x1b8", "\x1b[J"
+INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
+# Asks the terminal for marks around what is pasted, between which no key gives help.
+MARKS, NO_MARKS = "\x1b[?2004h", "\x1b[?2004l"
+plain = True  # the terminal cannot save a place, as far as is known
 
 
-def is_plain() -> bool:
-    return os.environ.get("TERM", "dumb") == "dumb"
+def look() -> None:
+    """Finds out what the terminal of the user who comes now can do."""
+    global plain
+    plain = True
+    with suppress(OSError):
+        plain = subprocess.run(["tput", "sc"], stdout=subprocess.PIPE,
+                               stderr=subprocess.DEVNULL).stdout != b"\x1b7"
 
 
 def prompt(text: str) -> str:
-    return text if is_plain() else INVISIBLE + SAVE + VISIBLE + text
+    return text if plain else INVISIBLE + MARKS + VISIBLE + text
+
+
+def leave(fd: int) -> None:
+    """The terminal is another program's again, if it is still there."""
+    if os.isatty(fd) and os.environ.get("TERM", "dumb") != "dumb":
+        with suppress(OSError):
+            os.write(fd, NO_MARKS.encode())
 
 
 def replace(text: str) -> bool:
@@ -33,7 +47,7 @@ def replace(text: str) -> bool:
     """
     drawn = sys.stdin.isatty()
     if drawn:
-        text = ("\n" if is_plain() else RETURN + ERASE) + text
+        text = ("\n" if plain else RETURN + ERASE) + text
     sys.stdout.write(text)
     sys.stdout.flush()
     return drawn
@@ -41,7 +55,7 @@ def replace(text: str) -> bool:
 
 def give_up(mark: str) -> None:
     """Goes on below a line that was interrupted, wherever in it the cursor is."""
-    print(mark if is_plain() else ERASE + mark)
+    print(mark if plain else ERASE + mark)
 
 
 def fold(text: str, columns: int, indent: int = 2) -> str:
@@ -52,10 +66,14 @@ def fold(text: str, columns: int, indent: int = 2) -> str:
 
 def width(text: str) -> int:
     """The columns that text takes at the start of a row."""
-    return len(visible(text).expandtabs())
+    return sum(0 if unicodedata.category(letter) in ("Mn", "Me") else
+               2 if unicodedata.east_asian_width(letter) in "WF" else 1
+               for letter in visible(text).expandtabs())
 
 
 def visible(text: str) -> str:
-    """Text with control characters, but for tabs and ends of lines, as ^A."""
-    return re.sub("[\0-\x08\x0b-\x1f\x7f]",
-                  lambda match: "^" + chr(ord(match.group()) ^ 64), text)
+    """Text with control characters, but for tabs and ends of lines, as ^A or \\U+0080."""
+    return "".join(
+        letter if letter in "\t\n" or unicodedata.category(letter) not in ("Cc", "Cf") else
+        "^" + chr(ord(letter) ^ 64) if letter < "\x80" else "\\U+%04X" % ord(letter)
+        for letter in text)

@@ -11,6 +11,9 @@ from commands import MODES
 from log import Log
 
 
+NO_HELP = "% Help is not there behind letters outside ASCII"
+
+
 class Device:
     """What the commands configure; it stays from one user to the next."""
 
@@ -34,8 +37,15 @@ class Session:
 
         Returns the exit status.
         """
+        try:
+            return self.read_and_run()
+        finally:
+            screen.leave(sys.stdout.fileno())
+
+    def read_and_run(self) -> int:
         interactive = sys.stdin.isatty()
         if interactive:
+            screen.look()
             print("? helps, TAB completes, exit leaves")
             # While a line is read, the module takes these two.  At other times they do
             # nothing: the commands are short, and no key must hit the loop between them.
@@ -55,6 +65,17 @@ class Session:
                     break
                 print()
                 self.leave()
+            except UnicodeDecodeError as error:
+                # A locale of other characters, or help behind such, where the line was cut
+                # within one: the callback was not called.
+                if not interactive:
+                    sys.stdout.flush()
+                    sys.stderr.write("line %d: %% The line is no UTF-8\n" % count)
+                    return 1
+                screen.give_up("")
+                print(NO_HELP)
+                if error.start:
+                    Keyline.addHistory(error.object[:error.start].decode(), mode, parent)
             except KeyboardInterrupt as interrupt:
                 if not interactive:
                     return 130
@@ -84,6 +105,9 @@ class Session:
 
         The editor draws prompt and line again after any answer, so they go first.
         """
+        if not line.isascii():  # then it is only the beginning of the line
+            screen.replace(NO_HELP + "\n")
+            return None
         commands, columns = MODES[self.mode].commands, self.columns()
         answer, text = None, ""
         shown = line + ("?" if key == b"?" else "")

@@ -17,6 +17,7 @@ from contextlib import contextmanager, suppress
 from typing import Callable, Dict, Iterator
 
 import Keyline
+import screen
 
 
 def serve(path: str, session: Callable[[], int]) -> int:
@@ -96,6 +97,7 @@ def connect(path: str) -> int:
     tty.setraw(0, termios.TCSADRAIN)
     with suppress(OSError):  # which is how the terminal over there ends
         relay({0: master, master: 1})
+    screen.leave(1)  # for a shell that was ended
     termios.tcsetattr(0, termios.TCSADRAIN, before)
     return 0
 

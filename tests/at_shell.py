@@ -7,7 +7,6 @@ import os
 
 SHELL = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "shell")
 WELCOME = "? helps, TAB completes, exit leaves"
-ROOM = 2  # rows that the shell keeps free below its prompt
 
 # A login starts with Ctrl-C as it is by default, whoever started the tests.
 RUN = """
@@ -59,7 +58,7 @@ class ShellUser:
             seen = display.rows()
             while seen and not seen[-1]:
                 seen.pop()
-            least = min(len(wanted), display.screen.lines - ROOM)
+            least = min(len(wanted), display.screen.lines)
             return (least <= len(seen) and seen == wanted[-len(seen):]
                     and display.cursor() == (len(seen) - 1 - up, column))
 

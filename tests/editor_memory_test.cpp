@@ -44,12 +44,6 @@ TEST(EditorMemory, CopyOfThePreviousWordOverTheBuffersEnd)
     EXPECT_EQ(line_of("ab" + times(10, copy_previous_word) + "\n"), times(1024, "ab"));
 }
 
-// Each is two negative characters; the second one is the command that copies a word.
-TEST(EditorMemory, NegativeCharactersThatCopyTheirWord)
-{
-    EXPECT_EQ(line_of(times(11, "\xc3\x9f") + "a\n"), "a");
-}
-
 TEST(EditorMemory, CountBeyondAnyLine)
 {
     EXPECT_EQ(line_of(ESC "9" ESC "9" ESC "9" ESC "9" ESC "9" ESC "9" ESC "9"
@@ -180,9 +174,7 @@ TEST(EditorMemory, KeySequenceForWhichThereIsNoMemory)
 TEST(EditorMemory, LeadInWithoutAnySequence)
 {
     Session with;
-    with.locale = "C"; // where the byte 0xF8 is the key for a command, too
-    with.steps = {{"\xf8"
-                   "bind -r ^X\r\xf8"
+    with.steps = {{command("bind ^T ed-command") + ctrl('T') + "bind -r ^X\r" + ctrl('T') +
                    "bind -r ^[\r" ESC "a\n"}};
     EXPECT_EQ(run(with).line, "a");
 }

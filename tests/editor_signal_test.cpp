@@ -325,22 +325,57 @@ TEST_P(EditorSignalsReturning, Ignored)
     EXPECT_TRUE(::same(settings(), original));
 }
 
-// Behind a stop the cursor may be anywhere, and the line is drawn from there on.
-TEST_P(EditorSignalsReturning, DrawnAnewFromItsFirstRow)
+// What is written before the first of 100 characters, when a line of two rows is drawn anew
+// behind a signal. The terminal's answer is there already when it is asked for its cursor.
+static std::string
+drawn_behind(int signal, const std::string &answer)
 {
-    set_disposition(GetParam(), plain);
+    set_disposition(signal, plain);
     std::string drawn;
     read_line({keys(std::string(100, 'x')), then([&] {
                    fflush(rl_outstream);
                    drain();
                    size_t from = shown.size();
-                   raise(GetParam());
+                   EXPECT_EQ(write(master, answer.data(), answer.size()),
+                             static_cast<ssize_t>(answer.size()));
+                   raise(signal);
                    serve_signals();
                    sees("> x", from);
                    drawn = shown.substr(from, shown.find("x", from) - from);
                }),
                keys("\r")});
-    EXPECT_EQ(drawn, GetParam() == SIGTSTP ? "\r\033[J> " : "\033[A\r\033[J> ");
+    return drawn;
+}
+
+TEST_F(EditorSignals, DrawnAnewFromItsFirstRow)
+{
+    EXPECT_EQ(drawn_behind(SIGINT, ""), "\033[A\r\033[J> ");
+}
+
+// A shell that printed meanwhile has left the cursor in the first column.
+TEST_F(EditorSignals, BehindAStopTheTerminalIsAsked)
+{
+    EXPECT_EQ(drawn_behind(SIGTSTP, "\033[7;23R"), "\033[6n\033[A\r\033[J> ");
+    EXPECT_EQ(drawn_behind(SIGTSTP, "\033[7;1R"), "\033[6n\r\033[J> ");
+}
+
+TEST_F(EditorSignals, ATerminalThatDoesNotAnswerIsAskedOnce)
+{
+    EXPECT_EQ(drawn_behind(SIGTSTP, ""), "\033[6n\r\033[J> ");
+    EXPECT_EQ(drawn_behind(SIGTSTP, ""), "\r\033[J> ");
+}
+
+TEST_F(EditorSignals, KeysAroundAnAnswerAreKept)
+{
+    set_disposition(SIGTSTP, plain);
+    std::string text = "c\033[D\033[7;23Ref\r";
+    EXPECT_EQ(read_line({keys(std::string(100, 'x')), then([&] {
+                             typed += text.size() - strlen("\033[7;23R");
+                             EXPECT_GT(write(master, text.data(), text.size()), 0);
+                             raise(SIGTSTP);
+                             serve_signals();
+                         })}),
+              std::string(100, 'x') + "efc");
 }
 
 INSTANTIATE_TEST_SUITE_P(Both, EditorSignalsReturning, ::testing::Values(SIGINT, SIGTSTP));

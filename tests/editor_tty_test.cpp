@@ -307,21 +307,59 @@ TEST_F(EditorTty, ReadWithinAReadGetsNoLine)
 
 // ---- what the terminal has echoed itself ----
 
+// Somebody else types: what this process writes may stand in the row. The other process is
+// only reaped with this one, or its bytes would count as ours.
+static void
+others_type(const std::string &text)
+{
+    typed += text.size();
+    if (fork() == 0)
+        _exit(write(master, text.data(), text.size()) < 0);
+}
+
+// Keys of any kind: the row has nothing but their echo.
 TEST_F(EditorTty, TypedAheadIsClearedBeforeThePrompt)
 {
-    type("abc");
-    ASSERT_TRUE(sees("abc"));
-    EXPECT_EQ(read_line({keys("d\r")}), "abcd");
-    EXPECT_EQ(shown, "abc\b\b\b\033[K> abcd\r\n");
+    // The last key is there before it is waited for, or the next read begins at once.
+    EXPECT_EQ(read_line({keys("ab\r")}), "ab");
+    for (const char *ahead : {"abc", "a\tb", "\033[D\001", "\303\251"}) {
+        size_t from = shown.size();
+        others_type(ahead);
+        ASSERT_TRUE(wait_until([&] { return shown.size() > from; })) << "the echo";
+        read_line({keys("\025d\r")});
+        EXPECT_NE(shown.find("\r\033[K> ", from), std::string::npos) << shown;
+    }
 }
 
 TEST_F(EditorTty, TypedAheadOverTheRowsEndIsClearedFromTheLastRow)
 {
+    EXPECT_EQ(read_line({keys("ab\r")}), "ab");
+    size_t from = shown.size();
     std::string text(90, 'a');
-    type(text);
-    ASSERT_TRUE(sees(text));
+    others_type(text);
+    ASSERT_TRUE(sees(text, from));
     EXPECT_EQ(read_line({keys("\r")}), text);
-    EXPECT_EQ(shown.substr(90, 6), "\r\033[K> ");
+    EXPECT_EQ(shown.substr(from + 90, 6), "\r\033[K> ");
+}
+
+// What this process has written since may stand in the row, before the echo or behind it.
+TEST_F(EditorTty, TypedAheadBesideOtherTextStays)
+{
+    EXPECT_EQ(read_line({keys("ab\r")}), "ab");
+    size_t from = shown.size();
+    others_type("abc");
+    ASSERT_TRUE(sees("abc", from));
+    ASSERT_EQ(write(slave, "name: ", 6), 6);
+    EXPECT_EQ(read_line({keys("d\r")}), "abcd");
+    EXPECT_EQ(shown.substr(from), "abcname: > abcd\r\n");
+}
+
+TEST_F(EditorTty, TypedAheadOfTheFirstReadStays)
+{
+    others_type("abc");
+    ASSERT_TRUE(sees("abc"));
+    EXPECT_EQ(read_line({keys("d\r")}), "abcd");
+    EXPECT_EQ(shown, "abc> abcd\r\n");
 }
 
 TEST_F(EditorTty, WhatCameInRawModeHasNotBeenEchoed)
@@ -341,7 +379,7 @@ TEST_F(EditorTty, APasteThatGoesOnIsNotEchoed)
     size_t from = shown.size();
     for (const char *line : {"", "", "ab"})
         EXPECT_EQ(read_line({}), line);
-    EXPECT_EQ(shown.substr(from), "\b\b\033[K> \r\n> \r\n> ab\r\n");
+    EXPECT_EQ(shown.substr(from), "> \r\n> \r\n> ab\r\n");
     EXPECT_GT(moments, 0);
 }
 

@@ -1,8 +1,13 @@
 """The sides of a terminal: keys by name, the screen by row, the settings by name."""
+import copy
 import re
 import termios
+import unicodedata
 
 import pyte
+import pyte.modes
+
+from characters import columns
 
 KEYS = {
     "tab": b"\t", "enter": b"\r", "esc": b"\x1b", "bs": b"\x7f", "lt": b"<",
@@ -30,12 +35,109 @@ def keys(text):
                     else part.encode("utf-8") for index, part in enumerate(parts))
 
 
+class Screen(pyte.Screen):
+    """pyte's screen, with what it does otherwise than terminals do set right."""
+
+    answer = None  # what is called with the answers to the program's questions, if any
+
+    def draw(self, data):
+        """As wide as the C library says; a wide character is never cut in two."""
+        for char in data.translate(self.g1_charset if self.charset else self.g0_charset):
+            width = columns(char)
+            if width == 0:
+                self._mark(char)
+            if width <= 0:
+                continue
+            if self.cursor.x + width > self.columns:
+                self.carriage_return()
+                self.linefeed()
+            if pyte.modes.IRM in self.mode:
+                self.insert_characters(width)
+            if width <= self.columns:
+                self._put(char, width)
+
+    def _put(self, char, width):
+        x, line = self.cursor.x, self.buffer[self.cursor.y]
+        self._part(x)
+        self._part(x + width)
+        line[x] = self.cursor.attrs._replace(data=char)
+        if width == 2:
+            line[x + 1] = self.cursor.attrs._replace(data="")
+        self.cursor.x += width  # may be behind the last column: the next one wraps
+
+    def _mark(self, char):
+        """A mark goes with the character before it, and not with the half of a wide one."""
+        x, line = self.cursor.x - 1, self.buffer[self.cursor.y]
+        if x > 0 and line[x].data == "":
+            x -= 1
+        if x >= 0 and unicodedata.combining(char):
+            text = unicodedata.normalize("NFC", line[x].data + char)
+            line[x] = line[x]._replace(data=text)
+
+    def _part(self, x):
+        """What stands in column x and the ones before it are no longer one character."""
+        line = self.buffer[self.cursor.y]
+        if 0 < x < self.columns and line[x].data == "":
+            line[x - 1] = line[x] = self.default_char
+
+    def insert_characters(self, count=None):
+        """Without the column behind the last one, which pyte keeps for later."""
+        self._part(self.cursor.x)
+        super().insert_characters(count)
+        line = self.buffer[self.cursor.y]
+        for x in range(self.columns, self.columns + (count or 1) + 1):
+            if line.pop(x, self.default_char).data == "":
+                line.pop(self.columns - 1, None)
+
+    def delete_characters(self, count=None):
+        self._part(self.cursor.x)
+        self._part(self.cursor.x + (count or 1))
+        super().delete_characters(count)
+
+    def erase_in_line(self, how=0, private=False):
+        if how != 2:
+            self._part(self.cursor.x + how)
+        super().erase_in_line(how, private)
+
+    def save_cursor(self):
+        """There is one saved cursor, not as many as were saved."""
+        self.savepoints.clear()
+        super().save_cursor()
+
+    def restore_cursor(self):
+        saved = list(self.savepoints)
+        super().restore_cursor()
+        if saved:
+            self.savepoints.append(saved[0]._replace(cursor=copy.copy(saved[0].cursor)))
+
+    def resize(self, lines=None, columns=None):
+        """Rows go at the bottom while the cursor is above them, else at the top."""
+        lines, columns = lines or self.lines, columns or self.columns
+        dropped = max(0, self.cursor.y + 1 - lines)
+        rows = [self.buffer[y] for y in range(self.lines)][dropped:dropped + lines]
+        self.buffer.clear()
+        self.buffer.update(enumerate(rows))
+        for line in rows:
+            if line[columns].data == "":
+                line.pop(columns - 1, None)
+            for x in range(columns, self.columns):
+                line.pop(x, None)
+        self.lines, self.columns = lines, columns
+        self.cursor.y -= dropped
+        self.ensure_hbounds()
+        self.set_margins()
+
+    def write_process_input(self, data):
+        if self.answer:
+            self.answer(data.encode())
+
+
 class Display:
     """All that one terminal was sent, and the screen that a user sees of it."""
 
     def __init__(self, rows, columns):
         self.raw = bytearray()
-        self.screen = pyte.Screen(columns or 80, rows or 24)
+        self.screen = Screen(columns or 80, rows or 24)
         self.stream = pyte.ByteStream(self.screen)
 
     def feed(self, data):
@@ -43,7 +145,13 @@ class Display:
         self.stream.feed(data)
 
     def rows(self):
-        return [row.rstrip() for row in self.screen.display]
+        return [row.rstrip() for row in self.cells()]
+
+    def cells(self):
+        """The rows as wide as they are."""
+        screen = self.screen
+        return ["".join([line[x].data for x in range(screen.columns)]) for line in
+                [screen.buffer[y] for y in range(screen.lines)]]
 
     def cursor(self):
         """Row and column of the cursor, from 0."""

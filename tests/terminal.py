@@ -230,12 +230,12 @@ class Terminal:
     # What is expected
 
     def expect_prompt(self, display=None):
-        """Waits for a prompt with a number that was not seen before."""
+        """Waits for a prompt with a number that was not seen before; ESC 7 is not one."""
         __tracebackhide__ = True
         display = display or self.display
 
         def found():
-            for match in re.finditer(rb"(?<![0-9])([0-9]+)> ", display.raw):
+            for match in re.finditer(rb"(?<![0-9\x1b])([0-9]+)> ", display.raw):
                 if int(match.group(1)) > self.prompt:
                     return match
             return None

@@ -38,13 +38,14 @@ CURSORS = {"end": "", "middle": "<left>", "start": "<c-a>"}
 def draw(cells, place, text, columns):
     """Puts text into cells, place counted on over the rows; answers the place behind it.
 
-    Behind each full row the editor goes to the next by a blank and a return.
+    Behind a text that fills its last row the editor goes to the next by a blank and a return.
     """
-    while len(text) >= columns:
-        cells.update(enumerate(text[:columns] + " ", place))
-        place, text = (place + columns) // columns * columns, text[columns:]
     cells.update(enumerate(text, place))
-    return place + len(text)
+    place += len(text)
+    if len(text) % columns == 0:
+        cells[place] = " "
+        place = place // columns * columns
+    return place
 
 
 def expect_redrawn(child, typed, back, after, leave, stays=False, columns=80):

@@ -109,6 +109,30 @@ def test_modes(run, text):
         "['show version', 'hostname lab', 'mtu 1500', 'neighbor 192.0.2.1']"]
 
 
+@example("letters")
+def test_letters(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    child.send("B\u00fcro?")
+    expect_rows(child, "> B\u00fcro", "no help here", "> B\u00fcro")
+    child.send("<c-u>B\u00fc?")
+    expect_rows(child, "> B\u00fc", "no help here, and Up brings back what is left", ">")
+    child.send("<up>\u00e4r<enter>")
+    expect_rows(child, "> B\u00e4r", "B\u00e4r")
+    child.expect_end()
+
+
+@example("marks")
+def test_marks(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    assert b"\x1b[?2004h" in child.display.raw
+    child.send("a?<esc>[200~b?\tc<esc>[201~<enter>")
+    expect_rows(child, "> ahelp!b?      c", "'ahelp!b?\\tc'")
+    child.expect_end()
+    assert child.display.raw.endswith(b"\x1b[?2004l")
+
+
 @example("question")
 def test_question(start, text):
     child = start(text + "\nread(lambda key, line: 'done')")

@@ -114,7 +114,7 @@ def test_what_the_readme_names_is_there():
 
 def test_what_holds_the_patches_is_there():
     """Each patch has its row, in which tests are named, also by how their names begin."""
-    rows = re.findall(r"^\| `(\d\d-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
+    rows = re.findall(r"^\| `(\d+-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
     patches = {name[:-len(".patch")] for name in os.listdir(os.path.join(ROOT, "lineedit/patches"))}
     assert {patch for patch, _ in rows} == patches
     tests = os.path.join(ROOT, "tests")

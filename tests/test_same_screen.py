@@ -1,25 +1,20 @@
-"""What the user sees at rest is the same, however fast the keys come, and as packaged.
+"""What the user sees at rest is the same, however fast the keys come.
 
-Random scripts of keys are typed one by one and pasted, and typed one by one at a shell on
-the distribution's own editor with the same keys bound (packaged_shell.c). Whenever all keys
-are taken and the reader waits for the next, the screens are equal, and so is the cursor.
+Random scripts of keys are typed one by one and pasted. Whenever all keys are taken and the
+reader waits for the next, the screens are equal, and so is the cursor; what they are to be,
+test_layout.py knows.
 
-Left out, as the module differs deliberately: bytes above 0x7f; Ctrl-C and Ctrl-Z, which end
-the read here and the shell there; resizes; and the commands that the adapted editor has
-corrected (lineedit/README.md), as Meta-0, Meta-x and Meta-Ctrl-_, and vi's. TAB and "?" are
-in, with nothing to complete. A paste holds no more than one line, and Enter is never
-quoted: keys typed ahead meet the terminal's settings of that moment, not the later ones.
+TAB and "?" are in, with nothing to complete. A paste holds no more than one line, and Enter
+is never quoted: keys typed ahead meet the terminal's settings of that moment, not the later
+ones.
 """
-import os
 import random
-import select
-import subprocess
 
 import pytest
 
 import reads
+from rest import expect_rest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 HISTORY = ["show version", "show interfaces", "configure terminal", "hostname somewhere",
            "interface 1/1", "description the uplink to the other building", "shutdown",
            "ping 192.0.2.1", "show interfaces 1/1 counters", "écho ça", "write",
@@ -52,16 +47,6 @@ while True:
 """ % HISTORY
 
 
-@pytest.fixture(scope="session")
-def packaged(tmp_path_factory):
-    """A script for a child: it becomes a shell on the packaged editor."""
-    program = str(tmp_path_factory.mktemp("packaged") / "shell")
-    subprocess.run(["gcc", "-Wall", "-Wextra", "-Werror", "-o", program,
-                    os.path.join(HERE, "packaged_shell.c"), "-ledit"], check=True)
-    return ("import os\nos.set_inheritable(link, True)\n"
-            "os.execv(%r, [%r, str(link)] + %r)\n" % (program, program, HISTORY))
-
-
 def write(seed):
     """A script: pastes, each a list of keys, of which about every second ends the line."""
     chance = random.Random(seed)
@@ -72,24 +57,15 @@ def write(seed):
 
 
 def at_rest(child):
-    """The screen, once all keys are taken and the child sleeps: rows, and the cursor."""
-    child.expect_taken()
-    child.wait("the child to be at rest", lambda: is_asleep(child)
-               and not select.select([child.master], [], [], 0)[0])
+    """What is shown at rest: rows, and the cursor."""
+    expect_rest(child)
     return child.display.rows(), child.display.cursor()
-
-
-def is_asleep(child):
-    if child.status is not None:
-        return False
-    with open("/proc/%d/stat" % child.process.pid, encoding="utf-8") as file:
-        return file.read().rpartition(")")[2].split()[0] == "S"
 
 
 def screens(child, script, pasted=False):
     """What is shown at rest after each key of each paste, or after each paste alone."""
     child.expect_prompt()
-    at_rest(child)  # the packaged editor shows the prompt first, then sets the terminal
+    at_rest(child)
     shown = []
     for paste in script:
         for keys in ["".join(paste)] if pasted else paste:
@@ -104,11 +80,11 @@ def lines(child):
     at_rest(child)
     child.send("<c-d>")
     child.wait("the child's end", lambda: child.status is not None)
-    read = [value for name, value in child.facts if name == "line"]
-    assert child.facts[len(read):] in ([], [("raised", reads.EOF)])
+    *read, end = child.facts
+    assert end == ("raised", reads.EOF)
     child.facts.clear()
     child.expect_end()
-    return [line if isinstance(line, bytes) else line.encode() for line in read]
+    return [value for name, value in read]
 
 
 def last_of_each(script, shown):
@@ -127,11 +103,3 @@ def test_pasted(start, seed):
     shown = last_of_each(script, screens(typed, script))
     assert screens(pasted, script, pasted=True) == shown
     assert lines(pasted) == lines(typed)
-
-
-@pytest.mark.parametrize("seed", SCRIPTS)
-def test_packaged(start, packaged, seed):
-    script = write(seed)
-    adapted, plain = start(SHELL), start(packaged)
-    assert screens(adapted, script) == screens(plain, script)
-    assert lines(adapted) == lines(plain)

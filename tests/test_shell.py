@@ -1,5 +1,6 @@
 """The example shell as its user sees it: help, completion, mistakes, history, keys."""
 import os
+import signal
 
 import pytest
 
@@ -192,9 +193,9 @@ def test_a_mistake_in_a_line_of_several_rows(start):
 
 def test_a_mistake_in_a_line_that_fills_its_row(start):
     user = ShellUser(start(shell(), columns=20), WELCOME[:20], WELCOME[20:], "demo> ")
-    user.type("terminal xxxxx<enter>", "demo> terminal xxxxx", "", "% Unknown word",
+    user.type("terminal xxxxx<enter>", "demo> terminal xxxxx", "% Unknown word",
               '  "xxxxx": expected', "  help-keys,", "  history, width", "demo> ")
-    user.type("      terminal<enter>", "demo>       terminal", "", "^", "% Incomplete",
+    user.type("      terminal<enter>", "demo>       terminal", "^", "% Incomplete",
               "  command: expected", "  help-keys,", "  history, width", "demo> ")
     user.leave()
 
@@ -346,6 +347,38 @@ def test_control_characters_are_shown_as_such(user):
     user.leave()
 
 
+NO_HELP = "% Help is not there behind letters outside ASCII"
+
+
+def test_no_help_behind_letters_outside_ascii(user):
+    """Where the line would be cut within a letter the read ends: Up brings its beginning."""
+    user.type("! B\u00fcro x?", NO_HELP, "demo> ! B\u00fcro x")
+    user.type("<tab>", NO_HELP, "demo> ! B\u00fcro x")
+    user.type("<c-u>! B\u00fc?", "demo> ! B\u00fc", NO_HELP, "demo> ")
+    user.type("<up>", "demo> ! B")
+    user.type("<c-u>\u00fc<tab>", "demo> \u00fc", NO_HELP, "demo> ")
+    user.type("<up><enter>", "demo> ! B", "demo> ")
+    user.leave()
+
+
+def test_a_description_outside_ascii(user):
+    user.type("conf<enter>", "demo> conf", "demo(config)# ")
+    user.type("int eth 1<enter>", "demo(config)# int eth 1", "demo(config-if)# ")
+    user.type("desc B\u00fcro<enter>", "demo(config-if)# desc B\u00fcro", "demo(config-if)# ")
+    user.type("show run<enter>", "demo(config-if)# show run", "hostname demo",
+              "interface ethernet 1", "  description B\u00fcro", "  exit", "demo(config-if)# ")
+    user.leave()
+
+
+def test_a_mistake_behind_letters_of_other_widths(user):
+    """It is pointed at where it stands."""
+    user.type("show \u00fc<enter>", "demo> show \u00fc", "           ^", UNKNOWN_SHOW % "\u00fc",
+              "demo> ")
+    user.type("exit <c-v>\u009b x<enter>", "demo> exit \\U+009B x", "           ^",
+              '% Unknown word "\\U+009B": expected the end of the line', "demo> ")
+    user.leave()
+
+
 def test_help_keys_off_and_on(user):
     user.type("term help off<enter>", "demo> term help off",
               'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
@@ -438,6 +471,12 @@ def test_a_mistake_in_a_pipe_ends_it_with_its_line(run):
         "line 4: int eth 9", "                ^", '% Unknown word "9": expected <1-8>']
 
 
+def test_a_line_that_is_no_utf8_in_a_pipe_ends_it(run):
+    result = run(shell(), stdin=b"conf\n! B\xc3\xbcro\n! B\xfcro\nend\n", end="exception")
+    assert result.stdout == b""
+    assert result.stderr.decode() == "line 3: % The line is no UTF-8\n"
+
+
 def test_commands_from_a_file(run, tmp_path):
     path = tmp_path / "commands"
     path.write_text("conf\nhost sw\nend\nsh run\nexit\nwhat is this\n")
@@ -466,3 +505,50 @@ def test_wrong_arguments(run):
     assert result.stderr == b"demo: [Errno 2] No such file or directory: 'no-such-file'\n"
     result = run(shell("--watch", "no-such-log"), end="exception")
     assert result.stderr == b"demo: [Errno 2] No such file or directory: 'no-such-log'\n"
+
+
+# --- What is pasted --------------------------------------------------------------------
+
+
+PASTE, PASTE_END = "<esc>[200~", "<esc>[201~"
+
+
+def marks(terminal):
+    """Whether the terminal was last told to mark what is pasted."""
+    raw = bytes(terminal.display.raw)
+    return raw.rfind(b"\x1b[?2004h") > raw.rfind(b"\x1b[?2004l")
+
+
+def test_what_is_pasted_is_text(user):
+    assert marks(user.terminal)
+    user.type(PASTE + "! why?" + PASTE_END, "demo> ! why?")
+    user.type("<enter>" + PASTE + "! a<tab>b<enter>! two<enter>! three?" + PASTE_END,
+              "demo> ! why?", "demo> ! a       b", "demo> ! two", "demo> ! three?")
+    user.type("<c-u>t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
+    user.leave()
+    assert not marks(user.terminal)
+
+
+@pytest.mark.parametrize("way", ["SIGTERM", "SIGQUIT", "Ctrl-D", "exit"])
+def test_no_marks_are_asked_for_on_any_way_out(user, way):
+    user.type(PASTE + "! a", "demo> ! a")  # without its end
+    if way in ("Ctrl-D", "exit"):
+        user.type(PASTE_END, "demo> ! a")
+        user.leave("<c-u><c-d>" if way == "Ctrl-D" else "<c-u>exit<enter>")
+    else:
+        user.terminal.signal(getattr(signal, way))
+        user.terminal.expect_end(way)
+    assert not marks(user.terminal)
+
+
+def test_a_paste_without_end_is_over_with_ctrl_c(user):
+    user.type(PASTE + "! a<c-d>?", "demo> ! a?")
+    user.type("<c-c>", "demo> ! a?^C", "demo> ")
+    user.type("t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
+    user.leave()
+
+
+def test_a_plain_terminal_is_asked_for_nothing(start):
+    user = ShellUser(start(shell(), env={"TERM": "dumb"}))
+    user.leave()
+    assert b"\x1b" not in user.terminal.display.raw

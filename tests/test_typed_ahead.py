@@ -2,6 +2,7 @@
 
 All tests here send keys ahead of a prompt, that is what they are about.
 """
+import termios
 import zlib
 
 import pytest
@@ -13,39 +14,71 @@ def text(length):
     return (LETTERS * (length // len(LETTERS) + 1))[:length]
 
 
+# A shell that writes nothing between two lines but what is put in. Facts are told at the end
+# alone: they are written, too.
+QUIET = """
+import Keyline
+Keyline.readline("1> ")
+wait_for("write")
+%s
+wait_for("read")
+line = Keyline.readline("2> ")
+tell("line", line)
+"""
+
+
 @pytest.mark.smoke
-@pytest.mark.parametrize("before, rows", [
-    ("", ["1> abcd"]), ("a message\n", ["a message", "1> abcd"]),
-    ("note: ", ["note: 1> abcd"])], ids=["alone", "a row", "part of a row"])
-def test_echo_before_the_prompt_is_cleared(start, before, rows):
-    """The terminal echoes at once, where the shell's output ended; the prompt follows that."""
-    child = start("os.write(1, %r); tell('written'); wait_for('read'); read()"
-                  % before.encode())
-    child.expect_fact("written")
-    child.send("abc")
-    child.wait_screen("the echo", lambda screen: any("abc" in row for row in screen))
-    child.go("read")
-    child.expect_prompt()
-    child.send("d")
-    child.wait_screen("one row", lambda screen: screen[:len(rows)] == rows)
+@pytest.mark.parametrize("keys, line", [
+    ("abc", "abc"), ("a<tab>b", "ab"), ("ab<left>c", "acb"), ("x<c-a>", "x")])
+def test_echo_before_the_prompt_is_cleared(start, keys, line):
+    """Whatever it took of the row: the terminal echoes a TAB, ^A and ^[[D in its own way."""
+    child = start(QUIET % "")
+    child.wait_screen("the prompt", lambda screen: screen[0] == "1>")
     child.send("<enter>")
-    child.expect_line("abcd")
+    child.wait("the read's end", lambda: child.settings()[3] & termios.ICANON)
+    child.send(keys)
+    child.wait_screen("the echo", lambda screen: screen[1] != "")
+    child.go("write")
+    child.go("read")
+    child.wait_screen("one row", lambda screen: screen[:3] == ["1>", "2> " + line, ""])
+    child.send("<enter>")
+    child.expect_line(line)
+    child.expect_end()
+
+
+@pytest.mark.parametrize("first", ["keys", "text"])
+def test_echo_beside_text_stays(start, first):
+    """Who came first, nobody tells: the shell's own text is never cleared."""
+    child = start(QUIET % "os.write(1, b'Name of user: ')")
+    child.wait_screen("the prompt", lambda screen: screen[0] == "1>")
+    child.send("<enter>")
+    child.wait("the read's end", lambda: child.settings()[3] & termios.ICANON)
+    for what in ("keys", "text") if first == "keys" else ("text", "keys"):
+        if what == "keys":
+            child.send("abc")
+            child.wait_screen("the echo", lambda screen: "abc" in screen[1])
+        else:
+            child.go("write")
+            child.wait_screen("the text", lambda screen: "Name of user:" in screen[1])
+    child.go("read")
+    row = "abcName of user: 2> abc" if first == "keys" else "Name of user: abc2> abc"
+    child.wait_screen("one row", lambda screen: screen[:3] == ["1>", row, ""])
+    child.send("<enter>")
+    child.expect_line("abc")
     child.expect_end()
 
 
 def test_echo_of_whole_lines_stays(start):
-    """What has left the row cannot be taken back; the row that was begun is cleared."""
+    """What has left the row cannot be taken back."""
     child = start("wait_for('read'); read(); read()")
     child.send("ab<enter>cd")
     child.wait_screen("the echo", lambda screen: screen[:2] == ["ab", "cd"])
     child.go("read")
-    child.expect_prompt()
     child.expect_line("ab")
-    child.expect_prompt()
     child.send("<enter>")
     child.expect_line("cd")
     child.wait_screen("each line once more",
-                      lambda screen: screen[:4] == ["ab", "1> ab", "2> cd", ""])
+                      lambda screen: screen[:4] == ["ab", "cd1> ab", "2> cd", ""])
     child.expect_end()
 
 

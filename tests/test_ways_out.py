@@ -111,17 +111,12 @@ def test_decoding_error(start, single_byte_locale):
     child.expect_end()
 
 
-def test_decoding_error_of_simple(start):
-    """The editor's own reader takes a character that is beyond the last one."""
-    child = start("simple_read(); simple_read()")
-    child.expect_prompt()
-    child.send("a<0xf4><0x90><0x80><0x80><enter>")
-    name, message = child.expect_fact("raised")
+def test_decoding_error_of_simple(run):
+    """The editor's own reader takes bytes as they come."""
+    found = run("simple_read(); simple_read()", stdin=b"a\xf4\x90\x80\x80\nb\n")
+    (name, message), line = found.results()
     assert name == "UnicodeDecodeError" and "'utf-8' codec can't decode" in message
-    child.expect_prompt()
-    child.send("b<enter>")
-    child.expect_line("b")
-    child.expect_end()
+    assert line == "b"
 
 
 @pytest.fixture

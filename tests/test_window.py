@@ -1,5 +1,6 @@
 """The window: its size, changes of it while a line is shown, and the width that is set."""
 import random
+import termios
 
 import pytest
 
@@ -10,8 +11,9 @@ from reads import interrupt
 def test_windows_of_odd_size(start, size):
     child = start("read(lambda key, line: 'able'); read()", rows=size[0], columns=size[1])
     for number in range(2):
-        child.wait("prompt %d" % (number + 1),
-                   lambda: b"%d" % (number + 1) in child.display.raw)
+        # A window of one row shows no more of the prompt than that.
+        child.wait("the read to begin",
+                   lambda: not termios.tcgetattr(child.master)[3] & termios.ICANON)
         child.send("variab<bs><bs><tab>" if number == 0 else "x" * 200)
         child.send("<enter>")
         child.expect_line("variable" if number == 0 else "x" * 200)

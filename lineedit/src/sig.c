@@ -26,6 +26,7 @@
 #include <unistd.h>
 
 #include "el.h"
+#include "position.h"
 #include "read.h"
 #include "editline/readline.h"
 
@@ -243,6 +244,8 @@ sig_pass(int i, siginfo_t *info, void *context)
 	rl_signal_level = 0;
 	sig_call(i, info, context);
 
+	if (i == AT_INT)
+		text_forget(el);
 	sig_el = el;
 	sig_take();
 	if (i == AT_TSTP)
@@ -305,16 +308,8 @@ sig_redraw(EditLine *el, int continued, int again)
 		el->el_tty.t_mode = EX_IO;
 		(void)tty_rawmode(el);
 	}
-	if (!continued) {
-		/* the rows are still the ones that the old size made */
-		terminal_move_to_line(el, 0);
-	}
-	terminal__putc(el, '\r');
-	terminal_clear_below(el);
-	el->el_cursor.h = 0;
 	el_resize(el);
-	re_clear_display(el);
-	re_refresh(el);
+	re_redraw(el, continued);
 	terminal__flush(el);
 }
 
@@ -475,6 +470,11 @@ rl_select(int nfds, fd_set *set)
 	if (el == NULL)
 		return sig_select(nfds, set);
 	sig_waits = 1;
+	if (position_has_key() && !sig_noted) {
+		FD_ZERO(set);
+		FD_SET(el->el_infd, set);
+		return 1;
+	}
 	if (__fpending(el->el_outfile) > 0) {
 		if (sig_hurry && !sig_noted) {
 			struct timeval now = { 0, 0 };
@@ -488,6 +488,19 @@ rl_select(int nfds, fd_set *set)
 			terminal__flush(el);
 	}
 	return n > 0 ? n : sig_select(nfds, set);
+}
+
+/*
+ * For a callback that prints while a line is read: the terminal remembers where prompt and
+ * line begin. Sent there by ESC 8, it clears them by ESC [ J and prints in their place.
+ */
+void
+rl_save_start(void)
+{
+	EditLine *el = sig_el;
+
+	if (el != NULL)
+		re_save_start(el);
 }
 
 /*
@@ -506,7 +519,7 @@ rl_read(int fd, void *buf, size_t len)
 		sig_noted = 1;
 		rl_signal_level = 1;
 	}
-	n = read(fd, buf, len);
+	n = position_has_key() ? position_key(buf, len) : read(fd, buf, len);
 	rl_signal_level = 0;
 	return n;
 }

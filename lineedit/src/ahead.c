@@ -1,0 +1,138 @@
+/*
+ * ahead.c: what is typed ahead of a read.
+ *
+ * Between two reads the terminal has the user's settings, and the tty echoes what is
+ * typed where the cursor stands; the next read shows it again behind the prompt. So the
+ * echo is cleared before the prompt, if the row has nothing else: if the last line was
+ * ended here, in the first column, and the process has written nothing since. How many
+ * columns the echo took, and where in them a program's own text would stand, nobody
+ * tells: in all other cases nothing is cleared.
+ *
+ * And a paste comes from the tty in pieces. When the next one is due at the end of a line
+ * that waited itself, it gets a moment to come before the settings are back, and is not
+ * echoed row after row.
+ */
+#include "config.h"
+
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <string.h>
+#include <time.h>
+#include <unistd.h>
+
+#include "el.h"
+#include "ahead.h"
+
+static int ahead_waited;	/* bytes that waited when the read began */
+static int ahead_left;		/* bytes that wait since the last one, unechoed */
+static int ahead_dry = -1;	/* so many, and no more came in a moment */
+static struct timespec ahead_over;	/* when the last read was over */
+static long long ahead_written = -1;	/* by the process until then; -1: unknown */
+
+/* ahead_output():
+ *	The bytes that this process, and children of it that have ended, have written
+ *	anywhere; -1 where the system does not tell
+ */
+static long long
+ahead_output(void)
+{
+	static int fd = -1;
+	static pid_t process;
+	char text[256], *found;
+	ssize_t n;
+
+	if (process != getpid()) {
+		if (fd >= 0)
+			(void)close(fd);
+		process = getpid();
+		fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC);
+	}
+	if (fd < 0 || (n = pread(fd, text, sizeof(text) - 1, 0)) <= 0)
+		return -1;
+	text[n] = '\0';
+	found = strstr(text, "wchar: ");
+	return found == NULL ? -1 : atoll(found + 7);
+}
+
+/* ahead_at_once():
+ *	Whether the last read was over less than a millisecond ago, and its last key was
+ *	waited for: nobody has typed ahead
+ */
+static int
+ahead_at_once(void)
+{
+	struct timespec now;
+
+	(void)clock_gettime(CLOCK_MONOTONIC, &now);
+	return !sig_hurries() && (long long)(now.tv_sec - ahead_over.tv_sec) * 1000000000 +
+	    now.tv_nsec - ahead_over.tv_nsec < 1000000;
+}
+
+/* ahead_reset():
+ *	A new instance begins: another user may be there, on another terminal
+ */
+libedit_private void
+ahead_reset(void)
+{
+	ahead_waited = ahead_left = 0;
+	ahead_dry = -1;
+	ahead_over.tv_sec = ahead_over.tv_nsec = 0;
+	ahead_written = -1;
+}
+
+/* ahead_begin():
+ *	Clear the echo of what was typed before this read
+ */
+libedit_private void
+ahead_begin(EditLine *el)
+{
+	long long written = ahead_written;
+	struct stat in, out;
+	int echoed = 0;
+
+	ahead_waited = 0;
+	ahead_written = -1;	/* until this read is over */
+	if ((el->el_tty.t_or.c_lflag & ECHO) == 0 || (ahead_left == 0 && ahead_at_once()))
+		return;
+	(void)ioctl(el->el_infd, FIONREAD, &echoed);
+	ahead_waited = echoed;
+	echoed -= ahead_left;
+	ahead_left = 0;
+	if (echoed > 0 && written != -1 && written == ahead_output() &&
+	    fstat(el->el_infd, &in) == 0 && fstat(el->el_outfd, &out) == 0 &&
+	    in.st_rdev == out.st_rdev)
+		re_clear_row(el);
+}
+
+/* ahead_end():
+ *	A line of so many characters has been read, or 0 or less for none
+ */
+libedit_private void
+ahead_end(EditLine *el, int num)
+{
+	static const struct timespec moment = { 0, 50000 };
+	int i, before, waiting = 0;
+
+	(void)clock_gettime(CLOCK_MONOTONIC, &ahead_over);
+	if ((el->el_tty.t_or.c_lflag & ECHO) == 0)
+		return;
+	if (num > 0)
+		ahead_written = ahead_output();
+	if (!sig_hurries() && num > 1)
+		return;
+	(void)ioctl(el->el_infd, FIONREAD, &waiting);
+	if (waiting > ahead_dry)
+		ahead_dry = -1;
+	if (waiting <= 128 && ahead_dry == -1 && ahead_waited > 0) {
+		before = waiting;
+		for (i = 0; i < 5 && waiting == before; i++) {
+			(void)nanosleep(&moment, NULL);
+			(void)ioctl(el->el_infd, FIONREAD, &waiting);
+		}
+		if (waiting == before)
+			ahead_dry = waiting;
+	}
+	ahead_left = waiting;
+}

@@ -1,0 +1,11 @@
+/*
+ * ahead.h: what is typed ahead of a read.
+ */
+#ifndef _h_el_ahead
+#define	_h_el_ahead
+
+libedit_private void	ahead_reset(void);
+libedit_private void	ahead_begin(EditLine *);
+libedit_private void	ahead_end(EditLine *, int);
+
+#endif /* _h_el_ahead */

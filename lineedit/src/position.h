@@ -1,0 +1,14 @@
+/*
+ * position.h: asking the terminal where its cursor is.
+ */
+#ifndef _h_el_position
+#define	_h_el_position
+
+#include <sys/types.h>
+
+libedit_private int	position_column(EditLine *, int);
+libedit_private int	position_has_key(void);
+libedit_private ssize_t	position_key(void *, size_t);
+libedit_private void	position_forget(void);
+
+#endif /* _h_el_position */

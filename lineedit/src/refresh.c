@@ -1,0 +1,453 @@
+/*
+ * refresh.c: the rows of prompt and line on the screen.
+ *
+ * re_refresh() lays prompt and line out anew (layout.c), compares the frame with the
+ * one drawn last and writes what makes the one into the other. Where the window
+ * stands on the screen is not known, only where the cursor is in it: all moves are
+ * relative to that.
+ *
+ * A row that its text goes on behind is joined to the next one for the terminal:
+ * its last cell and the first of the next are written with nothing in between, so
+ * that the terminal itself wraps, and what is copied or reflows is one line. That
+ * needs automatic margins which wait for the next character (am and xn). Any other
+ * terminal keeps its last column free and gets a line end.
+ */
+#include "config.h"
+
+#include <stdlib.h>
+#include <string.h>
+#include <wchar.h>
+
+#include "el.h"
+#include "output.h"
+#include "position.h"
+#include "row.h"
+#include "window.h"
+
+/* re_follow():
+ *	The window begins at another row. Where it only goes on, the rows above it leave
+ *	it at its top, once for all; otherwise others are written over those that it has.
+ */
+static void
+re_follow(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int n = r->next.top - r->drawn.top;
+
+	if (n > 0 && n <= r->drawn.rows && r->drawn.top == r->scrolled) {
+		r->drawn.top = r->scrolled = r->next.top;
+		r->drawn.rows -= n;
+		r->at.v -= n;
+		r->depth -= n;
+	}
+}
+
+/* re_clear_rows():
+ *	Clear the rows that are no longer there, from the last one on
+ */
+static void
+re_clear_rows(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_row_t *row;
+	int v;
+
+	for (v = r->drawn.rows - 1; v >= r->next.rows; v--)
+		if ((row = layout_row(&r->drawn, v))->end > 0) {
+			out_move_to_row(el, v);
+			if (r->at.h > 0)
+				out_return(el);
+			row_clear_behind(el, row, v, 0, row->end);
+		}
+}
+
+/* re_draw():
+ *	Make the screen what next says
+ */
+static void
+re_draw(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_t drawn;
+	int v, cursor_is_below;
+
+	re_follow(el);
+	cursor_is_below = r->at.v >= r->next.rows;
+	if (cursor_is_below)
+		re_clear_rows(el);
+	for (v = 0; v < r->next.rows; v++)
+		row_update(el, v);
+	if (!cursor_is_below)
+		re_clear_rows(el);
+	/* what was cleared below may have set rows apart again */
+	for (v = 1; v < r->next.rows; v++)
+		if (row_needs_join(el, v))
+			(void)row_join(el, layout_row(&r->drawn, v),
+			    layout_row(&r->next, v), v);
+	drawn = r->drawn;
+	r->drawn = r->next;
+	r->next = drawn;
+	r->appends = 0;
+}
+
+/* re_wipe():
+ *	To the first row, and clear it and all below
+ */
+static void
+re_wipe(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int v, rows = r->depth;
+
+	out_move_to_row(el, 0);
+	out_return(el);
+	if (out_can(el, DO_CD) != NULL)
+		out_do(el, DO_CD);
+	else if (EL_CAN_CEOL) {
+		for (v = 0; v < rows; v++) {
+			out_move_to_row(el, v);
+			out_do(el, DO_CE);
+		}
+		out_move_to_row(el, 0);
+	}
+	re_clear_display(el);
+}
+
+/* re_begin():
+ *	Before anything is drawn: after a change of the window's size, clear what its old
+ *	size has left. Whether there was one.
+ */
+static int
+re_begin(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int rows;
+
+	if (!r->resized)
+		return 0;
+	rows = window_rows_above(el);
+	if (rows > el->el_terminal.t_size.v - 1)
+		rows = el->el_terminal.t_size.v - 1;
+	layout_free(&r->before);
+	re_clear_display(el);
+	r->at.v = rows;
+	r->depth = rows + 1;
+	re_wipe(el);
+	return 1;
+}
+
+static int
+re_rows(EditLine *el)
+{
+	return EL_CAN_UP ? el->el_terminal.t_size.v : 1;
+}
+
+/* re_resize():
+ *	The window has another size, or the terminal other capabilities. 0, or -1 without
+ *	memory: the display stays as it was.
+ */
+libedit_private int
+re_resize(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_t drawn, next;
+
+	memset(&drawn, 0, sizeof(drawn));
+	memset(&next, 0, sizeof(next));
+	if (layout_alloc(&drawn, out_columns(el), re_rows(el)) == -1 ||
+	    layout_alloc(&next, out_columns(el), re_rows(el)) == -1) {
+		layout_free(&drawn);
+		return -1;
+	}
+	if (r->drawn.rows > 0 && !r->resized) {
+		r->before = r->drawn;
+		r->resized = 1;
+		r->appends = 0;
+	} else
+		layout_free(&r->drawn);
+	layout_free(&r->next);
+	r->drawn = drawn;
+	r->next = next;
+	return 0;
+}
+
+libedit_private void
+re_end(EditLine *el)
+{
+	layout_free(&el->el_refresh.drawn);
+	layout_free(&el->el_refresh.next);
+	layout_free(&el->el_refresh.before);
+	position_forget();
+}
+
+/* re_clear_display():
+ *	Nothing is on the screen yet: the next frame begins where the cursor is, which is
+ *	taken for the first column.
+ */
+libedit_private void
+re_clear_display(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	layout_free(&r->before);
+	r->drawn.top = r->drawn.rows = 0;
+	r->at.v = r->at.h = 0;
+	r->depth = 1;
+	r->scrolled = r->resized = 0;
+	r->appends = 0;
+}
+
+/*
+ * A window that is being dragged may have another width than this one was told, and the text
+ * other rows: the way back up to the cursor would go too far, and the next change would clear
+ * rows of others. So it goes by a place that the terminal remembers, with room below it.
+ */
+static int
+re_can_return(EditLine *el)
+{
+	return out_can(el, DO_SAVE) != NULL && out_can(el, DO_BACK) != NULL &&
+	    (out_can(el, DO_UPS) != NULL || out_can(el, DO_UP) != NULL);
+}
+
+static void
+re_remember_start(EditLine *el)
+{
+	if (re_can_return(el)) {
+		out_move_to_row(el, el->el_refresh.next.rows - 1);
+		out_move_to_row(el, 0);
+		out_do(el, DO_SAVE);
+	}
+}
+
+static void
+re_return_to_start(EditLine *el)
+{
+	if (re_can_return(el)) {
+		out_do(el, DO_BACK);
+		el->el_refresh.at.v = el->el_refresh.at.h = 0;
+	}
+}
+
+/* re_make():
+ *	Lay out and draw, with the cursor at this character
+ */
+static void
+re_make(EditLine *el, size_t cursor)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_text_t text;
+	int resized;
+
+	/* commands may change what the terminal can do */
+	if (out_columns(el) != r->drawn.width || re_rows(el) != r->drawn.height)
+		(void)re_resize(el);
+	resized = re_begin(el);
+	text.prompt = prompt_text(el, &text.ignore);
+	text.line = el->el_line.buffer;
+	text.length = (size_t)(el->el_line.lastchar - el->el_line.buffer);
+	text.cursor = cursor;
+	layout_make(&r->next, &text, r->drawn.top);
+	resized &= r->next.cursor.v < r->next.rows - 1;
+	if (resized)
+		re_remember_start(el);
+	re_draw(el);
+	if (resized)
+		re_return_to_start(el);
+}
+
+/* re_refresh():
+ *	Draw prompt and line as they are now
+ */
+libedit_private void
+re_refresh(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	el_line_t *line = &el->el_line;
+
+	if (line->cursor >= line->lastchar) {
+		line->cursor = line->lastchar;
+		if (el->el_map.current == el->el_map.alt && line->lastchar != line->buffer)
+			line->cursor--;
+	}
+	re_make(el, (size_t)(line->cursor - line->buffer));
+	out_move(el, &r->drawn, r->drawn.cursor.v, r->drawn.cursor.h);
+	if (line->cursor == line->lastchar)
+		r->appends = (size_t)(line->lastchar - line->buffer) + 1;
+}
+
+/* re_refresh_cursor():
+ *	Only the cursor has moved; but its row may be another's, or a new one
+ */
+libedit_private void
+re_refresh_cursor(EditLine *el)
+{
+	re_refresh(el);
+}
+
+/* re_redraw():
+ *	Draw all of it anew, in its place; or, behind a stop in which others may have moved
+ *	the cursor, where that is
+ */
+libedit_private void
+re_redraw(EditLine *el, int stopped)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	if (stopped && window_has_moved(el))
+		re_clear_display(el);
+	else if (!stopped && window_is_right(el))
+		return;
+	if (!r->resized)
+		re_wipe(el);
+	re_refresh(el);
+}
+
+/* re_save_start():
+ *	Have the terminal remember where prompt and line begin, for a program that prints in
+ *	their place
+ */
+libedit_private void
+re_save_start(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	coord_t at;
+
+	if (r->resized)
+		re_refresh(el);
+	at = r->at;
+	if (r->drawn.rows == 0 || out_can(el, DO_SAVE) == NULL ||
+	    (el->el_flags & (NO_TTY | EDIT_DISABLED)))
+		return;
+	out_move(el, &r->drawn, 0, 0);
+	out_do(el, DO_SAVE);
+	out_move(el, &r->drawn, at.v, at.h);
+	terminal__flush(el);
+}
+
+/* re_goto_bottom():
+ *	To the row behind the line, all of which is over
+ */
+libedit_private void
+re_goto_bottom(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	if (!r->drawn.whole || r->resized ||
+	    layout_row(&r->drawn, r->drawn.rows - 1)->end > r->drawn.next.h)
+		re_make(el, (size_t)-1);
+	out_move_to_row(el, r->drawn.rows - 1);
+	terminal__putc(el, '\n');
+	re_clear_display(el);
+	terminal__flush(el);
+}
+
+/* re_clear_lines():
+ *	Clear all rows, for them to be drawn anew
+ */
+libedit_private void
+re_clear_lines(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	int v;
+
+	if (r->resized)
+		re_refresh(el);
+	if (EL_CAN_CEOL)
+		for (v = r->drawn.rows - 1; v >= 0; v--) {
+			out_move_to_row(el, v);
+			out_return(el);
+			out_do(el, DO_CE);
+		}
+	else {
+		out_move_to_row(el, r->drawn.rows - 1);
+		out_return(el);
+		terminal__putc(el, '\n');
+	}
+}
+
+/* re_append_row():
+ *	The last row is full, and the cursor goes to a new one
+ */
+static void
+re_append_row(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_t *l = &r->drawn;
+	layout_row_t *row = layout_row(l, l->rows - 1);
+
+	if (l->rows == l->height) {
+		l->top = ++r->scrolled;
+		l->rows--;
+	}
+	row->continued = 1;
+	row->joined = out_wraps(el) ? ROW_JOINED : ROW_APART;
+	l->cursor.v = r->at.v = l->rows++;
+	if (r->depth < l->rows)
+		r->depth = l->rows;
+	l->next.v++;
+	l->next.h = 0;
+	row = layout_row(l, r->at.v);
+	row->cells[0] = ' ';
+	row->end = 1;
+	row->continued = 0;
+	row->joined = ROW_APART;
+	if (!out_wraps(el))
+		terminal__putc(el, '\n');
+	terminal__putc(el, ' ');
+	terminal__putc(el, '\r');
+}
+
+/* re_fastaddc():
+ *	A character has been added to the line. At the end, the usual place, it is written
+ *	and noted in the frame, nothing else.
+ */
+libedit_private void
+re_fastaddc(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+	layout_t *l = &r->drawn;
+	el_line_t *line = &el->el_line;
+	wchar_t c = line->cursor[-1];
+	int width = ct_is_ascii(c) ? 1 : layout_width(c), h = l->next.h;
+	layout_row_t *row;
+
+	if ((size_t)(line->cursor - line->buffer) != r->appends ||
+	    line->cursor != line->lastchar || width <= 0 || h + width > l->width ||
+	    (h + width == l->width && l->rows == l->height && l->top != r->scrolled)) {
+		re_refresh(el);
+		return;
+	}
+	terminal__putc(el, (wint_t)c);
+	row = layout_row(l, r->at.v);
+	row->cells[h++] = (wint_t)c;
+	if (width == 2)
+		row->cells[h++] = LAYOUT_FILL;
+	row->end = l->next.h = h;
+	r->appends++;
+	if (h == l->width)
+		re_append_row(el);
+	l->cursor.h = r->at.h = l->next.h;
+	if (!sig_flushes(el))
+		terminal__flush(el);
+}
+
+/* re_clear_row():
+ *	Clear the row that the cursor is in, before anything is drawn
+ */
+libedit_private void
+re_clear_row(EditLine *el)
+{
+	if (EL_CAN_CEOL) {
+		terminal__putc(el, '\r');
+		out_do(el, DO_CE);
+	}
+}
+
+/* re_putc():
+ *	Ring, or begin a row, for a program that does so by itself
+ */
+libedit_private void
+re_putc(EditLine *el, wint_t c, int shift __attribute__((__unused__)))
+{
+	terminal__putc(el, c);
+}

@@ -1,0 +1,35 @@
+"""What the C library knows about characters, as the children's locale has it."""
+import ctypes
+import functools
+
+LC_CTYPE_MASK = 1
+libc = ctypes.CDLL(None)
+libc.newlocale.restype = libc.uselocale.restype = ctypes.c_void_p
+libc.newlocale.argtypes = ctypes.c_int, ctypes.c_char_p, ctypes.c_void_p
+libc.uselocale.argtypes = [ctypes.c_void_p]
+locale = libc.newlocale(LC_CTYPE_MASK, b"C.UTF-8", None)
+
+
+def asked(name):
+    """A function of a character that asks the C library's function of that name."""
+    function = getattr(libc, name)
+    function.argtypes = [ctypes.c_uint]
+
+    @functools.lru_cache(maxsize=None)
+    def ask(char):
+        before = libc.uselocale(locale)
+        try:
+            return function(ord(char))
+        finally:
+            libc.uselocale(before)
+    return ask
+
+
+columns = asked("wcwidth")
+is_printable = asked("iswprint")
+is_alphanumeric = asked("iswalnum")
+is_letter = asked("iswalpha")
+is_lower = asked("iswlower")
+is_upper = asked("iswupper")
+lower = asked("towlower")
+upper = asked("towupper")

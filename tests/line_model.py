@@ -1,0 +1,327 @@
+"""What each key does to the line and the insertion point, without a display.
+
+A Line is what one shell's user edits, line after line: keys by the names that screen.py has
+for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
+row with what is looked for, which `shown` tells.
+"""
+from characters import is_alphanumeric, is_letter, is_lower, is_upper, lower, upper
+from screen import keys
+
+
+def is_word(char):
+    return is_alphanumeric(char) or char in "*?_-.[]~="
+
+
+class Search:
+    """One step of a search: what is looked for, and where it was found."""
+
+    def __init__(self, pattern, found, place, text, cursor):
+        self.pattern, self.found = pattern, found
+        self.place, self.text, self.cursor = place, text, cursor
+
+
+class Line:
+    def __init__(self, history=()):
+        self.history = []  # the newest first
+        for line in history:
+            self.enter(line)
+        self.killed = self.saved = ""
+        self.found = True  # where the last search ended
+        self.begin()
+
+    def begin(self):
+        """A new line is read."""
+        self.text, self.cursor = "", 0
+        self.place = 0  # in the history; 0 is the line itself
+        self.searches = []
+
+    def enter(self, line):
+        """The shell adds a line to the history."""
+        if line.strip(" \t\n\v\f\r") and line not in self.history[:1]:
+            self.history.insert(0, line)
+
+    @property
+    def shown(self):
+        """The line as it is displayed."""
+        if not self.searches:
+            return self.text
+        step = self.searches[-1]
+        return "%s\nbck%s%s" % (self.text, ":" if step.found else "?", step.pattern)
+
+    def takes(self, key):
+        """Whether this model is for that key now.
+
+        Not if it would end the input; nor in a search, which would take its parts for keys,
+        or take a word of the line with Ctrl-W.
+        """
+        if self.searches and (key == "<c-w>" or keys(key).startswith(b"\x1b")):
+            return False
+        return bool(self.text) or key != "<c-d>"
+
+    def told(self):
+        """What the shell is told of the line: as many bytes as it has characters."""
+        return self.text.encode()[:len(self.text)]
+
+    # Keys
+
+    def key(self, key):
+        """One key, or one character; those with a Meta are one key."""
+        if self.searches and self._search(key):
+            self.cursor = min(self.cursor, len(self.shown))
+            return
+        if key in EDITING:
+            EDITING[key](self)
+        elif key.startswith("<m-3>"):
+            self._thrice(key[5:])
+        else:
+            assert len(key) == 1, key
+            self.insert(key)
+
+    def _thrice(self, key):
+        """The key with a count; what it deletes can be inserted again."""
+        text, cursor = self.text, self.cursor
+        for _ in range(3):
+            self.key(key)
+        if key in ("<bs>", "<del>") and text != self.text:
+            self.killed = text[self.cursor:cursor] or text[cursor:cursor + 3]
+
+    def insert(self, text):
+        self.text = self.text[:self.cursor] + text + self.text[self.cursor:]
+        self.cursor += len(text)
+
+    def answer(self, text):
+        """The answer of a completion, at the line's end."""
+        rest = text.lstrip("\b")
+        self.text = self.text[:max(0, len(self.text) - len(text) + len(rest))] + rest
+        if text:
+            self.cursor = len(self.text)
+
+    def left(self):
+        self.cursor = max(0, self.cursor - 1)
+
+    def right(self):
+        self.cursor = min(len(self.text), self.cursor + 1)
+
+    def home(self):
+        self.cursor = 0
+
+    def end(self):
+        self.cursor = len(self.text)
+
+    def _word_left(self):
+        at = self.cursor
+        while at > 0 and not is_word(self.text[at - 1]):
+            at -= 1
+        while at > 0 and is_word(self.text[at - 1]):
+            at -= 1
+        return at
+
+    def _word_right(self):
+        at = self.cursor
+        while at < len(self.text) and not is_word(self.text[at]):
+            at += 1
+        while at < len(self.text) and is_word(self.text[at]):
+            at += 1
+        return at
+
+    def word_left(self):
+        self.cursor = self._word_left()
+
+    def word_right(self):
+        self.cursor = self._word_right()
+
+    def _delete(self, start, end, kill=False):
+        if kill:
+            self.killed = self.text[start:end]
+        self.text = self.text[:start] + self.text[end:]
+        self.cursor = start
+
+    def backspace(self):
+        self._delete(max(0, self.cursor - 1), self.cursor)
+
+    def delete(self):
+        """With Ctrl-D."""
+        self._delete(self.cursor, self.cursor + 1)
+
+    def delete_and_keep(self):
+        """With Delete; what it deletes can be inserted again."""
+        if self.cursor < len(self.text):
+            self._delete(self.cursor, self.cursor + 1, True)
+
+    def kill_to_end(self):
+        self._delete(self.cursor, len(self.text), True)
+
+    def kill_line(self):
+        self._delete(0, len(self.text), True)
+
+    def kill_word_left(self):
+        if self.cursor > 0:
+            self._delete(self._word_left(), self.cursor, True)
+
+    def kill_word_right(self):
+        if self.cursor < len(self.text):
+            self._delete(self.cursor, self._word_right(), True)
+
+    def yank(self):
+        self.insert(self.killed)
+
+    def swap(self):
+        """The two characters before the cursor, which goes one to the right first."""
+        if self.cursor < len(self.text):
+            if len(self.text) == 1:
+                return
+            self.cursor += 1
+        if self.cursor > 1:
+            at = self.cursor - 2
+            self.text = self.text[:at] + self.text[at + 1] + self.text[at] + self.text[at + 2:]
+
+    def _change(self, change):
+        """Changes the word behind the cursor, and goes behind it."""
+        end = self._word_right()
+        word = change(self.text[self.cursor:end])
+        self.text = self.text[:self.cursor] + word + self.text[end:]
+        self.cursor = end
+
+    def raise_word(self):
+        self._change(raised)
+
+    def lower_word(self):
+        self._change(lowered)
+
+    def capital(self):
+        def change(word):
+            first = next((at for at, char in enumerate(word) if is_letter(char)), len(word))
+            return word[:first] + raised(word[first:first + 1]) + lowered(word[first + 1:])
+        self._change(change)
+
+    # The history
+
+    def _recall(self):
+        """The line at the place in the history; a line end, then a blank at its end go."""
+        line = self.saved
+        if self.place > 0:
+            line = self.history[self.place - 1]
+            for last in "\n ":
+                line = line[:-1] if line.endswith(last) else line
+        self.text, self.cursor = line, len(line)
+
+    def older(self):
+        if self.place == 0:
+            self.saved = self.text
+        self.place = min(self.place + 1, len(self.history))
+        self._recall()
+
+    def newer(self):
+        self.place = max(self.place - 1, 0)
+        self._recall()
+
+    def search(self):
+        self.searches = [Search("", True, self.place, self.text, self.cursor)]
+
+    def _search(self, key):
+        """A key during a search; whether it was one of the search's own."""
+        step = self.searches[-1]
+        if key in ("<bs>", "<c-h>"):
+            if len(self.searches) > 1 and step.pattern:
+                self.searches.pop()
+                self._go_back(self.searches[-1])
+            else:
+                self._repeat()
+        elif key == "<c-g>":
+            self._give_up()
+        elif key == "<c-r>":
+            if step.pattern:
+                self._look(step.pattern, again=True)
+            else:
+                self._repeat()
+        elif len(key) == 1:
+            self._look(step.pattern + key)
+        else:
+            self.end_search()
+            return False
+        return True
+
+    def _give_up(self):
+        """Back to the last step that found something; from there, to before the search.
+
+        Whether the first step may be gone back to, the search before has left behind.
+        """
+        steps = self.searches
+        back = [] if steps[-1].found else [
+            at for at in range(len(steps) - 1) if (steps[at].found if at else self.found)]
+        self._go_back(steps[back[-1] if back else 0])
+        self.searches = steps[:back[-1] + 1] if back else []
+        if not back:
+            self.cursor = min(self.cursor, len(self.text))
+
+    def end_search(self):
+        """Another key ends it, and does what it does."""
+        if self.searches:
+            self.found = self.searches[-1].found
+            self.searches = []
+            self.cursor = min(self.cursor, len(self.text))
+
+    def _repeat(self):
+        """A key that changes nothing is a step, too."""
+        self.searches.append(self.searches[-1])
+
+    def _go_back(self, step):
+        if self.place != step.place:
+            self.place = step.place
+            self._recall()
+        self.cursor = step.cursor
+
+    def _look(self, pattern, again=False):
+        step = self.searches[-1]
+        before = self.place, step.cursor  # which may be behind what is shown
+        if again and not step.found:  # round to the newest
+            self.place = 0
+            self._recall()
+        elif again:
+            self.cursor -= 1
+        found = self._found(pattern)
+        if not found:
+            if self.place != before[0]:
+                self.place = before[0]
+                self._recall()
+            self.cursor = before[1]  # of the line as it was edited; here it may be shorter
+        self.searches.append(Search(pattern, found, self.place, self.text, self.cursor))
+
+    def _found(self, pattern):
+        if 0 <= self.cursor <= len(self.text):
+            at = self.text.rfind(pattern, 0, self.cursor + len(pattern))
+            if at >= 0:
+                self.cursor = at
+                return True
+        if self.place == 0:
+            self.saved = self.text
+        for place in range(self.place + 1, len(self.history) + 1):
+            line = self.history[place - 1]
+            if pattern in line and line != self.text:
+                self.place = place
+                self._recall()
+                at = self.text.rfind(pattern)
+                self.cursor = at if at >= 0 else self.cursor
+                return True
+        return False
+
+
+def raised(text):
+    return "".join(chr(upper(char)) if is_lower(char) else char for char in text)
+
+
+def lowered(text):
+    return "".join(chr(lower(char)) if is_upper(char) else char for char in text)
+
+
+EDITING = {
+    "<left>": Line.left, "<c-b>": Line.left, "<right>": Line.right, "<c-f>": Line.right,
+    "<home>": Line.home, "<c-a>": Line.home, "<end>": Line.end, "<c-e>": Line.end,
+    "<m-b>": Line.word_left, "<m-f>": Line.word_right, "<bs>": Line.backspace,
+    "<c-h>": Line.backspace, "<del>": Line.delete_and_keep, "<c-d>": Line.delete,
+    "<c-k>": Line.kill_to_end, "<c-u>": Line.kill_line, "<c-w>": Line.kill_word_left,
+    "<m-d>": Line.kill_word_right, "<c-y>": Line.yank, "<c-t>": Line.swap,
+    "<m-c>": Line.capital, "<m-u>": Line.raise_word, "<m-l>": Line.lower_word,
+    "<up>": Line.older, "<c-p>": Line.older, "<down>": Line.newer, "<c-n>": Line.newer,
+    "<c-r>": Line.search, "<c-l>": lambda line: None, "<c-g>": lambda line: None,
+}
