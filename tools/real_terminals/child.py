@@ -25,6 +25,7 @@ def keyline_reader():
     def news(descriptor, length):
         return int(screen.replace(os.read(descriptor, length).decode()))
 
+    screen.look()
     Keyline.keyBindingsEnabledIs(True)  # sets the editor up, and with it the history
     Keyline.newHistoryMode("lab", "")
     Keyline.addHistory(TEXT, "lab", "")

@@ -70,18 +70,15 @@ class Window(Terminal):
 
     def copied(self, which, *gesture):
         """The lines that a gesture of mouse or keys leaves in the selection."""
-        subprocess.run(["xclip", "-i", "-selection", which], input=b"nothing", check=True)
-        output_of("xdotool", *gesture)
-        text = "nothing"
-
-        def is_there():
-            nonlocal text
-            text = subprocess.run(["xclip", "-o", "-selection", which], capture_output=True,
+        def selection():
+            return subprocess.run(["xclip", "-o", "-selection", which], capture_output=True,
                                   check=False, text=True).stdout
-            return text not in ("", "nothing")
 
-        wait_until("nothing selected", is_there)
-        return trimmed(text.split("\n"))
+        subprocess.run(["xclip", "-i", "-selection", which], input=b"nothing", check=True)
+        wait_until("the old selection to go", lambda: selection() == "nothing")
+        output_of("xdotool", *gesture)
+        wait_until("a selection", lambda: selection() not in ("", "nothing"))
+        return trimmed(selection().split("\n"))
 
 
 class Xterm(Window):
