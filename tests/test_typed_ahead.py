@@ -75,6 +75,7 @@ def test_echo_of_whole_lines_stays(start):
     child.wait_screen("the echo", lambda screen: screen[:2] == ["ab", "cd"])
     child.go("read")
     child.expect_line("ab")
+    child.wait_screen("the second line", lambda screen: "2> cd" in screen)
     child.send("<enter>")
     child.expect_line("cd")
     child.wait_screen("each line once more",

@@ -28,7 +28,6 @@
 static int ahead_waited;	/* bytes that waited when the read began */
 static int ahead_left;		/* bytes that wait since the last one, unechoed */
 static int ahead_dry = -1;	/* so many, and no more came in a moment */
-static struct timespec ahead_over;	/* when the last read was over */
 static int ahead_fd = -1;	/* the system's account of the process */
 static pid_t ahead_process;	/* which process that is */
 static long long ahead_written = -1;	/* by the process until then; -1: unknown */
@@ -73,20 +72,6 @@ ahead_output(void)
 	return found == NULL ? -1 : atoll(found + 7);
 }
 
-/* ahead_at_once():
- *	Whether the last read was over less than a millisecond ago, and its last key was
- *	waited for: nobody has typed ahead
- */
-static int
-ahead_at_once(void)
-{
-	struct timespec now;
-
-	(void)clock_gettime(CLOCK_MONOTONIC, &now);
-	return !sig_hurries() && (long long)(now.tv_sec - ahead_over.tv_sec) * 1000000000 +
-	    now.tv_nsec - ahead_over.tv_nsec < 1000000;
-}
-
 /* ahead_reset():
  *	A new instance begins: another user may be there, on another terminal
  */
@@ -95,7 +80,6 @@ ahead_reset(void)
 {
 	ahead_waited = ahead_left = 0;
 	ahead_dry = -1;
-	ahead_over.tv_sec = ahead_over.tv_nsec = 0;
 	ahead_written = -1;
 	ahead_account();
 }
@@ -112,7 +96,7 @@ ahead_begin(EditLine *el)
 
 	ahead_waited = 0;
 	ahead_written = -1;	/* until this read is over */
-	if ((el->el_tty.t_or.c_lflag & ECHO) == 0 || (ahead_left == 0 && ahead_at_once()))
+	if ((el->el_tty.t_or.c_lflag & ECHO) == 0)
 		return;
 	(void)ioctl(el->el_infd, FIONREAD, &echoed);
 	ahead_waited = echoed;
@@ -133,7 +117,6 @@ ahead_end(EditLine *el, int num)
 	static const struct timespec moment = { 0, 50000 };
 	int i, before, waiting = 0;
 
-	(void)clock_gettime(CLOCK_MONOTONIC, &ahead_over);
 	if ((el->el_tty.t_or.c_lflag & ECHO) == 0)
 		return;
 	if (num > 0)
