@@ -83,12 +83,12 @@ def drag(terminal, first, last, slowly):
 def while_stopped(terminal, width):
     line = terminal.line
     line.child.send_signal(signal.SIGSTOP)
-    wait_until("not stopped", lambda: line.state() == b"T")
+    wait_until("the child to stop", lambda: line.state() == b"T")
     if width:
         terminal.resize(width)
         all_rest(terminal)
     line.child.send_signal(signal.SIGCONT)
-    wait_until("still stopped", lambda: line.state() != b"T")
+    wait_until("the child to go on", lambda: line.state() != b"T")
 
 
 def take_step(terminal, step):

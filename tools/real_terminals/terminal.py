@@ -85,7 +85,7 @@ class Terminal:
     def settle(self):
         """Waits until the program inside has heard of the size."""
         wanted = self.columns, self.height
-        wait_until("%s is not %dx%d" % (self.name, *wanted), lambda: self.line.window() == wanted)
+        wait_until("%s to be %dx%d" % (self.name, *wanted), lambda: self.line.window() == wanted)
 
     def lines(self):
         raise NotImplementedError

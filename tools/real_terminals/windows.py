@@ -47,8 +47,8 @@ class Window(Terminal):
 
     def open(self, *command, **options):
         self.process = subprocess.Popen(
-            command, env=Display.environment(), cwd=self.folder, stderr=subprocess.DEVNULL,
-            **options)
+            command, env={**Display.environment(), "TMPDIR": self.folder}, cwd=self.folder,
+            **{"stdout": subprocess.DEVNULL, "stderr": subprocess.DEVNULL, **options})
 
     def window(self):
         if not self.identity:
@@ -60,7 +60,7 @@ class Window(Terminal):
                     capture_output=True, check=False, text=True).stdout.split()
                 return found
 
-            wait_until("no window", search)
+            wait_until("a window", search)
             self.identity = found[-1]
         return self.identity
 
@@ -109,7 +109,7 @@ class Urxvt(Window):
     def lines(self):
         path = os.path.join(self.folder, "dump")
         self.line.write("\x1b]777;dump;%s\a" % path)
-        wait_until("no dump", lambda: os.path.exists(path))
+        wait_until("a dump", lambda: os.path.exists(path))
         return joined(taken(path).split("\n")[:-1])
 
 
@@ -117,14 +117,31 @@ class Pixels(Window):
     """A window whose size is given in pixels."""
 
     padding = 0
+    size_of_cell = None
 
     def cell(self):
         return self.line.cell()
 
     def set_size(self):
-        width, height = self.cell()
+        if not self.size_of_cell:  # later it may be in the middle of a change
+            self.size_of_cell = self.cell()
+        width, height = self.size_of_cell
         output_of("xdotool", "windowsize", self.window(), str(self.columns * width + self.padding),
                   str(self.height * height + self.padding))
+
+    def settle(self):
+        asked = time.monotonic()
+
+        def is_settled():
+            nonlocal asked
+            if self.line.window() == (self.columns, self.height):
+                return True
+            if time.monotonic() > asked + 2:  # a window that opens may miss it
+                self.set_size()
+                asked = time.monotonic()
+            return False
+
+        wait_until("%s to be %dx%d" % (self.name, self.columns, self.height), is_settled)
 
 
 class Vte(Pixels):
@@ -183,7 +200,7 @@ class Alacritty(Pixels):
         with open(settings, "w", encoding="utf-8") as file:
             file.write("window: {dimensions: {columns: %d, lines: %d}}\n"
                        "font: {size: 6}\nscrolling: {history: 10000}\n"
-                       "key_bindings:\n- {key: F5, action: ToggleViMode}\n"
+                       "ipc_socket: false\nkey_bindings:\n- {key: F5, action: ToggleViMode}\n"
                        % (self.columns, self.height))
         self.open("alacritty", "--config-file", settings, "-e", *self.holder())
 
