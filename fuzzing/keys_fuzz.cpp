@@ -193,6 +193,7 @@ next_key(FILE *)
     std::string wrong = screen_wrong();
     if (broken != nullptr || !wrong.empty()) {
         fprintf(stderr, "does not hold: %s\n", broken != nullptr ? broken : wrong.c_str());
+        stub_reading = false; // the fuzzer keeps a copy of the session
         abort();
     }
     work_left -= editor_work() + module_work;

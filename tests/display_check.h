@@ -34,8 +34,8 @@ class DisplayCheck
     // What is wrong on the screen after that was entered.
     std::string compare_entered(const Layout &layout);
 
-    // From now on nothing is said of rows that are joined, or are not: the terminal wraps at
-    // another width than the one that was set.
+    // From now on nothing is said of rows that are joined, or are not: the terminal wraps
+    // at another width than the one that was set.
     void ignore_joins();
 
     // Rows from the cursor's to the one below the last of what was compared last.

@@ -33,8 +33,7 @@ out_columns(EditLine *el)
 {
 	int columns = el->el_terminal.t_size.h;
 
-	if ((EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS) || columns == 1 ||
-	    columns < el->el_terminal.t_window.h)
+	if ((EL_HAS_AUTO_MARGINS && EL_HAS_MAGIC_MARGINS) || columns == 1)
 		return columns;
 	return columns - 1;
 }
