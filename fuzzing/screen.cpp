@@ -1,5 +1,7 @@
 #include "screen.h"
 
+#include <string.h>
+
 #include <map>
 #include <memory>
 #include <stdio.h>
@@ -54,7 +56,8 @@ screen_resize(int rows, int columns)
 {
     rows_now = rows;
     columns_now = columns;
-    if (terminal != nullptr && rows > 0 && columns > 0)
+    // Nothing clears what is left of a wider line on a terminal that cannot.
+    if (terminal != nullptr && rows > 0 && columns > 0 && type->can(Action::EraseRight))
         terminal->resize(rows, columns, TerminalModel::Clips);
     else
         screen_lose();
@@ -99,6 +102,11 @@ screen_write(const char *bytes, size_t count)
         make_terminal();
     if (is_printed)
         tell(bytes, count);
+    // The display writes none: what has TABs is a list, printed by a command.
+    if (memchr(bytes, '\t', count) != nullptr) {
+        screen_lose();
+        return;
+    }
     terminal->feed(bytes, count);
     answers += terminal->take_answers();
 }

@@ -90,6 +90,18 @@ re_draw(EditLine *el)
 	r->appends = 0;
 }
 
+/* re_blank():
+ *	Write blanks over the row that the cursor is in
+ */
+static void
+re_blank(EditLine *el)
+{
+	el_refresh_t *r = &el->el_refresh;
+
+	for (; r->at.h < r->drawn.width; r->at.h++)
+		terminal__putc(el, ' ');
+}
+
 /* re_wipe():
  *	To the first row, and clear it and all below
  */
@@ -103,12 +115,17 @@ re_wipe(EditLine *el)
 	out_return(el);
 	if (out_can(el, DO_CD) != NULL)
 		out_do(el, DO_CD);
-	else if (EL_CAN_CEOL) {
+	else {
 		for (v = 0; v < rows; v++) {
 			out_move_to_row(el, v);
-			out_do(el, DO_CE);
+			out_return(el);
+			if (EL_CAN_CEOL)
+				out_do(el, DO_CE);
+			else
+				re_blank(el);
 		}
 		out_move_to_row(el, 0);
+		out_return(el);
 	}
 	re_clear_display(el);
 }
