@@ -114,6 +114,7 @@ TEST_F(Watch, OverflowThenThreeRotations)
     for (int i = 0; i < 3; ++i) {
         put(path, "end of " + std::to_string(i) + "\n");
         rotate(path, i);
+        await_tick();
         put(path, "start of " + std::to_string(i + 1) + "\n");
     }
     EXPECT_EQ(news(), "end of 0\nstart of 1\nend of 1\nstart of 2\nend of 2\nstart of 3\n");
@@ -129,6 +130,7 @@ TEST_F(Watch, OverflowThenThirtyRotations)
     std::string expected;
     for (int i = 0; i < 30; ++i) {
         rotate(path, i);
+        await_tick();
         put(path, std::to_string(i) + "\n");
         expected += std::to_string(i) + "\n";
     }
