@@ -349,10 +349,11 @@ re_goto_bottom(EditLine *el)
 {
 	el_refresh_t *r = &el->el_refresh;
 
-	if (!r->drawn.whole || r->resized ||
-	    layout_row(&r->drawn, r->drawn.rows - 1)->end > r->drawn.next.h)
+	if (r->resized || (r->drawn.rows > 0 && (!r->drawn.whole ||
+	    layout_row(&r->drawn, r->drawn.rows - 1)->end > r->drawn.next.h)))
 		re_make(el, (size_t)-1);
-	out_move_to_row(el, r->drawn.rows - 1);
+	if (r->drawn.rows > 0)	/* else something was cleared, and nothing drawn since */
+		out_move_to_row(el, r->drawn.rows - 1);
 	terminal__putc(el, '\n');
 	re_clear_display(el);
 	terminal__flush(el);
