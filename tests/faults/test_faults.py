@@ -1,7 +1,7 @@
 """Each call that can fail fails once: nothing breaks, and the next read is as good as ever.
 
 The calls are those that the module, the editor in it and the log library make of the
-interpreter, the C library and the system (tests/faults). After each fault the same is played
+interpreter, the C library and the system (inject/). After each fault the same is played
 again, then a line is read that another thread types, so that a lock that is held would show;
 the terminal's settings, the dispositions and the memory are looked at. By default each place
 in the code fails in one act, and once more in those of ALL_PLACES; KEYLINE_FAULTS=full fails

@@ -1,4 +1,4 @@
-"""Runs the programs in tests/faults under the interpreter under test, and names places.
+"""Runs the programs in inject/ under the interpreter under test, and names places.
 
 The C part is compiled here; the programs tell one JSON object a line.
 """
@@ -13,7 +13,7 @@ import pytest
 
 from script import DEADLINE, environment
 
-HERE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "faults")
+HERE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "inject")
 FULL = os.environ.get("KEYLINE_FAULTS") == "full"
 
 x86_64 = pytest.mark.skipif(platform.machine() != "x86_64",

@@ -2,8 +2,8 @@
 // everything that must hold between two calls.
 #pragma once
 
-#include "../Cli/history.h"
-#include "../Cli/history_index.h"
+#include "../../Cli/history.h"
+#include "../../Cli/history_index.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

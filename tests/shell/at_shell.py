@@ -5,7 +5,9 @@ all that is on the screen, to the last row.
 """
 import os
 
-SHELL = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "shell")
+from script import ROOT
+
+SHELL = os.path.join(ROOT, "shell")
 WELCOME = "? helps, TAB completes, exit leaves"
 
 # A login starts with Ctrl-C as it is by default, whoever started the tests.

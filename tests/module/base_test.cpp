@@ -1,7 +1,7 @@
 // The report of a failed check: what operators know, and what it must not need.
-#include "../Cli/base.h"
-#include "../lineedit/lineedit.h"
-#include "failing_malloc.h"
+#include "../../Cli/base.h"
+#include "../../lineedit/lineedit.h"
+#include "../support/failing_malloc.h"
 
 #include <errno.h>
 #include <gtest/gtest.h>

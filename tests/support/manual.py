@@ -7,8 +7,9 @@ import re
 import subprocess
 import termios
 
+from script import ROOT
+
 COOKED = termios.ICANON | termios.ECHO  # what the editor's raw mode takes away
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 FOLDER = os.path.join(ROOT, "docs", "manual")
 PAGES = ("Keyline.3", "keyline.7", "vantor.3")
 ESCAPES = {r"\e": "\\", r"\&": "", r"\-": "-", r"\ ": " ", r"\(aq": "'", r"\(ga": "`",

@@ -16,10 +16,10 @@ import tarfile
 import pytest
 
 from log_file import append
+from script import ROOT
 
 __test__ = bool(os.environ.get("KEYLINE_TEST_PACKAGES"))
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 EDITOR = os.environ.get("KEYLINE_EDITOR_DIR", os.path.join(ROOT, "build", "editor"))
 SYSTEM = "/usr/bin/python3"
 PIP = ["-m", "pip", "--disable-pip-version-check", "--no-cache-dir"]

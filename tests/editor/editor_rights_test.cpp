@@ -3,7 +3,7 @@
 // watches (confine.h): a session that does any of it ends by "Bad system call".
 #include "editor_check.h"
 
-#include "confine.h"
+#include "../support/confine.h"
 
 #include <set>
 

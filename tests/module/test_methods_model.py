@@ -8,9 +8,9 @@ import sys
 
 import pytest
 
-from script import DEADLINE, environment
+from script import DEADLINE, ROOT, environment
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "fuzzing"))
+sys.path.insert(0, os.path.join(ROOT, "fuzzing"))
 
 import methods  # noqa: E402
 from methods import Runner, make_session, shorten, story  # noqa: E402

@@ -9,7 +9,9 @@ import subprocess
 
 import pytest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+from script import ROOT
+
+SUPPORT = os.path.join(ROOT, "tests", "support")
 
 # The end is one that opens nothing either.
 SCRIPT = """
@@ -30,7 +32,7 @@ def confining(tmp_path_factory):
     """A library with confine(), for a child to load."""
     library = str(tmp_path_factory.mktemp("confine") / "confine.so")
     source = '#define inline __attribute__((used, visibility("default")))\n' \
-        '#define static\n#include "%s/confine.h"\n' % HERE
+        '#define static\n#include "%s/confine.h"\n' % SUPPORT
     subprocess.run(["gcc", "-shared", "-fPIC", "-w", "-x", "c", "-o", library, "-"],
                    input=source.encode(), check=True)
     return library

@@ -8,6 +8,7 @@ import subprocess
 import tempfile
 import threading
 
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 DEADLINE = float(os.environ.get("KEYLINE_TEST_DEADLINE", "30"))
 CHILD = os.path.join(os.path.dirname(os.path.abspath(__file__)), "child.py")
 RESULTS = ("line", "raised")  # the facts that a read ends with; one queue

@@ -1,4 +1,5 @@
 """The README's program does what it says, and its picture is what the shell shows."""
+import glob
 import importlib.machinery
 import importlib.util
 import os
@@ -8,14 +9,18 @@ import xml.dom.minidom
 import pyte
 import pytest
 
-from script import environment
-
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from script import ROOT, environment
 
 
 def read(name):
     with open(os.path.join(ROOT, name), encoding="utf-8") as file:
         return file.read()
+
+
+def all_tests():
+    """The text of all tests."""
+    return "\n".join(read(path) for end in ("cpp", "py")
+                     for path in glob.glob(os.path.join(ROOT, "tests", "*", "*." + end)))
 
 
 def tool(name):
@@ -116,9 +121,7 @@ def test_what_holds_the_security_is_there():
     """Each sentence of the page names what holds it, and that is there."""
     rows = re.findall(r"^\| ([A-Z].*) \| ([^|]+) \|$", read("docs/security.md"), re.M)
     assert len(rows) > 25
-    tests = os.path.join(ROOT, "tests")
-    text = "\n".join(read(os.path.join(tests, name)) for name in os.listdir(tests)
-                     if name.endswith((".cpp", ".py")))
+    text = all_tests()
     for sentence, held_by in rows:
         names = re.findall("`([^`]+)`", held_by)
         assert names or held_by == "by design", sentence
@@ -136,9 +139,7 @@ def test_what_holds_the_patches_is_there():
     rows = re.findall(r"^\| `(\d\d+-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
     patches = {name[:-len(".patch")] for name in os.listdir(os.path.join(ROOT, "lineedit/patches"))}
     assert {patch for patch, _ in rows} == patches
-    tests = os.path.join(ROOT, "tests")
-    text = "\n".join(read(os.path.join(tests, name)) for name in os.listdir(tests)
-                     if name.endswith((".cpp", ".py")))
+    text = all_tests()
     for patch, held_by in rows:
         names = re.findall("`([^`]+)`", held_by)
         assert names or held_by in ("see below", "the fuzzer's corpus"), patch

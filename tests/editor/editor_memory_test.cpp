@@ -1,8 +1,8 @@
 // Memory errors and hangs of the packaged editor that its user could reach with keys, a
 // prompt or a configuration, each with the fewest keys that show it. Run under the
 // sanitizers, each of them ends the packaged editor.
+#include "../support/failing_malloc.h"
 #include "editor_check.h"
-#include "failing_malloc.h"
 
 #include <algorithm>
 #include <histedit.h>

@@ -2,7 +2,7 @@
 
 The points are all calls that the module, the editor in it and the log library make of
 anything else, the system's included: right before the call is made, and right after it has
-returned; and every instruction of the module and the editor (tests/faults). By default each
+returned; and every instruction of the module and the editor (inject/). By default each
 call's place is visited once and with the signals that matter most there, and a sample of the
 instructions; KEYLINE_FAULTS=full visits every call of the act with every signal, with
 Python's own handlers and without, on the reading thread and on another, and all instructions.

@@ -7,8 +7,10 @@ import sys
 
 import pytest
 
+from script import ROOT
+
 HERE = os.path.dirname(os.path.abspath(__file__))
-STUBS = os.path.join(os.path.dirname(HERE), "Cli")
+STUBS = os.path.join(ROOT, "Cli")
 
 # For each method a call with each number of arguments that the stub allows, and those with
 # None where it allows that. In this order: the editor keeps lines once it has started,

@@ -1,8 +1,8 @@
 // Taking the history commands' keys away and giving them back, against stand-ins for the
 // keymap functions of an editor that has them. The real editor's do nothing.
-#include "../Cli/history_keys.h"
-#include "../Cli/keys.h"
-#include "../lineedit/lineedit.h"
+#include "../../Cli/history_keys.h"
+#include "../../Cli/keys.h"
+#include "../../lineedit/lineedit.h"
 
 #include <gtest/gtest.h>
 #include <iterator>

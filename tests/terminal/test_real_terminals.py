@@ -4,7 +4,8 @@ import sys
 
 import pytest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from script import ROOT
+
 sys.path.insert(0, os.path.join(ROOT, "tools", "real_terminals"))
 
 import judge  # noqa: E402 pylint: disable=wrong-import-position

@@ -1,7 +1,7 @@
 // The order in which keys are bound, in both forms, against stand-ins for the editor's
 // binding functions. The real editor's keymap functions do nothing.
-#include "../Cli/complete_hook.h"
-#include "../Cli/keys.h"
+#include "../../Cli/complete_hook.h"
+#include "../../Cli/keys.h"
 
 #include <gtest/gtest.h>
 #include <set>
