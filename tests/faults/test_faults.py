@@ -14,7 +14,7 @@ import json
 
 import pytest
 
-from laboratory import FULL, Laboratory, between, laboratory, x86_64  # noqa: F401
+from fault_injection import FULL, Laboratory, between, laboratory, x86_64  # noqa: F401
 
 pytestmark = x86_64
 
@@ -235,7 +235,7 @@ def plan(setup, between):
     Acts that begin a process's life come last, as nothing is repeated in them.
     """
     told = json.loads(Laboratory(setup, between).play(
-        "faults.py", 1, 0, given={act: [] for act in ACTS}))
+        "failing_calls.py", 1, 0, given={act: [] for act in ACTS}))
     plan, taken = {}, set()
     for act in ACTS[::-1]:
         calls = {tuple(call) for call in told["noted"][act]["calls"]}
@@ -251,7 +251,7 @@ def test_each_call_fails(laboratory, setup, plan, act):
     if setup.sanitizer_logs:  # it has its own account, and reports where a process is to end
         repeats = 0
         calls = [call for call in calls if not found(DEATHS, call, laboratory.place(call))]
-    text = laboratory.play("faults.py", 0 if FULL else 1, repeats, given={act: calls})
+    text = laboratory.play("failing_calls.py", 0 if FULL else 1, repeats, given={act: calls})
     played = json.loads(text)
     told = played["told"]
     problems = []

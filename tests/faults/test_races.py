@@ -11,7 +11,7 @@ import json
 
 import pytest
 
-from laboratory import FULL, between, laboratory, x86_64  # noqa: F401 - fixtures
+from fault_injection import FULL, between, laboratory, x86_64  # noqa: F401 - fixtures
 
 pytestmark = x86_64
 
@@ -99,7 +99,7 @@ def wrong(act, sent, plain, told):
 
 def check(laboratory, act, visits, stride, sent):
     """Plays all; how many points were reached."""
-    text = laboratory.play("races.py", act, visits, stride, *sent)
+    text = laboratory.play("signals.py", act, visits, stride, *sent)
     first, *told = [json.loads(line) for line in text.splitlines()]
     assert first["status"] == 0, first
     points = [one for one in told if "point" in one]

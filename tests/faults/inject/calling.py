@@ -4,7 +4,7 @@ import os
 import sys
 import termios
 
-import between
+import interposer as between
 
 made = refused = 0  # how many calls the act has made, and which of them is not to be made
 

@@ -4,7 +4,7 @@
  * as it was.
  */
 #define _GNU_SOURCE
-#include "between.h"
+#include "interposer.h"
 
 #include <malloc.h>
 #include <poll.h>

@@ -4,7 +4,7 @@
  * right before it. Not for what runs with all signals blocked, as the log library does.
  */
 #define _GNU_SOURCE
-#include "between.h"
+#include "interposer.h"
 
 #include <signal.h>
 #include <string.h>

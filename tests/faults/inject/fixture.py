@@ -14,8 +14,8 @@ import sys
 import termios
 import threading
 
-import acts
-import between
+import scenarios as acts
+import interposer as between
 import calling
 
 NOISE = 12  # bytes a play; the smallest piece of memory takes 32

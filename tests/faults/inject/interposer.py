@@ -1,6 +1,6 @@
-"""The face of between.c: what passes between the module and the libraries that it uses.
+"""The face of interposer.c: what passes between the module and the libraries that it uses.
 
-Runs in the interpreter under test. The structures are those of between.c.
+Runs in the interpreter under test. The structures are those of interposer.c.
 """
 import collections
 import contextlib

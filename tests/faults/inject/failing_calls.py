@@ -10,10 +10,10 @@ import os
 import sys
 import termios
 
-import acts
-import between
+import scenarios as acts
+import interposer as between
 import calling
-import stage
+import fixture as stage
 from failures import FAILURES, label
 
 TRIES = 20  # how often a call is waited for: the look for more keys needs keys that come fast

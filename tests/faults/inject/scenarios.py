@@ -8,7 +8,7 @@ import os
 import sys
 import termios
 
-import between
+import interposer as between
 from calling import Log, bare_reset, do, read, simple_read
 
 LEVELS = ("loaded", "imported", "used")  # what the process has done before

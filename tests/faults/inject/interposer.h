@@ -1,4 +1,4 @@
-/* What the C files here share; between.py has the same structures. */
+/* What the C files here share; interposer.py has the same structures. */
 #include <stdint.h>
 #include <sys/select.h>
 

@@ -13,9 +13,9 @@ import sys
 import termios
 import threading
 
-import acts
-import between
-import stage
+import scenarios as acts
+import interposer as between
+import fixture as stage
 
 SIGNALS = (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGCONT,
            signal.SIGTSTP, signal.SIGWINCH)

@@ -6,10 +6,10 @@
  * made or after it has returned. Whatever waits for the terminal is given its next keys here
  * too, so that a whole session runs on one thread and the same way every time.
  *
- * For x86-64 and the ELF linker's eager binding. Driven from Python: see between.py.
+ * For x86-64 and the ELF linker's eager binding. Driven from Python: see interposer.py.
  */
 #define _GNU_SOURCE
-#include "between.h"
+#include "interposer.h"
 
 #include <elf.h>
 #include <errno.h>

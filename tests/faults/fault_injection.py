@@ -23,7 +23,7 @@ x86_64 = pytest.mark.skipif(platform.machine() != "x86_64",
 def compile_between(folder):
     """The shared object that stands between the module and what it calls."""
     path = str(folder / "between.so")
-    sources = [os.path.join(HERE, name) for name in ("between.c", "session.c", "steps.c")]
+    sources = [os.path.join(HERE, name) for name in ("interposer.c", "session.c", "steps.c")]
     subprocess.run(["gcc", "-std=gnu11", "-Wall", "-Wextra", "-Werror", "-O1", "-shared",
                     "-fPIC", "-o", path] + sources, check=True)
     return path
