@@ -11,13 +11,13 @@ die()
     exit 1
 }
 
-# Prints the packages of the given groups that are not installed.
-missing_packages() # GROUP...
+# Prints the packages of the given groups, of all when none is given, that are not installed.
+missing_packages() # [GROUP...]
 {
     local group name wanted=()
     while read -r group name; do
-        [[ " $* " != *" $group "* ]] || wanted+=("$name")
-    done < "$root/tools/packages"
+        [[ $# -ne 0 && " $* " != *" $group "* ]] || wanted+=("$name")
+    done < <(grep -v '^#' "$root/tools/packages")
     comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) \
         <(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${wanted[@]}" 2> /dev/null |
             sed -n 's/^ii *//p' | sort)
@@ -57,20 +57,23 @@ default_python()
     read -r version python <<< "$line"
 }
 
-# Configures the folder unless that was done in the same way, and builds the target.  One
-# build at a time uses a folder.
+# Configures the folder unless that was done in the same way and with the same packages
+# installed, and builds the target: what is installed later is found, too.  One build at a time
+# uses a folder.
 build() # FOLDER PYTHON TARGET CMAKE-OPTION...
 (
     local folder=$1 interpreter=$2 target=$3 how
     shift 3
     [ -z "${KEYLINE_LIBEDIT_ARCHIVE:-}" ] ||
         set -- "$@" "-DKEYLINE_LIBEDIT_ARCHIVE=$(realpath "$KEYLINE_LIBEDIT_ARCHIVE")"
-    how="$root $interpreter $*"
+    how="$root $interpreter $* without $(missing_packages | tr '\n' ' ')"
 
     mkdir -p "$folder" && exec 8> "$folder/lock" && flock 8 || return
     if [ ! -f "$folder/build.ninja" ] ||
         [ "$(cat "$folder/configured" 2> /dev/null)" != "$how" ]; then
-        cmake --fresh -S "$root" -B "$folder" -G Ninja "-DKEYLINE_PYTHON=$interpreter" \
+        # All is looked for anew; what is compiled stays, Ninja knows how it was.
+        rm -rf "$folder/CMakeCache.txt" "$folder"/CMakeFiles/[0-9]* || return
+        cmake -S "$root" -B "$folder" -G Ninja "-DKEYLINE_PYTHON=$interpreter" \
             "-DKEYLINE_EDITOR_DIR=$root/build/editor" "$@" || return
         printf '%s\n' "$how" > "$folder/configured"
     fi
