@@ -3,6 +3,7 @@
 A small machine is made for each test: programs that stand in for the system's own come first on
 its PATH, and a source tree of a few lines is in the place of the project's.
 """
+import hashlib
 import os
 import shutil
 import subprocess
@@ -95,3 +96,127 @@ def test_configured_once(machine):
     machine.build("build")
     machine.build("build")
     assert (machine.root / "configured").read_text() == "once\n"
+
+
+# --- The line editor's archive -----------------------------------------------------------
+
+ARCHIVE = b"not the editor"
+SUM = hashlib.sha256(ARCHIVE).hexdigest()
+NAME = "libedit_3.1-20221030.orig.tar.gz"
+
+
+class Mirror:
+    """A place with source packages, and an apt that has it among its sources."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        for name in "sources.d", "lineedit", "got":
+            (folder / name).mkdir()
+        shutil.copy(os.path.join(ROOT, "lineedit", "fetch.sh"), folder / "lineedit")
+        (folder / "lineedit" / "archive.sha256").write_text("%s  %s\n" % (SUM, NAME))
+        (folder / "apt.conf").write_text(
+            'Dir::Etc::sourcelist "%s/sources.list";\nDir::Etc::sourceparts "%s/sources.d";\n'
+            % (folder, folder))
+
+    def carry(self, suite, version, archive=ARCHIVE):
+        """Has the suite carry this version of the package."""
+        pool = self.folder / "mirror" / "pool" / suite
+        pool.mkdir(parents=True)
+        name = "libedit_%s" % version.rpartition("-")[0]
+        files = {name + ".orig.tar.gz": archive, "libedit_%s.dsc" % version: b"control"}
+        sums = []
+        for each, content in files.items():
+            (pool / each).write_bytes(content)
+            sums.append(" %s %d %s" % (hashlib.sha256(content).hexdigest(), len(content), each))
+        index = ("Package: libedit\nBinary: libedit2\nVersion: %s\nFormat: 3.0 (quilt)\n"
+                 "Directory: pool/%s\nChecksums-Sha256:\n%s\n\n" % (version, suite, "\n".join(sums)))
+        path = self.folder / "mirror" / "dists" / suite / "main" / "source"
+        path.mkdir(parents=True)
+        (path / "Sources").write_text(index)
+        (path.parent.parent / "Release").write_text(
+            "Suite: %s\nCodename: %s\nComponents: main\nSHA256:\n %s %d main/source/Sources\n" % (
+                suite, suite, hashlib.sha256(index.encode()).hexdigest(), len(index)))
+
+    def source(self, form, suite):
+        """Makes it one of the machine's sources."""
+        if form == "list":
+            (self.folder / "sources.list").write_text(
+                "deb [trusted=yes] file:%s/mirror %s main\n" % (self.folder, suite))
+        else:
+            (self.folder / "sources.d" / "it.sources").write_text(
+                "# it\nTypes: deb\nURIs: file:%s/mirror\nSuites: %s\n other\nComponents: main\n"
+                "Trusted: yes\n" % (self.folder, suite))
+
+    def fetch(self, **changes):
+        """The file that was got and what was said."""
+        environment = dict(os.environ, APT_CONFIG=str(self.folder / "apt.conf"), **changes)
+        result = subprocess.run([self.folder / "lineedit" / "fetch.sh", self.folder / "got"],
+                                env=environment, stdin=subprocess.DEVNULL, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        assert (result.returncode == 0) == bool(result.stdout) == (not result.stderr)
+        return result.stdout.rstrip("\n"), result.stderr
+
+
+@pytest.fixture
+def mirror(tmp_path):
+    return Mirror(tmp_path)
+
+
+FORMS = pytest.mark.parametrize("form", ["list", "sources"])
+
+
+@FORMS
+def test_archive_of_the_machines_suite(mirror, form):
+    mirror.carry("trixie", "3.1-20221030-7")
+    mirror.source(form, "trixie")
+    assert mirror.fetch() == (str(mirror.folder / "got" / NAME), "")
+    assert (mirror.folder / "got" / NAME).read_bytes() == ARCHIVE
+
+
+@FORMS
+def test_archive_of_another_suite(mirror, form):
+    """The machine's own suite has a newer version: the pinned one is at the same place."""
+    mirror.carry("trixie", "3.1-20250104-1", b"another")
+    mirror.carry("bookworm", "3.1-20221030-2")
+    mirror.source(form, "trixie")
+    assert mirror.fetch() == (str(mirror.folder / "got" / NAME), "")
+
+
+def test_archive_is_fetched_once(mirror):
+    mirror.carry("bookworm", "3.1-20221030-2")
+    mirror.source("list", "bookworm")
+    first = mirror.fetch()
+    shutil.rmtree(mirror.folder / "mirror")
+    assert mirror.fetch() == first
+
+
+def test_archive_that_nobody_carries(mirror):
+    mirror.carry("trixie", "3.1-20250104-1", b"another")
+    mirror.source("list", "trixie")
+    _, said = mirror.fetch()
+    for words in (NAME, "libedit 3.1-20221030", "no package source has it, only 3.1-20250104-1",
+                  "file:%s/mirror trixie" % mirror.folder, "/mirror bookworm",
+                  "Add a package source that has it", "KEYLINE_LIBEDIT_ARCHIVE=FILE"):
+        assert words in said
+    assert not (mirror.folder / "got" / "apt").exists()
+
+
+def test_no_source_answers(mirror):
+    mirror.source("list", "trixie")
+    assert "no package source answered; is there a network?" in mirror.fetch()[1]
+
+
+def test_archive_with_another_sum(mirror):
+    mirror.carry("bookworm", "3.1-20221030-2", b"something else")
+    mirror.source("list", "bookworm")
+    assert "not %s as pinned" % SUM in mirror.fetch()[1]
+    assert not (mirror.folder / "got" / NAME).exists()
+
+
+def test_archive_from_a_file(mirror):
+    """Nothing is fetched, and it is judged like one that was."""
+    mine = mirror.folder / "mine"
+    for content, got in ((ARCHIVE, str(mine)), (b"wrong", "")):
+        mine.write_bytes(content)
+        assert mirror.fetch(KEYLINE_LIBEDIT_ARCHIVE=str(mine))[0] == got
+    assert mirror.fetch(KEYLINE_LIBEDIT_ARCHIVE=str(mine) + "-not")[1].endswith("no file\n")
