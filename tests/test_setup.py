@@ -5,6 +5,7 @@ its PATH, and a source tree of a few lines is in the place of the project's.
 """
 import hashlib
 import os
+import re
 import shutil
 import subprocess
 
@@ -16,7 +17,14 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 PROGRAMS = {
     "dpkg-query": """
         for name; do grep -qx -e "$name" "$MACHINE/installed" && echo "ii $name"; done; true""",
+    "apt-cache": """
+        [ -e "$MACHINE/updated" ] || exit 0
+        for name; do
+            case $name in policy) ;; rare) printf 'rare:\\n  Candidate: (none)\\n' ;;
+            *) printf '%s:\\n  Candidate: 1.0\\n' "$name" ;; esac
+        done""",
     "apt-get": """
+        case " $* " in *" update "*) touch "$MACHINE/updated" ;; esac
         case " $* " in *" install "*) ;; *) exit 0 ;; esac
         for name; do
             case $name in -* | *::* | install) continue ;; esac
@@ -96,6 +104,53 @@ def test_configured_once(machine):
     machine.build("build")
     machine.build("build")
     assert (machine.root / "configured").read_text() == "once\n"
+
+
+# --- Packages ----------------------------------------------------------------------------
+
+
+def install(machine, packages):
+    """What installing a list of packages leaves installed, and what it says."""
+    (machine.root / "tools" / "packages").write_text(packages)
+    result = machine.run("install_packages build")
+    return (machine.folder / "installed").read_text().split(), result.stderr
+
+
+def test_the_first_of_several_that_there_is(machine):
+    """One machine's sources have another's packages by other names, and no lists at first."""
+    assert install(machine, "build rare|second|third\nbuild g++\n")[0] == ["g++", "second"]
+    assert install(machine, "build first|second|third\n") == (["g++", "second"], "")
+
+
+def test_package_that_no_source_has(machine):
+    installed, said = install(machine, "build first\nbuild rare|rare\n")
+    assert installed == []
+    assert "no package source of this machine has rare or rare\n" in said
+    assert "cannot install first rare (log: " in said
+
+
+# --- ./demo ------------------------------------------------------------------------------
+
+
+def test_demo_says_what_it_does(machine):
+    """Each step while it is done, with its time, the first time; the second time nothing."""
+    (machine.root / "CMakeLists.txt").write_text(SOURCES.replace("(built)", "(Keyline)"))
+    (machine.root / "tools" / "packages").write_text("build first\n")
+    shutil.copy(os.path.join(ROOT, "demo"), machine.root)
+    (machine.root / "shell").mkdir()
+    (machine.root / "shell" / "__main__.py").write_text("print('it starts')\n")
+    (machine.root / "lineedit").mkdir()
+    editor = machine.root / "lineedit" / "build.sh"
+    editor.write_text('#!/bin/sh\n[ "$1" = --ask ] || exec touch "$2-is-there"\n[ -e "$3-is-there" ]\n')
+    editor.chmod(0o755)
+    said = []
+    for _ in range(2):
+        result = machine.run("exec ./demo")
+        assert (result.returncode, result.stdout) == (0, "it starts\n"), result.stderr
+        said.append(re.sub(r"Python 3\.\d+ ", "Python ", re.sub(r"\d+ s\n", "N s\n", result.stderr)))
+    assert said == ["installing with apt-get: first ... N s\n"
+                    "fetching and building the line editor ... N s\n"
+                    "building the module for Python ... N s\n", ""]
 
 
 # --- The line editor's archive -----------------------------------------------------------
