@@ -8,10 +8,12 @@ import os
 import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
 
 # Packages are lines in a file; each has a program of its name.
 PROGRAMS = {
@@ -151,6 +153,33 @@ def test_demo_says_what_it_does(machine):
     assert said == ["installing with apt-get: first ... N s\n"
                     "fetching and building the line editor ... N s\n"
                     "building the module for Python ... N s\n", ""]
+
+
+# --- What there is no way to do here -----------------------------------------------------
+
+
+def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
+    """It is not skipped, for a skipped test counts as a failed one."""
+    (tmp_path / "sitecustomize.py").write_text(
+        "import platform\nplatform.machine = lambda: 'another'\n")
+    stage = tmp_path / "results" / "stage"
+    stage.mkdir(parents=True)
+    (stage / "status").write_text("0\n")
+    subprocess.run(
+        [sys.executable, "-m", "pytest", os.path.join(HERE, "test_races.py"), __file__, "-q",
+         "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
+         "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
+         "--left-out", stage / "left-out"],
+        env=dict(os.environ, PYTHONPATH=str(tmp_path)), check=True, stdin=subprocess.DEVNULL)
+    counted = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "count_tests.py"),
+                              tmp_path / "results"], check=True, stdout=subprocess.PIPE, text=True)
+    left_out, total = counted.stdout.splitlines()
+    number, names = re.fullmatch("left out here: ([0-9]+) tests, for what stands between is written "
+                                 "for x86-64: (.*)", left_out).groups()
+    assert int(number) > 10
+    assert [name.rpartition("::")[2] for name in names.split(", ")] == [
+        "test_at_every_call", "test_at_every_instruction"]
+    assert total == "1 passed, 0 failed"
 
 
 # --- The line editor's archive -----------------------------------------------------------
