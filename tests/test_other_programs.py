@@ -5,14 +5,8 @@ import pytest
 
 from manual import expect_rows
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-PATH = """
-os.environ["PYTHONPATH"] += ":" + %r
-sys.path.append(%r)
-""" % (ROOT, ROOT)
-
 # The program becomes the child's process, started as a user starts it.
-RUN = PATH + """
+RUN = """
 signal.signal(signal.SIGINT, signal.SIG_DFL)
 with open("program.py", "w") as file:
     file.write(%r)
@@ -226,7 +220,7 @@ input("> ")
 
 
 def test_signals_go_where_the_program_has_them(start):
-    child = start(PATH + """
+    child = start("""
 from keyline_shell import readline
 readline.install()
 signal.signal(signal.SIGINT, lambda *_: tell("interrupted"))
@@ -264,7 +258,7 @@ except KeyboardInterrupt:
 
 def test_a_program_is_stopped_and_goes_on(start):
     """A shell with job control is its parent."""
-    child = start(PATH + """
+    child = start("""
 with open("program.py", "w") as file:
     file.write("print(repr(input('> ')))")
 os.environ["PS1"] = "shell$ "
@@ -284,7 +278,7 @@ os.execv("/bin/bash", ["bash", "--norc", "--noprofile", "-i"])
 
 
 def test_threads_wait_for_each_other_and_a_read_within_a_read_is_refused(start):
-    child = start(PATH + """
+    child = start("""
 from keyline_shell import readline
 readline.install()
 def complete(text, state):
@@ -305,7 +299,7 @@ for thread in threads:
 
 
 def test_without_a_terminal_it_is_the_builtin(run):
-    found = run(PATH + """
+    found = run("""
 from keyline_shell import readline
 readline.install()
 import readline as standard
@@ -369,7 +363,7 @@ for number in range(3):
 
 def test_histories(run):
     """Values that the standard module gives, too."""
-    found = run(PATH + r"""
+    found = run(r"""
 from keyline_shell import readline
 def all(): return [readline.get_history_item(number) for number in range(6)]
 def held(): return open("file", "rb").read()
@@ -431,7 +425,7 @@ tell("home", open(os.environ["HOME"] + "/.history", "rb").read())
     (["-m", "no.such"], SAID + "no module named no.such"),
     ([], "usage: python3 -m keyline_shell.readline PROGRAM [ARGUMENT...]")])
 def test_nothing_to_run(run, arguments, said):
-    found = run(PATH + """
+    found = run("""
 from keyline_shell import readline
 readline.main(%r)
 """ % (arguments,), end="exception")
@@ -440,7 +434,7 @@ readline.main(%r)
 
 def test_what_a_program_finds(run):
     """Its arguments, its folder first where it imports from, its name; a folder runs as well."""
-    found = run(PATH + """
+    found = run("""
 os.mkdir("folder")
 for path in "folder/beside.py", "folder/__main__.py", "folder/program.py":
     with open(path, "w") as file:
