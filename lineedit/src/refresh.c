@@ -56,6 +56,7 @@ re_clear_rows(EditLine *el)
 			out_move_to_row(el, v);
 			if (r->at.h > 0)
 				out_return(el);
+			row->continued = 0;	/* or its last cell would stay joined */
 			row_clear_behind(el, row, v, 0, row->end);
 		}
 }
