@@ -12,8 +12,7 @@ import sys
 
 import pytest
 
-HERE = os.path.dirname(os.path.abspath(__file__))
-ROOT = os.path.dirname(HERE)
+ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
 
 # Packages are lines in a file; each has a program of its name.
 PROGRAMS = {
@@ -166,7 +165,8 @@ def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
     stage.mkdir(parents=True)
     (stage / "status").write_text("0\n")
     subprocess.run(
-        [sys.executable, "-m", "pytest", os.path.join(HERE, "test_races.py"), __file__, "-q",
+        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests/faults/test_races.py"),
+         __file__, "-q",
          "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
          "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
          "--left-out", stage / "left-out"],
