@@ -4,7 +4,8 @@
 # Puts OUTDIR/FLAVOUR/{lib,include}/ from the distribution's source package, or from the
 # file that KEYLINE_LIBEDIT_ARCHIVE names (either must have the sum in archive.sha256), with
 # the patches of `series` applied and the files of src/ in the place of the editor's own.
-# Does nothing when the flavour is already what it should be.
+# Does nothing when the flavour is already what it should be. FLAVOUR may be `archive`: then
+# only the archive is put there, and its path is printed.
 #
 # lib/libedit.a shows the editor's interface alone: its inner names, some of which the
 # module uses for its own functions, are local.  For tests of the inside, lib/private/ has
@@ -29,7 +30,7 @@ die()
 
 # --- What is asked for ---------------------------------------------------------------
 
-[ $# -eq 2 ] || die "usage: lineedit/build.sh plain|asan|pristine-asan|fuzz|coverage OUTDIR"
+[ $# -eq 2 ] || die "usage: lineedit/build.sh plain|asan|pristine-asan|fuzz|coverage|archive OUTDIR"
 flavour=$1
 
 compiler=gcc
@@ -49,6 +50,9 @@ fuzz) # with shorter lines at most, or a few sessions would take all the time
     compiler=clang ;;
 coverage)
     cflags="-O0 -g -fPIC --coverage" ;;
+archive) # nothing is built
+    cflags=""
+    patched=no ;;
 *)
     die "there is no flavour '$flavour' (plain, asan, pristine-asan, fuzz or coverage)" ;;
 esac
@@ -207,6 +211,12 @@ flock 9
 
 if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then
     obtain_archive # a wrong file is told also when there is nothing to build
+fi
+
+if [ "$flavour" = archive ]; then
+    obtain_archive
+    printf '%s\n' "$archive"
+    exit 0
 fi
 
 hash=$(flavour_hash)
