@@ -70,7 +70,7 @@ hist_init_context()
 // ---- browsing ----
 
 // How many entries a walk looks at one by one before it turns to the side table.
-static constexpr int steps_before_index = 16;
+constexpr int steps_before_index = 16;
 
 // The first visible entry from `link` on towards older lines, `link` included; the sentinel
 // when there is none. The twin below goes towards newer lines.
