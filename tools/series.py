@@ -63,8 +63,8 @@ def series():
 
 def archive():
     """The path of the archive that the patches are for."""
-    found = subprocess.run([os.path.join(LINEEDIT, "build.sh"), "archive",
-                            os.path.join(ROOT, "build", "editor")],
+    found = subprocess.run([os.path.join(LINEEDIT, "fetch.sh"),
+                            os.path.join(ROOT, "build", "editor", "archive")],
                            stdout=subprocess.PIPE, check=False, text=True)
     if found.returncode != 0:
         raise SystemExit(1)  # it has said why
