@@ -8,14 +8,17 @@ import tempfile
 
 import pytest
 
-from script import run_script
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+
+# pylint: disable=wrong-import-position
+from script import ROOT, run_script
 from terminal import Terminal
 
 # The quarantines are small, so that what was freed does not look like growth.
 ASAN_OPTIONS = ("detect_leaks=1:allocator_may_return_null=1:exitcode=99:"
                 "quarantine_size_mb=1:thread_local_quarantine_size_kb=16:")
 SANITIZER = ("LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
-HERE = os.path.dirname(os.path.abspath(__file__))
+SUPPRESSIONS = os.path.join(ROOT, "tests", "support", "valgrind.supp")
 
 
 # A job in the background is started with some signals ignored, and so would its children be.
@@ -57,7 +60,7 @@ def under_valgrind(interpreter, logs):
     """The path of a program that runs the interpreter under memcheck."""
     path = os.path.join(logs, "interpreter")
     with open(path, "w", encoding="utf-8") as file:
-        file.write(VALGRIND % (os.path.join(HERE, "valgrind.supp"), logs, interpreter))
+        file.write(VALGRIND % (SUPPRESSIONS, logs, interpreter))
     os.chmod(path, 0o755)
     return path
 
@@ -71,7 +74,7 @@ class Setup:
             [interpreter, "-c", "import sys; print('%d.%d' % sys.version_info[:2])"],
             check=True, capture_output=True, text=True).stdout.strip()
         self.module_dir = os.path.abspath(
-            module_dir or os.path.join(os.path.dirname(HERE), "build", self.version))
+            module_dir or os.path.join(ROOT, "build", self.version))
         self.sanitizer_logs = sanitizer_logs
         self.under_valgrind = under
         if under:
