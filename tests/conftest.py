@@ -161,8 +161,8 @@ def mounts():
         return True
 
 
-def worlds():
-    """Whether this user may make a process the first of its world."""
+def makes_pid_namespaces():
+    """Whether this user may make a process the first of a PID namespace."""
     return subprocess.run(["unshare", "--pid", "--fork", "true"],
                           stderr=subprocess.DEVNULL).returncode == 0
 
@@ -175,7 +175,7 @@ def pytest_collection_modifyitems(config, items):
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
-    for name, able in (("small_disk", mounts), ("first_process", worlds),
+    for name, able in (("small_disk", mounts), ("first_process", makes_pid_namespaces),
                        ("others", lambda: os.getuid() == 0)):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
