@@ -34,6 +34,8 @@ def pytest_addoption(parser):
                      help="where the built module lies; default build/<version>")
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
+    parser.addoption("--left-out", metavar="FILE",
+                     help="where to write what this machine or user has no way to do")
     parser.addoption("--valgrind", action="store_true",
                      help="run the children under memcheck; KEYLINE_TEST_DEADLINE=300 gives"
                      " them the time for it")
@@ -168,17 +170,46 @@ def makes_pid_namespaces():
 
 
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what is nothing for a sanitizer, and what this user has no way to do."""
+    """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
     markers = []
     if config.getoption("--sanitized") or config.getoption("--valgrind"):
         markers.append("plain_only")
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
-    for name, able in (("small_disk", mounts), ("first_process", makes_pid_namespaces),
-                       ("others", lambda: os.getuid() == 0)):
+    lacking = {}
+    for item in items:
+        for marker in item.iter_markers("only_where"):
+            if not marker.args[0]:
+                lacking[item] = marker.args[1]
+    for name, able, reason in (
+            ("small_disk", mounts, "this user may mount nothing"),
+            ("first_process", makes_pid_namespaces,
+             "this user may make no PID namespace"),
+            ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
-            left_out += needing
+            lacking.update(dict.fromkeys(needing, reason))
+    left_out += [item for item in lacking if item not in left_out]
     config.hook.pytest_deselected(items=left_out)
     items[:] = [item for item in items if item not in left_out]
+    told = [(reason, item.nodeid) for item, reason in lacking.items()]
+    config.left_out = told
+    if hasattr(config, "workeroutput"):
+        config.workeroutput["left_out"] = told
+
+
+@pytest.hookimpl(optionalhook=True)
+def pytest_testnodedown(node, error):
+    """A worker of pytest-xdist has ended: each left out the same."""
+    node.config.left_out = getattr(node, "workeroutput", {}).get("left_out", [])
+
+
+def pytest_terminal_summary(terminalreporter, config):
+    """Tells what there is no way to do here, each test by name."""
+    told = getattr(config, "left_out", [])
+    for reason, name in told:
+        terminalreporter.write_line("left out, for %s: %s" % (reason, name))
+    if config.getoption("--left-out"):
+        with open(config.getoption("--left-out"), "w", encoding="utf-8") as file:
+            file.writelines("%s\t%s\n" % one for one in told)

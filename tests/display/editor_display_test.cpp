@@ -124,6 +124,18 @@ TEST_F(EditorDisplay, CommandThatFailsHalfWay)
     expect_right(session_of("one two\001\024\024x\005y\r", 80));
 }
 
+// The row that a wide character has left goes on for the terminal until its last cell is
+// written, which has no cell to be cleared.
+TEST_F(EditorDisplay, RowsClearedWithBlanksNoLongerGoOn)
+{
+    DisplaySession session =
+        session_of(std::string(17, 'a') + "\t\025bbbbbbbbbbb\026\nc\r", 10);
+    session.type = "test-no-erase";
+    session.events[17].kind = DisplayEvent::Answer;
+    session.events[17].bytes = "漢";
+    expect_right(session);
+}
+
 // It is asked where its cursor is, in vain, once.
 TEST_F(EditorDisplay, ResizeOfATerminalThatDoesNotAnswer)
 {

@@ -177,6 +177,19 @@ with open("/proc/self/maps") as file:
 
 
 @EACH_WAY
+def test_the_shell_package_lies_beside_the_module(begin, setup):
+    """All its files, and nothing that an interpreter has made of them."""
+    child = begin("import keyline_shell; tell('package', keyline_shell.__file__)")
+    folder = os.path.join(setup.module_dir, "keyline_shell")
+    assert child.expect_fact("package") == folder + "/__init__.py"
+    child.expect_end()
+    files = {name for name in os.listdir(ROOT + "/keyline_shell") if name != "__pycache__"}
+    assert "py.typed" in files and set(os.listdir(folder)) - {"__pycache__"} == files
+    for name in files:
+        assert read(folder, name) == read(ROOT, "keyline_shell", name)
+
+
+@EACH_WAY
 def test_what_is_to_be_read(setup):
     """The header, the pages of the manual, also for browsers, and what is new."""
     assert read(setup.prefix, "include", "vantor.h") == read(ROOT, "vantor", "vantor.h")

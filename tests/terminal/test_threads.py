@@ -219,6 +219,36 @@ os._exit(0)
     child.expect_end()
 
 
+def test_keys_that_wait_outlive_new_editors(start):
+    """Keys that came in the place of the terminal's answer stay with the read.
+
+    The first of the new editors waits for the end of the read, the second is ended at once.
+    """
+    child = start("""
+import Keyline
+def starts_anew(key, line):
+    for number in range(3):
+        for stream in sys.stdin, sys.stdout:  # a reset drops one reference of each
+            ctypes.pythonapi.Py_IncRef(ctypes.py_object(stream))
+        Keyline.resetInput()
+        Keyline.keyBindingsEnabledIs(True)
+    return ""
+read(starts_anew, "exec", "")
+read()
+""", env={"TERM": "xterm"})
+    child.expect_prompt()
+    child.send("x" * 90)
+    child.expect_shown("x" * 77, "x" * 13)
+    child.resize(24, 30)
+    child.wait("the terminal to be asked", lambda: b"\x1b[6n" in child.display.raw)
+    child.send("<tab> and more<enter>")
+    child.expect_line("x" * 90 + " and more")
+    child.expect_prompt()
+    child.send("next<enter>")
+    child.expect_line("next")
+    child.expect_end()
+
+
 # Log echo, switched off where it is in use
 
 OFF = """
