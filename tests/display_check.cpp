@@ -112,6 +112,8 @@ DisplayCheck::compare_resized(const Layout &layout)
         what = "something is left above";
     if (!what.empty())
         return report(layout, "resized: " + what);
+    below = std::min(usable_height(), layout.rows.size() - seen_top) -
+            (layout.cursor_row - seen_top);
     start = first; // nothing has left the window for good
     top = highest_top = 0;
     least_scrolled = most_scrolled = terminal->scrolled();
