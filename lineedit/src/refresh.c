@@ -20,7 +20,6 @@
 
 #include "el.h"
 #include "output.h"
-#include "position.h"
 #include "row.h"
 #include "window.h"
 
@@ -195,7 +194,6 @@ re_end(EditLine *el)
 	layout_free(&el->el_refresh.drawn);
 	layout_free(&el->el_refresh.next);
 	layout_free(&el->el_refresh.before);
-	position_forget();
 }
 
 /* re_clear_display():
