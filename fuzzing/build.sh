@@ -33,7 +33,7 @@ ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/priv
 objcopy --localize-hidden "$out/editor.o"
 
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \
-    "$here"/../tests/{display_check,naive_layout}.cpp \
-    "$here"/../tests/terminal_{cells,model,resize,rows,type}.cpp \
+    "$here"/../tests/display/{display_check,naive_layout}.cpp \
+    "$here"/../tests/display/terminal_{cells,model,resize,rows,type}.cpp \
     "$here"/../Cli/{base,history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
     -o "$out/keys_fuzz"

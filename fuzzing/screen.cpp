@@ -7,7 +7,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "../tests/display_check.h"
+#include "../tests/display/display_check.h"
 #include "editor_holds.h"
 #include "terminal_stub.h"
 

@@ -1,10 +1,11 @@
 #!/bin/bash
-# Builds one flavour of the adapted line editor:  lineedit/build.sh FLAVOUR OUTDIR
+# Builds one flavour of the adapted line editor:  lineedit/build.sh [--ask] FLAVOUR OUTDIR
 #
 # Puts OUTDIR/FLAVOUR/{lib,include}/ from the distribution's source package, or from the
 # file that KEYLINE_LIBEDIT_ARCHIVE names (either must have the sum in archive.sha256), with
 # the patches of `series` applied and the files of src/ in the place of the editor's own.
-# Does nothing when the flavour is already what it should be.
+# Does nothing when the flavour is already what it should be; with --ask only the exit status
+# tells whether it is.
 #
 # CC, CPPFLAGS, CFLAGS and LDFLAGS in the environment are heeded as usual: what they say comes
 # after what the flavour has, so that it wins.  Another compiler is another build.
@@ -32,7 +33,10 @@ die()
 
 # --- What is asked for ---------------------------------------------------------------
 
-[ $# -eq 2 ] || die "usage: lineedit/build.sh plain|asan|pristine-asan|fuzz|coverage OUTDIR"
+ask=no
+[ "${1:-}" != --ask ] || { ask=yes && shift; }
+[ $# -eq 2 ] ||
+    die "usage: lineedit/build.sh [--ask] plain|asan|pristine-asan|fuzz|coverage OUTDIR"
 flavour=$1
 
 read -ra compiler <<< "${CC:-cc}"
@@ -89,86 +93,6 @@ if [ $patched = yes ]; then
     shopt -s nullglob
     own=("$here"/src/*.[ch])
 fi
-
-# --- The archive ---------------------------------------------------------------------
-
-check_sum() # FILE
-{
-    local found
-    found=$(sha256sum < "$1") || die "cannot read $1"
-    [ "${found%% *}" = "$sum" ] ||
-        die "$1 has SHA-256 ${found%% *}, not $sum as pinned in lineedit/archive.sha256"
-}
-
-# Fetches the source package by name.  The configuration and all state are in $1; of the
-# machine's apt only its sources, keys and network settings are used, and only read.
-fetch_package() # APTDIR
-{
-    local apt=$1 LIST='' PARTS='' offered file
-    mkdir -p "$apt/parts" "$apt/lists/partial" "$apt/cache/archives/partial" "$apt/got"
-    eval "$(apt-config shell LIST Dir::Etc::sourcelist/f PARTS Dir::Etc::sourceparts/d)"
-
-    # Both forms of source lists, with every source turned into its deb-src twin.
-    for file in "$LIST" "$PARTS"/*.list; do
-        [ ! -f "$file" ] ||
-            sed -nE '/cdrom:/d; s/^[[:space:]]*deb(-src)?[[:space:]]/deb-src /p' "$file"
-    done | sort -u > "$apt/sources.list"
-    for file in "$PARTS"/*.sources; do
-        [ ! -f "$file" ] ||
-            sed -E 's/^types:.*/Types: deb-src/I' "$file" > "$apt/parts/${file##*/}"
-    done
-
-    cat > "$apt/apt.conf" <<EOF
-Dir::Etc::sourcelist "$apt/sources.list";
-Dir::Etc::sourceparts "$apt/parts";
-Dir::State "$apt";
-Dir::State::lists "$apt/lists";
-Dir::State::status "/var/lib/dpkg/status";
-Dir::Cache "$apt/cache";
-Dir::Log "$apt";
-APT::Sandbox::User "$(id -un)";
-#clear APT::Update::Pre-Invoke;
-#clear APT::Update::Post-Invoke;
-#clear APT::Update::Post-Invoke-Success;
-Acquire::Languages "none";
-Acquire::Retries "1";
-Acquire::http::Timeout "30";
-Acquire::https::Timeout "30";
-EOF
-    # An unreachable source that does not carry the package is no reason to stop.
-    apt-get -c "$apt/apt.conf" update || true
-    offered=$(apt-cache -c "$apt/apt.conf" showsrc "$package" |
-        sed -n "s/^Version: \($version-.*\)/\1/p" | sort -V | tail -n 1)
-    [ -n "$offered" ] || return 1
-    (cd "$apt/got" && apt-get -c "$apt/apt.conf" source --download-only --only-source \
-        "$package=$offered") && [ -f "$apt/got/$archive_name" ]
-}
-
-# Sets `archive` to a file with the pinned sum.
-obtain_archive()
-{
-    archive=${KEYLINE_LIBEDIT_ARCHIVE:-}
-    if [ -n "$archive" ]; then
-        [ -f "$archive" ] || die "KEYLINE_LIBEDIT_ARCHIVE names $archive, which is no file"
-        check_sum "$archive"
-        return
-    fi
-    archive=$outdir/archive/$archive_name
-    if [ ! -f "$archive" ]; then
-        local fetch_log=$outdir/archive/fetch.log
-        rm -rf "$outdir/archive/apt"
-        # In a condition `set -e` is off inside the function, which checks what matters.
-        if ! (fetch_package "$outdir/archive/apt") > "$fetch_log" 2>&1 < /dev/null; then
-            rm -rf "$outdir/archive/apt"
-            die "cannot fetch the source package $package $version with apt-get: is there a" \
-                "network? (log: $fetch_log; KEYLINE_LIBEDIT_ARCHIVE=FILE takes the archive instead)"
-        fi
-        check_sum "$outdir/archive/apt/got/$archive_name"
-        mv "$outdir/archive/apt/got/$archive_name" "$archive"
-        rm -rf "$outdir/archive/apt"
-    fi
-    check_sum "$archive"
-}
 
 # --- The build -----------------------------------------------------------------------
 
@@ -255,7 +179,7 @@ exec 9> "$outdir/lock"
 flock 9
 
 if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then
-    obtain_archive # a wrong file is told also when there is nothing to build
+    "$here/fetch.sh" "$outdir/archive" > /dev/null # a wrong one is told also with nothing to build
 fi
 
 hash=$(flavour_hash)
@@ -264,8 +188,9 @@ if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; the
     [ -z "$(find "$here" -newer "$library" -print -quit)" ] || touch "$library"
     exit 0
 fi
+[ $ask = no ] || exit 1
 
-obtain_archive
+archive=$("$here/fetch.sh" "$outdir/archive")
 unpack_and_patch
 (compile) >> "$log" 2>&1 < /dev/null || die "$package does not compile (log: $log)"
 

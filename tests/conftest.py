@@ -8,14 +8,14 @@ import tempfile
 
 import pytest
 
-from script import run_script
+from script import ROOT, run_script
 from terminal import Terminal
 
 # The quarantines are small, so that what was freed does not look like growth.
 ASAN_OPTIONS = ("detect_leaks=1:allocator_may_return_null=1:exitcode=99:"
                 "quarantine_size_mb=1:thread_local_quarantine_size_kb=16:")
 SANITIZER = ("LD_PRELOAD", "ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS")
-HERE = os.path.dirname(os.path.abspath(__file__))
+SUPPRESSIONS = os.path.join(ROOT, "tests", "support", "valgrind.supp")
 
 
 # A job in the background is started with some signals ignored, and so would its children be.
@@ -34,6 +34,8 @@ def pytest_addoption(parser):
                      help="where the built module lies; default build/<version>")
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
+    parser.addoption("--left-out", metavar="FILE",
+                     help="where to write what this machine or user has no way to do")
     parser.addoption("--valgrind", action="store_true",
                      help="run the children under memcheck; KEYLINE_TEST_DEADLINE=300 gives"
                      " them the time for it")
@@ -55,7 +57,7 @@ def under_valgrind(interpreter, logs):
     """The path of a program that runs the interpreter under memcheck."""
     path = os.path.join(logs, "interpreter")
     with open(path, "w", encoding="utf-8") as file:
-        file.write(VALGRIND % (os.path.join(HERE, "valgrind.supp"), logs, interpreter))
+        file.write(VALGRIND % (SUPPRESSIONS, logs, interpreter))
     os.chmod(path, 0o755)
     return path
 
@@ -69,7 +71,7 @@ class Setup:
             [interpreter, "-c", "import sys; print('%d.%d' % sys.version_info[:2])"],
             check=True, capture_output=True, text=True).stdout.strip()
         self.module_dir = os.path.abspath(
-            module_dir or os.path.join(os.path.dirname(HERE), "build", self.version))
+            module_dir or os.path.join(ROOT, "build", self.version))
         self.sanitizer_logs = sanitizer_logs
         self.under_valgrind = under
         if under:
@@ -168,17 +170,45 @@ def worlds():
 
 
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what is nothing for a sanitizer, and what this user has no way to do."""
+    """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
     markers = []
     if config.getoption("--sanitized") or config.getoption("--valgrind"):
         markers.append("plain_only")
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
-    for name, able in (("small_disk", mounts), ("first_process", worlds),
-                       ("others", lambda: os.getuid() == 0)):
+    lacking = {}
+    for item in items:
+        for marker in item.iter_markers("only_where"):
+            if not marker.args[0]:
+                lacking[item] = marker.args[1]
+    for name, able, reason in (
+            ("small_disk", mounts, "this user may mount nothing"),
+            ("first_process", worlds, "this user may make no world of processes"),
+            ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
-            left_out += needing
+            lacking.update(dict.fromkeys(needing, reason))
+    left_out += [item for item in lacking if item not in left_out]
     config.hook.pytest_deselected(items=left_out)
     items[:] = [item for item in items if item not in left_out]
+    told = [(reason, item.nodeid) for item, reason in lacking.items()]
+    config.left_out = told
+    if hasattr(config, "workeroutput"):
+        config.workeroutput["left_out"] = told
+
+
+@pytest.hookimpl(optionalhook=True)
+def pytest_testnodedown(node, error):
+    """A worker of pytest-xdist has ended: each left out the same."""
+    node.config.left_out = getattr(node, "workeroutput", {}).get("left_out", [])
+
+
+def pytest_terminal_summary(terminalreporter, config):
+    """Tells what there is no way to do here, each test by name."""
+    told = getattr(config, "left_out", [])
+    for reason, name in told:
+        terminalreporter.write_line("left out, for %s: %s" % (reason, name))
+    if config.getoption("--left-out"):
+        with open(config.getoption("--left-out"), "w", encoding="utf-8") as file:
+            file.writelines("%s\t%s\n" % one for one in told)

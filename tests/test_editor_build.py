@@ -71,7 +71,8 @@ class Stage:
         self.folder, self.out = folder, folder / "out"
         here = folder / "lineedit"
         here.mkdir()
-        shutil.copy(os.path.join(ROOT, "lineedit", "build.sh"), here)
+        for name in ("build.sh", "fetch.sh"):
+            shutil.copy(os.path.join(ROOT, "lineedit", name), here)
         (here / "patches").mkdir()
         (here / "src").mkdir()
         (here / "series").write_text("")

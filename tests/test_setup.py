@@ -3,19 +3,30 @@
 A small machine is made for each test: programs that stand in for the system's own come first on
 its PATH, and a source tree of a few lines is in the place of the project's.
 """
+import hashlib
 import os
+import re
 import shutil
 import subprocess
+import sys
 
 import pytest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+HERE = os.path.dirname(os.path.abspath(__file__))
+ROOT = os.path.dirname(HERE)
 
 # Packages are lines in a file; each has a program of its name.
 PROGRAMS = {
     "dpkg-query": """
         for name; do grep -qx -e "$name" "$MACHINE/installed" && echo "ii $name"; done; true""",
+    "apt-cache": """
+        [ -e "$MACHINE/updated" ] || exit 0
+        for name; do
+            case $name in policy) ;; rare) printf 'rare:\\n  Candidate: (none)\\n' ;;
+            *) printf '%s:\\n  Candidate: 1.0\\n' "$name" ;; esac
+        done""",
     "apt-get": """
+        case " $* " in *" update "*) touch "$MACHINE/updated" ;; esac
         case " $* " in *" install "*) ;; *) exit 0 ;; esac
         for name; do
             case $name in -* | *::* | install) continue ;; esac
@@ -95,3 +106,201 @@ def test_configured_once(machine):
     machine.build("build")
     machine.build("build")
     assert (machine.root / "configured").read_text() == "once\n"
+
+
+# --- Packages ----------------------------------------------------------------------------
+
+
+def install(machine, packages):
+    """What installing a list of packages leaves installed, and what it says."""
+    (machine.root / "tools" / "packages").write_text(packages)
+    result = machine.run("install_packages build")
+    return (machine.folder / "installed").read_text().split(), result.stderr
+
+
+def test_the_first_of_several_that_there_is(machine):
+    """One machine's sources have another's packages by other names, and no lists at first."""
+    assert install(machine, "build rare|second|third\nbuild g++\n")[0] == ["g++", "second"]
+    assert install(machine, "build first|second|third\n") == (["g++", "second"], "")
+
+
+def test_package_that_no_source_has(machine):
+    installed, said = install(machine, "build first\nbuild rare|rare\n")
+    assert installed == []
+    assert "no package source of this machine has rare or rare\n" in said
+    assert "cannot install first rare (log: " in said
+
+
+# --- ./demo ------------------------------------------------------------------------------
+
+
+def test_demo_says_what_it_does(machine):
+    """Each step while it is done, with its time, the first time; the second time nothing."""
+    (machine.root / "CMakeLists.txt").write_text(SOURCES.replace("(built)", "(Keyline)"))
+    (machine.root / "tools" / "packages").write_text("build first\n")
+    shutil.copy(os.path.join(ROOT, "demo"), machine.root)
+    (machine.root / "shell").mkdir()
+    (machine.root / "shell" / "__main__.py").write_text("print('it starts')\n")
+    (machine.root / "lineedit").mkdir()
+    editor = machine.root / "lineedit" / "build.sh"
+    editor.write_text('#!/bin/sh\n[ "$1" = --ask ] || exec touch "$2-is-there"\n[ -e "$3-is-there" ]\n')
+    editor.chmod(0o755)
+    said = []
+    for _ in range(2):
+        result = machine.run("exec ./demo")
+        assert (result.returncode, result.stdout) == (0, "it starts\n"), result.stderr
+        said.append(re.sub(r"Python 3\.\d+ ", "Python ", re.sub(r"\d+ s\n", "N s\n", result.stderr)))
+    assert said == ["installing with apt-get: first ... N s\n"
+                    "fetching and building the line editor ... N s\n"
+                    "building the module for Python ... N s\n", ""]
+
+
+# --- What there is no way to do here -----------------------------------------------------
+
+
+def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
+    """It is not skipped, for a skipped test counts as a failed one."""
+    (tmp_path / "sitecustomize.py").write_text(
+        "import platform\nplatform.machine = lambda: 'another'\n")
+    stage = tmp_path / "results" / "stage"
+    stage.mkdir(parents=True)
+    (stage / "status").write_text("0\n")
+    subprocess.run(
+        [sys.executable, "-m", "pytest", os.path.join(HERE, "test_races.py"), __file__, "-q",
+         "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
+         "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
+         "--left-out", stage / "left-out"],
+        env=dict(os.environ, PYTHONPATH=str(tmp_path)), check=True, stdin=subprocess.DEVNULL)
+    counted = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "count_tests.py"),
+                              tmp_path / "results"], check=True, stdout=subprocess.PIPE, text=True)
+    left_out, total = counted.stdout.splitlines()
+    number, names = re.fullmatch("left out here: ([0-9]+) tests, for what stands between is written "
+                                 "for x86-64: (.*)", left_out).groups()
+    assert int(number) > 10
+    assert [name.rpartition("::")[2] for name in names.split(", ")] == [
+        "test_at_every_call", "test_at_every_instruction"]
+    assert total == "1 passed, 0 failed"
+
+
+# --- The line editor's archive -----------------------------------------------------------
+
+ARCHIVE = b"not the editor"
+SUM = hashlib.sha256(ARCHIVE).hexdigest()
+NAME = "libedit_3.1-20221030.orig.tar.gz"
+
+
+class Mirror:
+    """A place with source packages, and an apt that has it among its sources."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        for name in "sources.d", "lineedit", "got":
+            (folder / name).mkdir()
+        shutil.copy(os.path.join(ROOT, "lineedit", "fetch.sh"), folder / "lineedit")
+        (folder / "lineedit" / "archive.sha256").write_text("%s  %s\n" % (SUM, NAME))
+        (folder / "apt.conf").write_text(
+            'Dir::Etc::sourcelist "%s/sources.list";\nDir::Etc::sourceparts "%s/sources.d";\n'
+            % (folder, folder))
+
+    def carry(self, suite, version, archive=ARCHIVE):
+        """Has the suite carry this version of the package."""
+        pool = self.folder / "mirror" / "pool" / suite
+        pool.mkdir(parents=True)
+        name = "libedit_%s" % version.rpartition("-")[0]
+        files = {name + ".orig.tar.gz": archive, "libedit_%s.dsc" % version: b"control"}
+        sums = []
+        for each, content in files.items():
+            (pool / each).write_bytes(content)
+            sums.append(" %s %d %s" % (hashlib.sha256(content).hexdigest(), len(content), each))
+        index = ("Package: libedit\nBinary: libedit2\nVersion: %s\nFormat: 3.0 (quilt)\n"
+                 "Directory: pool/%s\nChecksums-Sha256:\n%s\n\n" % (version, suite, "\n".join(sums)))
+        path = self.folder / "mirror" / "dists" / suite / "main" / "source"
+        path.mkdir(parents=True)
+        (path / "Sources").write_text(index)
+        (path.parent.parent / "Release").write_text(
+            "Suite: %s\nCodename: %s\nComponents: main\nSHA256:\n %s %d main/source/Sources\n" % (
+                suite, suite, hashlib.sha256(index.encode()).hexdigest(), len(index)))
+
+    def source(self, form, suite):
+        """Makes it one of the machine's sources."""
+        if form == "list":
+            (self.folder / "sources.list").write_text(
+                "deb [trusted=yes] file:%s/mirror %s main\n" % (self.folder, suite))
+        else:
+            (self.folder / "sources.d" / "it.sources").write_text(
+                "# it\nTypes: deb\nURIs: file:%s/mirror\nSuites: %s\n other\nComponents: main\n"
+                "Trusted: yes\n" % (self.folder, suite))
+
+    def fetch(self, **changes):
+        """The file that was got and what was said."""
+        environment = dict(os.environ, APT_CONFIG=str(self.folder / "apt.conf"), **changes)
+        result = subprocess.run([self.folder / "lineedit" / "fetch.sh", self.folder / "got"],
+                                env=environment, stdin=subprocess.DEVNULL, text=True,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        assert (result.returncode == 0) == bool(result.stdout) == (not result.stderr)
+        return result.stdout.rstrip("\n"), result.stderr
+
+
+@pytest.fixture
+def mirror(tmp_path):
+    return Mirror(tmp_path)
+
+
+FORMS = pytest.mark.parametrize("form", ["list", "sources"])
+
+
+@FORMS
+def test_archive_of_the_machines_suite(mirror, form):
+    mirror.carry("trixie", "3.1-20221030-7")
+    mirror.source(form, "trixie")
+    assert mirror.fetch() == (str(mirror.folder / "got" / NAME), "")
+    assert (mirror.folder / "got" / NAME).read_bytes() == ARCHIVE
+
+
+@FORMS
+def test_archive_of_another_suite(mirror, form):
+    """The machine's own suite has a newer version: the pinned one is at the same place."""
+    mirror.carry("trixie", "3.1-20250104-1", b"another")
+    mirror.carry("bookworm", "3.1-20221030-2")
+    mirror.source(form, "trixie")
+    assert mirror.fetch() == (str(mirror.folder / "got" / NAME), "")
+
+
+def test_archive_is_fetched_once(mirror):
+    mirror.carry("bookworm", "3.1-20221030-2")
+    mirror.source("list", "bookworm")
+    first = mirror.fetch()
+    shutil.rmtree(mirror.folder / "mirror")
+    assert mirror.fetch() == first
+
+
+def test_archive_that_nobody_carries(mirror):
+    mirror.carry("trixie", "3.1-20250104-1", b"another")
+    mirror.source("list", "trixie")
+    _, said = mirror.fetch()
+    for words in (NAME, "libedit 3.1-20221030", "no package source has it, only 3.1-20250104-1",
+                  "file:%s/mirror trixie" % mirror.folder, "/mirror bookworm",
+                  "Add a package source that has it", "KEYLINE_LIBEDIT_ARCHIVE=FILE"):
+        assert words in said
+    assert not (mirror.folder / "got" / "apt").exists()
+
+
+def test_no_source_answers(mirror):
+    mirror.source("list", "trixie")
+    assert "no package source answered; is there a network?" in mirror.fetch()[1]
+
+
+def test_archive_with_another_sum(mirror):
+    mirror.carry("bookworm", "3.1-20221030-2", b"something else")
+    mirror.source("list", "bookworm")
+    assert "not %s as pinned" % SUM in mirror.fetch()[1]
+    assert not (mirror.folder / "got" / NAME).exists()
+
+
+def test_archive_from_a_file(mirror):
+    """Nothing is fetched, and it is judged like one that was."""
+    mine = mirror.folder / "mine"
+    for content, got in ((ARCHIVE, str(mine)), (b"wrong", "")):
+        mine.write_bytes(content)
+        assert mirror.fetch(KEYLINE_LIBEDIT_ARCHIVE=str(mine))[0] == got
+    assert mirror.fetch(KEYLINE_LIBEDIT_ARCHIVE=str(mine) + "-not")[1].endswith("no file\n")

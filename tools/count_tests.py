@@ -4,9 +4,11 @@ RESULTS has one folder per stage, with the exit status of the stage in `status` 
 JUnit files of its tests, if it ran any.  Prints "N passed, N failed" as the last line; the
 exit status tells whether anything failed.  A stage that failed although its files show no
 failed test (a crash, a style check) counts as one failure, and so does a skipped test:
-there is no reason to skip one.
+there is no reason to skip one.  What a machine or a user has no way to do is left out instead:
+the stage's file `left-out` has a reason and a test a line, and these are told before.
 """
 
+import collections
 import pathlib
 import sys
 import xml.etree.ElementTree as ElementTree
@@ -22,6 +24,18 @@ def count(path):
         else:
             passed += 1
     return passed, failed
+
+
+def left_out(results):
+    """A line for each reason: how many tests, and those without their parameters."""
+    reasons = collections.defaultdict(list)
+    for path in sorted(pathlib.Path(results).glob("*/left-out")):
+        for line in path.read_text(encoding="utf-8").splitlines():
+            reason, name = line.split("\t", 1)
+            reasons[reason].append(name.partition("[")[0])
+    for reason, names in reasons.items():
+        yield "left out here: %d tests, for %s: %s" % (
+            len(names), reason, ", ".join(dict.fromkeys(names)))
 
 
 def main(results):
@@ -40,6 +54,8 @@ def main(results):
         if stage_failed:
             print(f"failed: {status.parent.name} ({stage_failed})")
         failed += stage_failed
+    for line in left_out(results):
+        print(line)
     print(f"{passed} passed, {failed} failed")
     return 1 if failed else 0
 

@@ -11,22 +11,85 @@ die()
     exit 1
 }
 
-# Prints the packages of the given groups, of all when none is given, that are not installed.
+# Runs a command as a step: says on stderr what is done while it is done, and how long it took.
+# What it says itself comes behind that, and its output is for the log.
+step() # LOG HEADING COMMAND...
+{
+    local start=$SECONDS status=0
+    printf '%s ... ' "$2" >&2
+    ("${@:3}") > "$1" 2> "$1.errors" < /dev/null || status=$?
+    if [ $status -eq 0 ]; then
+        printf '%s s\n' $((SECONDS - start)) >&2
+    else
+        printf 'failed\n' >&2
+        cat "$1.errors" >&2
+    fi
+    cat "$1.errors" >> "$1"
+    rm -f "$1.errors"
+    return $status
+}
+
+# Prints the packages of the given groups, of all when none is given, that are not installed;
+# "one|other" when neither is.
 missing_packages() # [GROUP...]
 {
-    local group name wanted=()
-    while read -r group name; do
-        [[ $# -ne 0 && " $* " != *" $group "* ]] || wanted+=("$name")
-    done < <(grep -v '^#' "$root/tools/packages")
-    comm -23 <(printf '%s\n' "${wanted[@]}" | sort -u) \
-        <(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${wanted[@]}" 2> /dev/null |
-            sed -n 's/^ii *//p' | sort)
+    local group entry wanted=() names installed
+    while read -r group entry; do
+        [[ $group == '#' || $# -ne 0 && " $* " != *" $group "* ]] || wanted+=("$entry")
+    done < "$root/tools/packages"
+    IFS='| ' read -ra names <<< "${wanted[*]}"
+    installed=$(dpkg-query -W -f '${db:Status-Abbrev}${Package}\n' "${names[@]}" 2> /dev/null |
+        sed -n 's/^ii *//p')
+    for entry in "${wanted[@]}"; do
+        grep -qxE -e "${entry//+/[+]}" <<< "$installed" || printf '%s\n' "$entry"
+    done | sort -u
+}
+
+# Sets `chosen` to the first package of each "one|other" that the machine's package sources
+# have, and `lacking` to those of which they have none; the status tells whether there is one.
+choose_packages() # ENTRY...
+{
+    local entry name names has
+    IFS='| ' read -ra names <<< "$*"
+    has=$(LC_ALL=C apt-cache policy "${names[@]}" 2> /dev/null |
+        awk '/^[^ ]/ { name = $1 } $1 == "Candidate:" && $2 != "(none)" { printf " %s ", name }')
+    chosen=()
+    lacking=()
+    for entry; do
+        IFS='|' read -ra names <<< "$entry"
+        for name in "${names[@]}"; do
+            [[ $has != *" $name: "* ]] || break
+        done
+        [[ $has == *" $name: "* ]] && chosen+=("$name") || lacking+=("$entry")
+    done
+    [ ${#lacking[@]} -eq 0 ]
+}
+
+as_root=()
+apt_get() # ARGUMENT...
+{
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=120 "$@"
+}
+
+apt_install() # ENTRY...
+{
+    local chosen lacking
+    # The first try needs no network when the lists are there; fresh machines have none.
+    if choose_packages "$@" && apt_get install -y --no-install-recommends "${chosen[@]}"; then
+        return
+    fi
+    apt_get update
+    if ! choose_packages "$@"; then
+        echo "no package source of this machine has ${lacking[*]//|/ or }" >&2
+        return 1
+    fi
+    apt_get install -y --no-install-recommends "${chosen[@]}"
 }
 
 # Installs what is missing, as root or through sudo, and says what.
 install_packages() # GROUP...
 {
-    local missing as_root=()
+    local missing log=$logs/install.log
     mapfile -t missing < <(missing_packages "$@")
     [ ${#missing[@]} -ne 0 ] || return 0
 
@@ -36,16 +99,11 @@ install_packages() # GROUP...
         [ -z "${CI:-}" ] && { : < /dev/tty; } 2> /dev/null || as_root+=(-n)
         if ! command -v sudo > /dev/null || ! "${as_root[@]}" true 2> /dev/null; then
             die "packages are missing and this is neither root nor may it use sudo;" \
-                "as root: apt-get install ${missing[*]}"
+                "as root: apt-get install ${missing[*]%%|*}"
         fi
     fi
-    printf 'installing with apt-get: %s\n' "${missing[*]}" >&2
-    as_root+=(env DEBIAN_FRONTEND=noninteractive apt-get -qq -o DPkg::Lock::Timeout=120)
-    local install=("${as_root[@]}" install -y --no-install-recommends "${missing[@]}")
-    # The first try needs no network when the lists are there; fresh machines have none.
-    "${install[@]}" > "$logs/install.log" 2>&1 < /dev/null ||
-        { "${as_root[@]}" update && "${install[@]}"; } >> "$logs/install.log" 2>&1 < /dev/null ||
-        die "cannot install ${missing[*]} (log: $logs/install.log)"
+    step "$log" "installing with apt-get: ${missing[*]%%|*}" apt_install "${missing[@]}" ||
+        die "cannot install ${missing[*]%%|*} (log: $log)"
 }
 
 # Sets `version` and `python` to the interpreter that is built for by default.
@@ -59,7 +117,7 @@ default_python()
 
 # Configures the folder unless that was done in the same way and with the same packages
 # installed, and builds the target: what is installed later is found, too.  One build at a time
-# uses a folder.
+# uses a folder.  With asking=yes only the exit status tells whether there is nothing to do.
 build() # FOLDER PYTHON TARGET CMAKE-OPTION...
 (
     local folder=$1 interpreter=$2 target=$3 how
@@ -72,11 +130,16 @@ build() # FOLDER PYTHON TARGET CMAKE-OPTION...
     mkdir -p "$folder" && exec 8> "$folder/lock" && flock 8 || return
     if [ ! -f "$folder/build.ninja" ] ||
         [ "$(cat "$folder/configured" 2> /dev/null)" != "$how" ]; then
+        [ "${asking:-}" != yes ] || return 1
         # All is looked for anew; what is compiled stays, Ninja knows how it was.
         rm -rf "$folder/CMakeCache.txt" "$folder"/CMakeFiles/[0-9]* || return
         cmake -S "$root" -B "$folder" -G Ninja "-DKEYLINE_PYTHON=$interpreter" \
             "-DKEYLINE_EDITOR_DIR=$root/build/editor" "$@" || return
         printf '%s\n' "$how" > "$folder/configured"
+    fi
+    if [ "${asking:-}" = yes ]; then
+        ninja -C "$folder" -n "$target" | grep -q 'no work to do'
+        return
     fi
     ninja -C "$folder" "$target"
 )

@@ -24,6 +24,7 @@
 
 #include "el.h"
 #include "ahead.h"
+#include "position.h"
 
 static int ahead_waited;	/* bytes that waited when the read began */
 static int ahead_left;		/* bytes that wait since the last one, unechoed */
@@ -82,6 +83,8 @@ ahead_reset(void)
 	ahead_dry = -1;
 	ahead_written = -1;
 	ahead_account();
+	if (sig_reader() == NULL)	/* or they are keys of the read under way */
+		position_forget();
 }
 
 /* ahead_begin():

@@ -20,7 +20,6 @@
 
 #include "el.h"
 #include "output.h"
-#include "position.h"
 #include "row.h"
 #include "window.h"
 
@@ -57,6 +56,7 @@ re_clear_rows(EditLine *el)
 			out_move_to_row(el, v);
 			if (r->at.h > 0)
 				out_return(el);
+			row->continued = 0;	/* or its last cell would stay joined */
 			row_clear_behind(el, row, v, 0, row->end);
 		}
 }
@@ -194,7 +194,6 @@ re_end(EditLine *el)
 	layout_free(&el->el_refresh.drawn);
 	layout_free(&el->el_refresh.next);
 	layout_free(&el->el_refresh.before);
-	position_forget();
 }
 
 /* re_clear_display():

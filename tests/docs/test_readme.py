@@ -1,0 +1,151 @@
+"""The README's program does what it says, and its picture is what the shell shows."""
+import glob
+import importlib.machinery
+import importlib.util
+import os
+import re
+import xml.dom.minidom
+
+import pyte
+import pytest
+
+from script import ROOT, environment
+
+
+def read(name):
+    with open(os.path.join(ROOT, name), encoding="utf-8") as file:
+        return file.read()
+
+
+def all_tests():
+    """The text of all tests."""
+    return "\n".join(read(path) for end in ("cpp", "py")
+                     for path in glob.glob(os.path.join(ROOT, "tests", "*", "*." + end)))
+
+
+def tool(name):
+    """A script of tools/, as a module."""
+    path = os.path.join(ROOT, "tools", name)
+    loader = importlib.machinery.SourceFileLoader(name, path)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
+    loader.exec_module(module)
+    return module
+
+
+@pytest.fixture
+def user(start):
+    """A user of the only program in the README."""
+    program, = re.findall("```python\n(.*?)```", read("README.md"), re.S)
+    return start(program)
+
+
+def expect(user, *rows):
+    """Waits until these are all the rows, and the cursor is at the end of the last one."""
+    there = len(rows) - 1, len(rows[-1])
+    user.wait_screen("\n".join(rows), lambda shown: (
+        "\n".join(shown).rstrip() == "\n".join(row.rstrip() for row in rows).rstrip()
+        and user.display.cursor() == there))
+
+
+# --- The program -------------------------------------------------------------------------
+
+
+@pytest.mark.smoke
+def test_the_program(user):
+    expect(user, "switch> ")
+    user.send("?")
+    rows = ["switch> ", "show    what there is", "exit    good-bye"]
+    expect(user, *rows, "switch> ")
+    user.send("sh<tab>")
+    expect(user, *rows, "switch> show")
+    user.send("x<tab>")
+    expect(user, *rows, "switch> showx")
+    user.send("<bs><enter>")
+    rows += ["switch> show", "you typed 'show'"]
+    expect(user, *rows, "switch> ")
+    user.send("<up>")
+    expect(user, *rows, "switch> show")
+    user.send("<c-c>")
+    rows += ["switch> show"]
+    expect(user, *rows, "switch> ")
+    user.send("more")
+    expect(user, *rows, "switch> more")
+    user.send("<c-z>")
+    rows += ["switch> more"]
+    expect(user, *rows, "switch> ")
+    user.send("<c-d>")
+    user.expect_end("clean")
+
+
+# --- The picture -------------------------------------------------------------------------
+
+
+def test_the_picture_is_what_the_shell_shows(setup, tmp_path):
+    """Drawn under any interpreter, and at any time, it is the same to the last byte."""
+    drawn = tool("picture").picture(setup.interpreter, environment(setup, str(tmp_path), None))
+    assert drawn == read("docs/session.svg"), "tools/picture draws it again"
+
+
+def test_the_picture_has_every_row_of_the_screen_with_its_look():
+    screen = pyte.Screen(20, 5)
+    pyte.Stream(screen).feed(
+        "plain \x1b[31mred\x1b[1m bold\x1b[0m\r\n\r\n   a <b> &  c\x1b[38;5;21mb\x1b[0m\r\n")
+    picture = tool("picture")
+    drawn = xml.dom.minidom.parseString(picture.draw(screen, {2: "a note"}))
+    found = [(int(text.getAttribute("x")), int(text.getAttribute("y")),
+              text.firstChild.data.replace("\xa0", " "), text.getAttribute("fill"),
+              text.getAttribute("font-weight"))
+             for text in drawn.getElementsByTagName("text")]
+    red, rows = picture.COLOURS["red"], sorted({row for _, row, *_ in found})
+    assert found == [
+        (12, rows[0], "plain", picture.TEXT, ""),
+        (60, rows[0], "red", red, ""),
+        (92, rows[0], "bold", red, "bold"),
+        (36, rows[1], "a <b> &  c", picture.TEXT, ""),
+        (116, rows[1], "b", "#0000ff", ""),
+        (172, rows[1], "a note", picture.NOTE, "")]
+    assert rows[1] - rows[0] == 2 * picture.HEIGHT
+
+
+# --- What it names -----------------------------------------------------------------------
+
+
+def test_what_the_readme_names_is_there():
+    text = read("README.md")
+    named = re.findall(r"\]\(([^)]+)\)", text) + re.findall(r"^\| `([^`]+)`", text, re.M)
+    assert named
+    assert [name for name in named if not os.path.exists(os.path.join(ROOT, name))] == []
+
+
+def test_what_holds_the_security_is_there():
+    """Each sentence of the page names what holds it, and that is there."""
+    rows = re.findall(r"^\| ([A-Z].*) \| ([^|]+) \|$", read("docs/security.md"), re.M)
+    assert len(rows) > 25
+    text = all_tests()
+    for sentence, held_by in rows:
+        names = re.findall("`([^`]+)`", held_by)
+        assert names or held_by == "by design", sentence
+        for name in names:
+            if name.startswith(("tests/", "./")):
+                assert os.path.exists(os.path.join(ROOT, name)), name
+            elif "(3)" in name:
+                assert os.path.exists(os.path.join(ROOT, "docs/manual", name.replace("(", ".")[:-1]))
+            else:
+                assert re.search(r"\b%s\b" % name, text), name
+
+
+def test_what_holds_the_patches_is_there():
+    """Each patch has its row, in which tests are named, also by how their names begin."""
+    rows = re.findall(r"^\| `(\d\d+-[^`]+)` \|.*\| ([^|]+) \|$", read("lineedit/README.md"), re.M)
+    patches = {name[:-len(".patch")] for name in os.listdir(os.path.join(ROOT, "lineedit/patches"))}
+    assert {patch for patch, _ in rows} == patches
+    text = all_tests()
+    for patch, held_by in rows:
+        names = re.findall("`([^`]+)`", held_by)
+        assert names or held_by in ("see below", "the fuzzer's corpus"), patch
+        for name in names:
+            if name.startswith("tests/"):
+                assert os.path.exists(os.path.join(ROOT, name)), (patch, name)
+            else:
+                there = r"\b%s\b" % name if name[-1] != "…" else r"\b" + name[:-1]
+                assert re.search(there, text), (patch, name)
