@@ -15,7 +15,6 @@ import sys
 import pytest
 
 from script import ROOT
-<<<<<<<< HEAD:tests/setup/test_setup.py
 
 
 def tool(name):
@@ -26,8 +25,6 @@ def tool(name):
     loader.exec_module(module)
     return module
 
-========
->>>>>>>> sorted:tests/tools/test_setup.py
 
 # Packages are lines in a file; each has a program of its name.
 PROGRAMS = {
@@ -286,13 +283,8 @@ def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
     stage.mkdir(parents=True)
     (stage / "status").write_text("0\n")
     subprocess.run(
-<<<<<<<< HEAD:tests/setup/test_setup.py
-        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests/faults/test_races.py"), __file__, "-q",
-         "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
-========
         [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests", "faults", "test_races.py"),
          __file__, "-q", "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
->>>>>>>> sorted:tests/tools/test_setup.py
          "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
          "--left-out", stage / "left-out"],
         env=dict(os.environ, PYTHONPATH=str(tmp_path)), check=True, stdin=subprocess.DEVNULL)
