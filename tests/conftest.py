@@ -8,6 +8,9 @@ import tempfile
 
 import pytest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+
+# pylint: disable=wrong-import-position
 from script import ROOT, run_script
 from terminal import Terminal
 
@@ -161,8 +164,8 @@ def mounts():
         return True
 
 
-def worlds():
-    """Whether this user may make a process the first of its world."""
+def makes_pid_namespaces():
+    """Whether this user may make a process the first of a PID namespace."""
     return subprocess.run(["unshare", "--pid", "--fork", "true"],
                           stderr=subprocess.DEVNULL).returncode == 0
 
@@ -182,7 +185,8 @@ def pytest_collection_modifyitems(config, items):
                 lacking[item] = marker.args[1]
     for name, able, reason in (
             ("small_disk", mounts, "this user may mount nothing"),
-            ("first_process", worlds, "this user may make no world of processes"),
+            ("first_process", makes_pid_namespaces,
+             "this user may make no PID namespace"),
             ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
