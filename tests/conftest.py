@@ -8,6 +8,9 @@ import tempfile
 
 import pytest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+
+# pylint: disable=wrong-import-position
 from script import ROOT, run_script
 from terminal import Terminal
 
