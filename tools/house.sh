@@ -125,6 +125,7 @@ build() # FOLDER PYTHON TARGET CMAKE-OPTION...
     [ -z "${KEYLINE_LIBEDIT_ARCHIVE:-}" ] ||
         set -- "$@" "-DKEYLINE_LIBEDIT_ARCHIVE=$(realpath "$KEYLINE_LIBEDIT_ARCHIVE")"
     how="$root $interpreter $* without $(missing_packages | tr '\n' ' ')"
+    how+="with ${CC:-} ${CXX:-} ${CPPFLAGS:-} ${CFLAGS:-} ${CXXFLAGS:-} ${LDFLAGS:-}"
 
     mkdir -p "$folder" && exec 8> "$folder/lock" && flock 8 || return
     if [ ! -f "$folder/build.ninja" ] ||

@@ -52,8 +52,10 @@ allocated()
 {
 #ifdef __SANITIZE_ADDRESS__
     return __sanitizer_get_current_allocated_bytes();
-#else
+#elif __GLIBC_PREREQ(2, 33)
     return mallinfo2().uordblks;
+#else
+    return static_cast<unsigned>(mallinfo().uordblks);
 #endif
 }
 

@@ -46,6 +46,10 @@ real(Function *, const char *name)
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
 
+// Where a time in it is wider than it was, the C library has a second function.
+constexpr const char *select_name =
+    sizeof(time_t) > sizeof(long) ? "__select64" : "select";
+
 extern "C" {
 int
 sigaction(int signo, const struct sigaction *next, struct sigaction *old) noexcept
@@ -96,7 +100,7 @@ tcsetattr(int fd, int action, const struct termios *wanted) noexcept
 int
 select(int nfds, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
 {
-    static auto *call = real(&select, "select");
+    static auto *call = real(&select, select_name);
     step();
     int result = call(nfds, reads, writes, others, limit);
     step();

@@ -158,6 +158,10 @@ between_dispositions(uint64_t *found)
 uint64_t
 between_memory(void)
 {
+#if __GLIBC_PREREQ(2, 33)
     struct mallinfo2 info = mallinfo2();
+#else
+    struct mallinfo info = mallinfo();
+#endif
     return info.uordblks + info.hblkhd;
 }
