@@ -9,7 +9,7 @@
 
 HistoryIndex hist_index;
 
-static constexpr uint32_t smallest_capacity = 64;
+constexpr uint32_t smallest_capacity = 64;
 
 // The tags of the lines that `shown_to` shows, a bit each. Modes live for ever and never
 // change their parents, so this stays true until another mode becomes the current one.
@@ -211,7 +211,7 @@ show_current_mode()
 {
     if (shown_to == hist_ctx.current_mode)
         return;
-    memset(shown_tags, 0, sizeof(shown_tags));
+    memset(shown_tags, 0, sizeof shown_tags);
     show_tag(nullptr);
     for (const HistoryMode *mode = hist_ctx.current_mode; mode != nullptr;
          mode = mode->parent)

@@ -11,7 +11,7 @@
 // walk that has met one hidden line is at its end.
 #pragma once
 
-#include "history.h"
+#include "history_store.h"
 
 // How many numbers share an entry in `heads`; a power of two.
 constexpr uint32_t hist_index_block = 16;

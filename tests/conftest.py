@@ -166,8 +166,8 @@ def mounts():
         return True
 
 
-def worlds():
-    """Whether this user may make a process the first of its world."""
+def makes_pid_namespaces():
+    """Whether this user may make a process the first of a PID namespace."""
     return subprocess.run(["unshare", "--pid", "--fork", "true"],
                           stderr=subprocess.DEVNULL).returncode == 0
 
@@ -187,7 +187,8 @@ def pytest_collection_modifyitems(config, items):
                 lacking[item] = marker.args[1]
     for name, able, reason in (
             ("small_disk", mounts, "this user may mount nothing"),
-            ("first_process", worlds, "this user may make no world of processes"),
+            ("first_process", makes_pid_namespaces,
+             "this user may make no PID namespace"),
             ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():

@@ -101,6 +101,7 @@ DisplayCheck::told()
 std::string
 DisplayCheck::compare_resized(const Layout &layout)
 {
+    begin_if_cleared();
     size_t cursor = terminal->scrolled() + static_cast<size_t>(terminal->cursor_row());
     size_t seen_top = naive_top(layout, usable_height(), 0);
     size_t first = cursor - std::min(cursor, layout.cursor_row - seen_top);
@@ -111,6 +112,8 @@ DisplayCheck::compare_resized(const Layout &layout)
         what = "something is left above";
     if (!what.empty())
         return report(layout, "resized: " + what);
+    below = std::min(usable_height(), layout.rows.size() - seen_top) -
+            (layout.cursor_row - seen_top);
     start = first; // nothing has left the window for good
     top = highest_top = 0;
     least_scrolled = most_scrolled = terminal->scrolled();

@@ -1,9 +1,9 @@
-// What the tests of signals share beside editor_pty.h: dispositions, reads that SIGINT and
+// What the tests of signals share beside editor_in_process.h: dispositions, reads that SIGINT and
 // SIGTSTP leave by a jump, and a step before and after each system call of the editor, at
 // which a test can do something.
 #pragma once
 
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #include <atomic>
 #include <dlfcn.h>

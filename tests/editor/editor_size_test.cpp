@@ -1,6 +1,6 @@
 // The editor in windows of every size: those that shrink under the text, of one row or few
 // columns, of sizes that no terminal has, and those there is no memory for.
-#include "editor_check.h"
+#include "editor_in_child.h"
 
 #include <dlfcn.h>
 #include <histedit.h>

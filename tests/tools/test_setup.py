@@ -283,16 +283,16 @@ def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
     stage.mkdir(parents=True)
     (stage / "status").write_text("0\n")
     subprocess.run(
-        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests/faults/test_races.py"), __file__, "-q",
-         "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
+        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests", "faults", "test_races.py"),
+         __file__, "-q", "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
          "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
          "--left-out", stage / "left-out"],
         env=dict(os.environ, PYTHONPATH=str(tmp_path)), check=True, stdin=subprocess.DEVNULL)
     counted = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "count_tests.py"),
                               tmp_path / "results"], check=True, stdout=subprocess.PIPE, text=True)
     left_out, total = counted.stdout.splitlines()
-    number, names = re.fullmatch("left out here: ([0-9]+) tests, for what stands between is written "
-                                 "for x86-64: (.*)", left_out).groups()
+    number, names = re.fullmatch("left out here: ([0-9]+) tests, for the interposer is written for "
+                                 "x86-64: (.*)", left_out).groups()
     assert int(number) > 10
     assert [name.rpartition("::")[2] for name in names.split(", ")] == [
         "test_at_every_call", "test_at_every_instruction"]
