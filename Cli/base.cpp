@@ -1,12 +1,12 @@
 // How the process ends when something is as it never may be.
 #include "base.h"
 
+#include "../lineedit/lineedit.h"
+
 #include <errno.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
-
-#include "../lineedit/lineedit.h"
 
 // Gives the terminal back, writes the report, of which so much was wanted, and aborts.
 // Takes no memory: Ctrl-C that jumped out of the log callable may have left the allocator

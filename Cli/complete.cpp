@@ -3,11 +3,11 @@
 // through the editor's readline-compatible interface alone.
 #include "complete.h"
 
-#include <string.h>
-
 #include "../lineedit/lineedit.h"
 #include "gil.h"
 #include "interrupt.h"
+
+#include <string.h>
 
 PyObject *completion_callback;
 

@@ -2,10 +2,6 @@
 // landings of Ctrl-C and Ctrl-Z return to its frame.
 #include "driver.h"
 
-#include <errno.h>
-#include <stdio.h>
-#include <stdlib.h>
-
 #include "../lineedit/lineedit.h"
 #include "complete.h"
 #include "gil.h"
@@ -13,6 +9,10 @@
 #include "interrupt.h"
 #include "keys.h"
 #include "logecho.h"
+
+#include <errno.h>
+#include <stdio.h>
+#include <stdlib.h>
 
 int readline_initialized;
 unsigned char key_bindings_enabled;

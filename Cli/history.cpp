@@ -1,88 +1,13 @@
-// The mode table and the line store. Lines form a ring, newest first, closed by a sentinel;
-// every line carries the mode in which it was entered. The line editor browses with a
-// cursor that skips what the current mode does not show.
+// The line store. Lines form a ring, newest first, closed by a sentinel; every line carries
+// the mode in which it was entered. The line editor browses with a cursor that skips what
+// the current mode does not show.
 #include "history.h"
 
+#include "base.h"
 #include "history_index.h"
 
 #include <stdlib.h>
 #include <string.h>
-
-HistoryContext hist_ctx;
-
-// ---- modes ----
-
-HistoryMode *
-find_history_mode(const char *key)
-{
-    if (hist_ctx.modes == nullptr || key == nullptr || *key == '\0')
-        return nullptr;
-    if (hist_ctx.current_mode != nullptr && strcmp(hist_ctx.current_mode->key, key) == 0)
-        return hist_ctx.current_mode;
-    int32_t lo = 0;
-    int32_t hi = hist_ctx.mode_count - 1;
-    while (lo <= hi) {
-        int32_t mid = (lo + hi) / 2;
-        int order = strcmp(hist_ctx.modes[mid]->key, key);
-        if (order == 0)
-            return hist_ctx.modes[mid];
-        if (order < 0)
-            lo = mid + 1;
-        else
-            hi = mid - 1;
-    }
-    return nullptr;
-}
-
-// Puts the record, owned by the table from now on, behind all keys that do not compare
-// greater: of equal keys, and only empty ones can be equal, the newest comes last.
-static void
-insert_mode(HistoryMode *mode)
-{
-    if (hist_ctx.mode_count == hist_ctx.mode_capacity) {
-        int32_t capacity = hist_ctx.mode_capacity == 0 ? 16 : 2 * hist_ctx.mode_capacity;
-        size_t size = static_cast<size_t>(capacity) * sizeof(HistoryMode *);
-        hist_ctx.modes = static_cast<HistoryMode **>(realloc(hist_ctx.modes, size));
-        hist_ctx.mode_capacity = capacity;
-    }
-    int32_t i = 0;
-    while (i < hist_ctx.mode_count && strcmp(hist_ctx.modes[i]->key, mode->key) <= 0)
-        i++;
-    size_t behind = static_cast<size_t>(hist_ctx.mode_count - i);
-    memmove(hist_ctx.modes + i + 1, hist_ctx.modes + i, behind * sizeof(HistoryMode *));
-    hist_ctx.modes[i] = mode;
-    hist_ctx.mode_count++;
-}
-
-HistoryMode *
-new_history_mode(const char *key, const char *parent_key)
-{
-    HistoryMode *mode = find_history_mode(key);
-    if (mode != nullptr)
-        return mode;
-    HistoryMode *parent = nullptr;
-    if (parent_key != nullptr && *parent_key != '\0') {
-        parent = find_history_mode(parent_key);
-        if (parent == nullptr)
-            return nullptr;
-    }
-    mode = static_cast<HistoryMode *>(malloc(sizeof(HistoryMode)));
-    mode->key = strdup(key);
-    mode->parent = parent;
-    insert_mode(mode);
-    return mode;
-}
-
-bool
-hist_visible(const HistoryEntry *entry, const HistoryMode *mode)
-{
-    if (mode == nullptr || entry->mode == nullptr)
-        return true;
-    for (; mode != nullptr; mode = mode->parent)
-        if (mode == entry->mode)
-            return true;
-    return false;
-}
 
 // ---- the ring ----
 
@@ -145,7 +70,7 @@ hist_init_context()
 // ---- browsing ----
 
 // How many entries a walk looks at one by one before it turns to the side table.
-static constexpr int steps_before_index = 16;
+constexpr int steps_before_index = 16;
 
 // The first visible entry from `link` on towards older lines, `link` included; the sentinel
 // when there is none. The twin below goes towards newer lines.

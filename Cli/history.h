@@ -1,63 +1,13 @@
-// Command history that knows the command mode: the table of modes, the store of lines, and
-// the ten callbacks through which the line editor sees those lines that the current mode
-// shows. Knows nothing of Python, nor of threads: who calls it sees to that. Allocation
-// results are not checked anywhere here.
+// Command history that knows the command mode: the ring of lines, and the ten callbacks
+// through which the line editor sees those that the current mode shows. Knows nothing of
+// Python, nor of threads: who calls it sees to that. Allocation results are not checked
+// anywhere here.
 #pragma once
 
-#include "base.h"
-
-#include <histedit.h>
-#include <stdint.h>
-
-// One command mode; never freed.
-struct HistoryMode {
-    char *key;           // owned
-    HistoryMode *parent; // borrowed; null for a root
-};
-
-// The links of the ring of lines. An entry begins with a pair of them; the sentinel is
-// nothing more than a pair.
-struct HistoryLink {
-    HistoryLink *next; // the next older entry; the sentinel after the oldest
-    HistoryLink *prev; // the next newer entry; the sentinel before the newest
-};
-
-// One stored line.
-struct HistoryEntry : HistoryLink {
-    HistoryMode *mode; // borrowed: the mode in which it was entered; null if there was none
-    HistEvent ev;      // number, and the line, which is owned (strdup)
-};
-
-// The one history: handed to the line editor as the reference of the callbacks below. It is
-// static and outlives every editor instance, none of which may free it.
-struct HistoryContext {
-    HistoryMode **modes;       // owned array, ascending by key; null until the first mode
-    int32_t mode_count;        // slots used
-    int32_t mode_capacity;     // slots allocated: 0, 16, then doubled
-    HistoryMode *current_mode; // borrowed; null: every line is visible
-    HistoryLink list;          // the sentinel: next is the newest entry, prev the oldest
-    HistoryLink *cursor;       // the entry the editor is positioned on, or &list for none
-    int32_t last_event_num;    // the last number handed out
-    uint32_t event_count;      // entries in the ring
-    uint32_t history_limit;    // entries at most; 0 means history is off
-};
-
-extern HistoryContext hist_ctx;
+#include "history_store.h"
 
 // Makes the store empty with the default limit of 1024. The modes stay.
 void hist_init_context();
-
-// The mode with this key, borrowed, or null. A null or empty key is never found.
-HistoryMode *find_history_mode(const char *key);
-
-// Finds the mode with this key or creates it below the parent named; a null or empty parent
-// key makes a root. Returns null, and changes nothing, when the parent is not known. For a
-// mode that exists the parent key is not looked at.
-HistoryMode *new_history_mode(const char *key, const char *parent_key);
-
-// True when `mode` shows this entry: there is no mode, or the entry has none, or the
-// entry's is `mode` itself or an ancestor of it.
-bool hist_visible(const HistoryEntry *entry, const HistoryMode *mode);
 
 // Takes an entry out of the ring and frees it; a cursor on it moves to the newer neighbour,
 // else to the older one.

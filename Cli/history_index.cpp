@@ -1,7 +1,6 @@
 // The side table of the history: two and a half bytes a line as soon as lines are of more
 // than one mode. Following the links instead costs up to a cache miss for every line
-// passed, where the heap has scattered them: with 100,000 lines more than ten milliseconds
-// for one key.
+// passed, where the heap has scattered them.
 #include "history_index.h"
 
 #include <stdlib.h>
@@ -9,7 +8,7 @@
 
 HistoryIndex hist_index;
 
-static constexpr uint32_t smallest_capacity = 64;
+constexpr uint32_t smallest_capacity = 64;
 
 // The tags of the lines that `shown_to` shows, a bit each. Modes live for ever and never
 // change their parents, so this stays true until another mode becomes the current one.
@@ -211,7 +210,7 @@ show_current_mode()
 {
     if (shown_to == hist_ctx.current_mode)
         return;
-    memset(shown_tags, 0, sizeof(shown_tags));
+    memset(shown_tags, 0, sizeof shown_tags);
     show_tag(nullptr);
     for (const HistoryMode *mode = hist_ctx.current_mode; mode != nullptr;
          mode = mode->parent)

@@ -3,12 +3,12 @@
 // waits (rl_signal), so that neither the allocator nor a stdio stream is left half-way.
 #include "interrupt.h"
 
+#include "../lineedit/lineedit.h"
+#include "gil.h"
+
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
-
-#include "../lineedit/lineedit.h"
-#include "gil.h"
 
 sigjmp_buf sigint_jmpbuf;
 sigjmp_buf sigtstp_jmpbuf;

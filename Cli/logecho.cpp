@@ -2,13 +2,13 @@
 // only the delivery of one piece of news takes it.
 #include "logecho.h"
 
-#include <sys/select.h>
-#include <unistd.h>
-
 #include "../lineedit/lineedit.h"
 #include "../vantor/vantor.h"
 #include "base.h"
 #include "gil.h"
+
+#include <sys/select.h>
+#include <unistd.h>
 
 // The watched file while log echo is on. Owned; opened and closed by
 // py_loggingSyncEnabledIs alone, and deliberately not by a reset of the input.

@@ -1,19 +1,18 @@
 // The module's table of contents: the method table, and the small methods that span several
 // subjects or belong to none. No attribute is added to the module, and no state is kept in
 // it: one process has one terminal and one user at a time.
-#include <pthread.h>
-#include <stdlib.h>
-
-#include "base.h"
-#include "pyapi.h"
-
 #include "../lineedit/lineedit.h"
+#include "base.h"
 #include "driver.h"
 #include "gil.h"
 #include "history.h"
 #include "history_methods.h"
 #include "keys.h"
 #include "logecho.h"
+#include "pyapi.h"
+
+#include <pthread.h>
+#include <stdlib.h>
 
 // keyBindingsEnabledIs(enabled). Lock: held.
 static PyObject *

@@ -56,24 +56,40 @@ def compiled(build, name, source, *options):
     return path
 
 
-def all_peers(build, interpreter, folder, against):
-    """The peers in the order of the table, the module's copies and older builds last."""
-    def shell(python, kind):
-        return [python, os.path.join(PROGRAMS, "shell.py"), kind]
+def shell(python, kind):
+    return [python, os.path.join(PROGRAMS, "shell.py"), kind]
 
+
+# All that is compared, in the order of the table. This is all there is to say of a peer, but for
+# its kind in shell.py if that is new: name, kind, the plots' colour, the README's words, and the
+# command for the folder of compiled programs and the interpreter.
+PEERS = (
+    ("floor", "floor", "#888888", "a C program that echoes bytes in raw mode",
+     lambda build, python: [compiled(build, "floor", "floor.c")]),
+    ("GNU C", "c", "#e69f00", "a C program on the distribution's GNU readline",
+     lambda build, python: [compiled(build, "gnu", "editor.c", "-DGNU", "-lreadline")]),
+    ("base", "standard", "#000000",
+     "`input()` with the standard `readline` module under the same interpreter",
+     lambda build, python: shell(python, "standard")),
+    ("packaged C", "c", "#56b4e9", "a C program on the distribution's libedit",
+     lambda build, python: [compiled(build, "packaged", "editor.c", "-ledit")]),
+    ("toolkit", "toolkit", "#cc79a7", "prompt_toolkit",
+     lambda build, python: shell(SYSTEM_PYTHON, "toolkit")),
+    ("Keyline", "keyline", "#d55e00", None, lambda build, python: shell(python, "keyline")),
+)
+COLOURS = {name: colour for name, _, colour, _, _ in PEERS}
+
+
+def all_peers(build, interpreter, folder, against):
+    """The peers of the table, then the module's second copy and older builds of it."""
     def keyline(name, where):
         return Peer(name, "keyline", shell(interpreter, "keyline"), os.path.abspath(where))
 
-    peers = [
-        Peer("floor", "floor", [compiled(build, "floor", "floor.c")]),
-        Peer("GNU C", "c", [compiled(build, "gnu", "editor.c", "-DGNU", "-lreadline")]),
-        Peer("base", "standard", shell(interpreter, "standard"), folder),
-        Peer("packaged C", "c", [compiled(build, "packaged", "editor.c", "-ledit")]),
-        Peer("toolkit", "toolkit", shell(SYSTEM_PYTHON, "toolkit")),
-        keyline("Keyline", folder),
-        keyline("again", folder),
-    ]
-    return peers + [keyline(os.path.relpath(other), other) for other in against]
+    peers = [Peer(name, kind, command(build, interpreter),
+                  folder if kind in ("standard", "keyline") else None)
+             for name, kind, _, _, command in PEERS]
+    return peers + [keyline("again", folder)] + [keyline(os.path.relpath(other), other)
+                                                 for other in against]
 
 
 def bare(interpreter, folder):

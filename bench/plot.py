@@ -5,13 +5,13 @@ import os
 import sys
 from xml.sax.saxutils import escape
 
+import peers as peers_module
 from growth import PANELS
 from rows import RATIOS, title
 
-COLOURS = {"floor": "#888888", "GNU C": "#e69f00", "base": "#000000",
-           "packaged C": "#56b4e9", "toolkit": "#cc79a7", "Keyline": "#d55e00",
-           "processor": "#d55e00", "wall clock": "#0072b2",
-           "median": "#d55e00", "99th percentile": "#0072b2"}
+# Of what is no peer, and of the peers.
+COLOURS = {"processor": "#d55e00", "wall clock": "#0072b2",
+           "median": "#d55e00", "99th percentile": "#0072b2", **peers_module.COLOURS}
 FONT = 'font-family="sans-serif" font-size="%d"'
 
 

@@ -16,7 +16,7 @@ ROWS = {
     "line 10000": ("one line of 10,000, processor time", "ms", 1),
     "line 100000": ("one line of 100,000, processor time", "ms", 1),
     "exponent": ("the same, growth: length to the power of", "", 2),
-    "tab": ("TAB to the completed word, processor", "us", 1),
+    "tab": ("TAB to the completed word, processor time", "us", 1),
     "tab alone": ("the same, the callback prints nothing", "us", 1),
     "search 1000": ("Ctrl-R, a word, to the oldest of 1,000", "ms", 3),
     "search 10000": ("Ctrl-R, a word, to the oldest of 10,000", "ms", 3),
@@ -29,7 +29,7 @@ ROWS = {
     "add": ("entering a line at 100,000", "us", 3),
     "memory": ("private memory per stored line", "bytes", 1),
     "start": ("start to prompt over the interpreter", "ms", 2),
-    "start cpu": ("the same, processor time", "ms", 2),
+    "start cpu": ("start to prompt over the interpreter, processor time", "ms", 2),
     "idle": ("idle session over the interpreter", "kB", 0),
     "enter": ("Enter to next prompt", "us", 1),
     "enter cpu": ("Enter to next prompt, processor time", "us", 1),
@@ -42,6 +42,12 @@ ROWS = {
     "tab bytes": ("bytes sent for TAB", "", 0),
     "enter bytes": ("bytes sent for Enter and the prompt", "", 0),
 }
+
+# What the README shows.
+IN_README = (
+    "key", "calls line", "instructions", "paste", "paste cpu", "line 10000", "tab", "search 1000",
+    "search 10000", "search 100000", "up cpu", "add", "memory", "start cpu", "idle", "enter",
+    "enter cpu", "wakeups")
 
 # What the plot compares with base; True where more is better.
 RATIOS = {"key": False, "calls line": False, "paste": True, "paste cpu": False,

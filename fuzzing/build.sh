@@ -35,5 +35,5 @@ objcopy --localize-hidden "$out/editor.o"
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \
     "$here"/../tests/display/{display_check,naive_layout}.cpp \
     "$here"/../tests/display/terminal_{cells,model,resize,rows,type}.cpp \
-    "$here"/../Cli/{base,history,history_index,keys}.cpp "$out/editor.o" -ltinfo -ldl \
+    "$here"/../Cli/{base,history,history_index,history_store,keys}.cpp "$out/editor.o" -ltinfo -ldl \
     -o "$out/keys_fuzz"

@@ -275,6 +275,7 @@ static void
 start_session()
 {
     stub_reset();
+    stub_answer = screen_answer;
     stub_wait = 0;
     stub_size.ws_col = choose(widths);
     stub_size.ws_row = choose(heights);

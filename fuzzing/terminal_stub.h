@@ -16,6 +16,9 @@ extern bool stub_signals;
 // file, or sends a signal to a process.
 extern bool stub_reading;
 
+// Gives the next byte of what the terminal answers, while there is any; may be null.
+extern bool (*stub_answer)(char *byte);
+
 // A signal that comes in the midst of the next wait, or 0.
 extern int stub_wait;
 

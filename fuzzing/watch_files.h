@@ -22,8 +22,8 @@ extern const bool printed;
 // Ends the process: something that always holds does not.
 [[noreturn]] void broken(const char *what, const std::string &path);
 
-// Takes all news of all watches: in watch_fuzz.cpp.
-void drain_all();
+// Takes all news of all watches; the fuzzer's.
+inline void (*drain_all)();
 
 // The folder of all sessions, made by the first, and where a path leads in it.
 void make_root();

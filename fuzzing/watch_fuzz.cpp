@@ -142,8 +142,8 @@ drain(Watch *watch)
         broken("no news while not readable", watch->path);
 }
 
-void
-drain_all()
+static void
+drain_watches()
 {
     for (Watch &watch : watches)
         drain(&watch);
@@ -255,6 +255,7 @@ LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     uint64_t before = open_descriptors();
     unsigned flags = take();
     around = (flags & 3) != 3;
+    drain_all = drain_watches;
     begin_files(flags & 4, flags & 8);
     open_watch(watches, choose(watched));
     while (input_left > 0 && written < written_max)

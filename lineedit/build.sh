@@ -7,6 +7,9 @@
 # Does nothing when the flavour is already what it should be; with --ask only the exit status
 # tells whether it is.
 #
+# CC, CPPFLAGS, CFLAGS and LDFLAGS in the environment are heeded as usual: what they say comes
+# after what the flavour has, so that it wins.  Another compiler is another build.
+#
 # lib/libedit.a shows the editor's interface alone: its inner names, some of which the
 # module uses for its own functions, are local.  For tests of the inside, lib/private/ has
 # the same library with all names, and include/private/ the inner headers.
@@ -36,27 +39,28 @@ ask=no
     die "usage: lineedit/build.sh [--ask] plain|asan|pristine-asan|fuzz|coverage OUTDIR"
 flavour=$1
 
-compiler=gcc
+read -ra compiler <<< "${CC:-cc}"
 patched=yes
 case $flavour in
 plain)
-    cflags="-O2 -g -fPIC -ffunction-sections -fdata-sections \
+    cflags="-O2 -g -ffunction-sections -fdata-sections \
         -fstack-protector-strong -D_FORTIFY_SOURCE=2" ;;
 asan)
-    cflags="-O1 -g -fPIC -fsanitize=address,undefined -fno-omit-frame-pointer" ;;
+    cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer" ;;
 pristine-asan)
-    cflags="-O1 -g -fPIC -fsanitize=address,undefined -fno-omit-frame-pointer"
+    cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer"
     patched=no ;;
 fuzz) # with shorter lines at most, or a few sessions would take all the time
-    cflags="-O1 -g -fPIC -fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer \
+    cflags="-O1 -g -fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer \
         -DEL_MAXLINE=65536UL"
-    compiler=clang ;;
+    compiler=(clang) ;;
 coverage)
-    cflags="-O0 -g -fPIC --coverage" ;;
+    cflags="-O0 -g --coverage" ;;
 *)
     die "there is no flavour '$flavour' (plain, asan, pristine-asan, fuzz or coverage)" ;;
 esac
-command -v "$compiler" > /dev/null || die "$compiler, which flavour $flavour needs, is missing"
+compiler_file=$(command -v "${compiler[0]}") ||
+    die "${compiler[0]}, which flavour $flavour needs, is missing"
 
 mkdir -p "$2/archive" "$2/$flavour" || die "cannot write to $2"
 outdir=$(cd "$2" && pwd)
@@ -64,8 +68,19 @@ target=$outdir/$flavour
 log=$target/build.log
 library=$target/lib/libedit.a
 
+# Large files and late years on every machine, in this and in what it is linked with.
+cflags="-D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64 $cflags"
+if [ "$flavour" != fuzz ]; then # whose compiler is not theirs
+    case ${CPPFLAGS:-}${CFLAGS:-} in
+    *_FORTIFY_SOURCE*) cflags=${cflags/-D_FORTIFY_SOURCE=2/} ;;
+    esac
+    cflags+=" ${CPPFLAGS:-} ${CFLAGS:-}"
+fi
+cflags+=" -fPIC"
 # What is shipped has no path of the build in it: the same sources give the same bytes.
 [ "$flavour" != plain ] || cflags+=" -ffile-prefix-map=$outdir=editor"
+read -rd '' -a cflags <<< "$cflags" || true
+read -rd '' -a ldflags <<< "${LDFLAGS:-}" || true
 
 patches=()
 own=()
@@ -103,25 +118,59 @@ unpack_and_patch()
     [ ${#own[@]} -eq 0 ] || cp "${own[@]}" "$target/src/src/"
 }
 
+# A tool that works on what this compiler makes.
+tool() # NAME
+{
+    "${compiler[@]}" -print-prog-name="$1"
+}
+
+# The whole library as one object.  Section groups become plain sections: of those that are
+# left the linker would keep one that another object calls by its name, which is local then.
+join_objects() # OBJECT
+{
+    local flag how=()
+    case " ${cflags[*]}" in
+    *' -flto'*)
+        # Optimized as a whole here, for whoever links it: with the flags and the linker given.
+        for flag in "${ldflags[@]}"; do
+            case $flag in -fuse-ld=* | -B*) how+=("$flag") ;; esac
+        done
+        [ ${#how[@]} -ne 0 ] || how=("-Wl,--force-group-allocation")
+        case $("${compiler[@]}" --version) in
+        *'Free Software'*) how+=(-flinker-output=nolto-rel) ;;
+        esac
+        "${compiler[@]}" "${cflags[@]}" "${how[@]}" -r -nostdlib -o "$1" src/*.o &&
+            rm -f src/.libs/libedit.a &&
+            "$(tool ar)" rcsD src/.libs/libedit.a "$1"
+        ;;
+    *)
+        "$(tool ld)" -r --force-group-allocation -o "$1" --whole-archive src/.libs/libedit.a
+        ;;
+    esac
+}
+
 compile()
 {
     cd "$target/src"
     # Sanitized probes must not fail for their leaks, nor the build regenerate its own
     # input when a patch touches it.
     ASAN_OPTIONS=detect_leaks=0 ./configure --disable-shared --enable-static \
-        --disable-examples --disable-dependency-tracking CC="$compiler" CFLAGS="$cflags" &&
+        --disable-examples --disable-dependency-tracking CC="${compiler[*]}" CPPFLAGS= \
+        CFLAGS="${cflags[*]}" LDFLAGS="${ldflags[*]}" &&
         make -j2 -C src ACLOCAL=: AUTOCONF=: AUTOHEADER=: AUTOMAKE=: all &&
-        ld -r -o interface.o --whole-archive src/.libs/libedit.a &&
-        objcopy --localize-hidden interface.o &&
+        join_objects interface.o &&
+        "$(tool objcopy)" --localize-hidden interface.o &&
         rm -f interface.a &&
-        ar rcsD interface.a interface.o
+        "$(tool ar)" rcsD interface.a interface.o
 }
 
 flavour_hash()
 {
     {
-        printf '%s\n' "$sum" "$target" "$cflags" "${patches[@]##*/}" "${own[@]##*/}"
-        "$compiler" --version | head -n 1
+        printf '%s\n' "$sum" "$target" "${compiler[*]:1}" "${cflags[*]}" "${ldflags[*]}" \
+            "${patches[@]##*/}" "${own[@]##*/}"
+        readlink -f "$compiler_file"
+        "${compiler[@]}" --version | head -n 1
         cat "${BASH_SOURCE[0]}" "${patches[@]}" "${own[@]}"
     } | sha256sum
 }

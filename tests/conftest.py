@@ -8,6 +8,9 @@ import tempfile
 
 import pytest
 
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+
+# pylint: disable=wrong-import-position
 from script import ROOT, run_script
 from terminal import Terminal
 
@@ -26,11 +29,9 @@ for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, sig
 
 
 def pytest_addoption(parser):
-    parser.addoption("--interpreter", metavar="PATH",
-                     default=os.environ.get("KEYLINE_TEST_PYTHON", sys.executable),
+    parser.addoption("--interpreter", metavar="PATH", default=sys.executable,
                      help="the interpreter that runs the children")
     parser.addoption("--module-dir", metavar="DIR",
-                     default=os.environ.get("KEYLINE_TEST_MODULE_DIR"),
                      help="where the built module lies; default build/<version>")
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
@@ -163,8 +164,8 @@ def mounts():
         return True
 
 
-def worlds():
-    """Whether this user may make a process the first of its world."""
+def makes_pid_namespaces():
+    """Whether this user may make a process the first of a PID namespace."""
     return subprocess.run(["unshare", "--pid", "--fork", "true"],
                           stderr=subprocess.DEVNULL).returncode == 0
 
@@ -184,7 +185,8 @@ def pytest_collection_modifyitems(config, items):
                 lacking[item] = marker.args[1]
     for name, able, reason in (
             ("small_disk", mounts, "this user may mount nothing"),
-            ("first_process", worlds, "this user may make no world of processes"),
+            ("first_process", makes_pid_namespaces,
+             "this user may make no PID namespace"),
             ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():

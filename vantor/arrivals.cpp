@@ -1,6 +1,5 @@
 // Replays the directory's events on the names of the files kept. A file for which there is
 // no memory is not kept, which loses its text but nothing else.
-
 #include "arrivals.h"
 
 #include <stdlib.h>
@@ -11,7 +10,7 @@ static void
 remove_at(Arrivals *arrivals, size_t index)
 {
     free(arrivals->list[index].name);
-    --arrivals->count;
+    arrivals->count--;
     memmove(arrivals->list + index, arrivals->list + index + 1,
             (arrivals->count - index) * sizeof(Arrival));
 }
@@ -19,9 +18,9 @@ remove_at(Arrivals *arrivals, size_t index)
 static Arrival *
 find_name(Arrivals *arrivals, const char *name)
 {
-    for (size_t i = 0; i < arrivals->count; ++i) {
+    for (size_t i = 0; i < arrivals->count; i++) {
         Arrival *arrival = arrivals->list + i;
-        if (arrival->name && strcmp(arrival->name, name) == 0)
+        if ((arrival->name != nullptr) && strcmp(arrival->name, name) == 0)
             return arrival;
     }
     return nullptr;
@@ -30,10 +29,9 @@ find_name(Arrivals *arrivals, const char *name)
 static Arrival *
 find_cookie(Arrivals *arrivals, uint32_t cookie)
 {
-    for (size_t i = 0; i < arrivals->count; ++i) {
-        if (arrivals->list[i].cookie == cookie && !arrivals->list[i].name)
+    for (size_t i = 0; i < arrivals->count; i++)
+        if (arrivals->list[i].cookie == cookie && (arrivals->list[i].name == nullptr))
             return arrivals->list + i;
-    }
     return nullptr;
 }
 
@@ -43,13 +41,13 @@ arrivals_add(Arrivals *arrivals, const char *name)
     if (arrivals->count == arrivals->room) {
         size_t room = arrivals->room ? 2 * arrivals->room : 4;
         void *list = realloc(arrivals->list, room * sizeof(Arrival));
-        if (!list)
+        if (list == nullptr)
             return;
         arrivals->list = static_cast<Arrival *>(list);
         arrivals->room = room;
     }
     char *copy = strdup(name);
-    if (copy)
+    if (copy != nullptr)
         arrivals->list[arrivals->count++] = Arrival{copy, 0, false};
 }
 
@@ -58,7 +56,7 @@ static bool
 forget_name(Arrivals *arrivals, const char *name)
 {
     Arrival *arrival = find_name(arrivals, name);
-    if (!arrival)
+    if (arrival == nullptr)
         return false;
     remove_at(arrivals, static_cast<size_t>(arrival - arrivals->list));
     return true;
@@ -68,7 +66,7 @@ static bool
 name_taken(Arrivals *arrivals, const char *name, uint32_t cookie)
 {
     Arrival *arrival = find_name(arrivals, name);
-    if (!arrival)
+    if (arrival == nullptr)
         return false;
     free(arrival->name);
     arrival->name = nullptr;
@@ -82,7 +80,7 @@ name_given(Arrivals *arrivals, bool at_path, const inotify_event *event)
     bool known = forget_name(arrivals, event->name);
     Arrival *moved =
         event->mask & IN_MOVED_TO ? find_cookie(arrivals, event->cookie) : nullptr;
-    if (moved) {
+    if (moved != nullptr) {
         moved->name = strdup(event->name);
         moved->cookie = 0;
         return true;
@@ -108,10 +106,9 @@ arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event)
 void
 arrivals_drop_opened(Arrivals *arrivals)
 {
-    for (size_t i = arrivals->count; i-- > 0;) {
-        if (arrivals->list[i].opened || !arrivals->list[i].name)
+    for (size_t i = arrivals->count; i-- > 0;)
+        if (arrivals->list[i].opened || (arrivals->list[i].name == nullptr))
             remove_at(arrivals, i);
-    }
 }
 
 void

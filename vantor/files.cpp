@@ -1,7 +1,7 @@
 // Follows the path through renames: looks where it leads, and looks again until nothing has
 // moved during the look. Signals are blocked by the caller.
-
 #include "files.h"
+
 #include "search.h"
 
 #include <dirent.h>
@@ -17,7 +17,7 @@ void
 files_remove(vantor_handle *handle, int index)
 {
     follow_close(handle->files + index, handle->inotify);
-    --handle->count;
+    handle->count--;
     memmove(handle->files + index, handle->files + index + 1,
             static_cast<size_t>(handle->count - index) * sizeof(Follow));
 }
@@ -26,7 +26,7 @@ files_remove(vantor_handle *handle, int index)
 static int
 find_file(const vantor_handle *handle, const struct stat *status)
 {
-    for (int i = 0; i < handle->count; ++i) {
+    for (int i = 0; i < handle->count; i++) {
         const Follow *follow = handle->files + i;
         if (follow->device == status->st_dev && follow->inode == status->st_ino)
             return i;
@@ -77,18 +77,12 @@ is_shortage(int error)
            error == ENOMEM;
 }
 
-// Whether another look at the path itself may find more, although nothing tells of it.
+// Whether another look at the path itself may find more, although nothing tells of it: also
+// when what was looked at changed underfoot, which everybody here tells by EAGAIN.
 static bool
 may_pass(int error)
 {
     return is_shortage(error) || error == EIO || error == EAGAIN;
-}
-
-// Whether the way to the path changed underfoot in every walk along it.
-static bool
-has_changed(int error)
-{
-    return error == ENOENT || error == ENOTDIR || error == EINVAL;
 }
 
 // Follows what came to the path since the last look, in order, the file that is there now
@@ -101,15 +95,15 @@ find_files(vantor_handle *handle)
     if (handle->route.entries != entries)
         arrivals_clear(&handle->arrivals);
     if (result == -1)
-        return may_pass(errno) || has_changed(errno) ? -1 : 0;
+        return may_pass(errno) ? -1 : 0;
     if (!handle->route.whole)
         return 0;
     if (handle->overflown && search_arrivals(handle) == -1)
         return may_pass(errno) ? -1 : 0;
     handle->overflown = false;
-    for (size_t i = 0; i < handle->arrivals.count; ++i) {
+    for (size_t i = 0; i < handle->arrivals.count; i++) {
         Arrival *arrival = handle->arrivals.list + i;
-        if (arrival->opened || !arrival->name)
+        if (arrival->opened || (arrival->name == nullptr))
             continue;
         if (take_file(handle, arrival->name, false) == -1 && is_shortage(errno))
             return -1;
@@ -128,7 +122,7 @@ static void
 forget_unsettled(vantor_handle *handle)
 {
     bool keep = false;
-    for (int i = handle->count - 1; i >= 0; --i) {
+    for (int i = handle->count - 1; i >= 0; i--) {
         Follow *follow = handle->files + i;
         struct stat status;
         if (follow->settled)
@@ -139,7 +133,7 @@ forget_unsettled(vantor_handle *handle)
         else
             files_remove(handle, i);
     }
-    for (size_t i = 0; i < handle->arrivals.count; ++i)
+    for (size_t i = 0; i < handle->arrivals.count; i++)
         handle->arrivals.list[i].opened = false;
 }
 
@@ -148,10 +142,9 @@ forget_unsettled(vantor_handle *handle)
 static void
 unwatch(vantor_handle *handle, int watch)
 {
-    for (int i = 0; i < handle->count; ++i) {
+    for (int i = 0; i < handle->count; i++)
         if (watch == -1 || handle->files[i].watch == watch)
             handle->files[i].watch = -1;
-    }
 }
 
 static void
@@ -205,10 +198,9 @@ files_take_events(vantor_handle *handle)
     int result = take_events(handle);
     if (result == 0 && !handle->overflown)
         handle->known = now;
-    for (int i = 0; i < handle->count; ++i) {
+    for (int i = 0; i < handle->count; i++)
         if (handle->files[i].watch == -1)
             follow_watch_again(handle->files + i, handle->inotify);
-    }
     return result;
 }
 
@@ -219,7 +211,7 @@ static void
 await_events(const vantor_handle *handle)
 {
     DIR *dir = opendir(handle->route.dir[0] ? handle->route.dir : "/");
-    if (dir) {
+    if (dir != nullptr) {
         static_cast<void>(readdir(dir));
         closedir(dir);
     }
@@ -231,7 +223,7 @@ bool
 files_settle(vantor_handle *handle)
 {
     int result = 0;
-    for (int looks = 0; handle->moved; ++looks) {
+    for (int looks = 0; handle->moved; looks++) {
         if (looks == settle_max)
             return true;
         forget_unsettled(handle);
@@ -242,7 +234,7 @@ files_settle(vantor_handle *handle)
         files_take_events(handle);
         errno = error;
     }
-    for (int i = 0; i < handle->count; ++i)
+    for (int i = 0; i < handle->count; i++)
         handle->files[i].settled = true;
     arrivals_drop_opened(&handle->arrivals);
     handle->moved = result == -1; // again with the next event, or behind the next wait
@@ -255,7 +247,7 @@ int
 files_start(vantor_handle *handle)
 {
     clock_gettime(CLOCK_REALTIME, &handle->known); // not behind any stamp
-    for (int looks = 0; looks < settle_max; ++looks) {
+    for (int looks = 0; looks < settle_max; looks++) {
         struct stat status;
         if (stat(handle->path, &status) == -1)
             return -1;
@@ -263,8 +255,11 @@ files_start(vantor_handle *handle)
             errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
             return -1;
         }
-        if (route_lay(&handle->route, handle->inotify, handle->path) == -1)
+        if (route_lay(&handle->route, handle->inotify, handle->path) == -1) {
+            if (errno == EAGAIN)
+                break;
             return -1;
+        }
         if (handle->route.whole && take_file(handle, handle->route.name, true) >= 0) {
             handle->files[0].settled = true;
             return 0;

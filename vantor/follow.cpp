@@ -1,7 +1,7 @@
 // Reads first and checks afterwards: a file that is still the same after its text was taken
 // was the same while it was taken.
-
 #include "follow.h"
+
 #include "route.h"
 
 #include <errno.h>
@@ -132,7 +132,7 @@ follow_read(Follow *follow, char *text, size_t size, bool ended, bool *more)
 {
     ssize_t got = 0;
     *more = false;
-    for (int looks = 0; looks < looks_max; ++looks) {
+    for (int looks = 0; looks < looks_max; looks++) {
         struct stat status;
         got = pread(follow->file, text, size, follow->told);
         if (fstat(follow->file, &status) == -1)
@@ -148,7 +148,7 @@ follow_read(Follow *follow, char *text, size_t size, bool ended, bool *more)
     *more = length == size;
     if (*more || (!ended && !follow->unlinked)) {
         const void *newline = memrchr(text, '\n', length);
-        if (newline)
+        if (newline != nullptr)
             return static_cast<size_t>(static_cast<const char *>(newline) - text) + 1;
         return *more ? length : 0;
     }

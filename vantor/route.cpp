@@ -1,6 +1,5 @@
 // Walks the path as the kernel would, name by name, and puts each watch before the look, so
 // that no change can fall between them.
-
 #include "route.h"
 
 #include <errno.h>
@@ -56,10 +55,9 @@ look(const char *place)
 static bool
 has_watch(const Route *route, int watch)
 {
-    for (int i = 0; i < route->count; ++i) {
+    for (int i = 0; i < route->count; i++)
         if (route->watches[i] == watch)
             return true;
-    }
     return false;
 }
 
@@ -148,7 +146,7 @@ watch_above(Route *route, int inotify)
     char above[PATH_MAX];
     strcpy(above, route->dir);
     char *slash = strrchr(above, '/');
-    if (!slash)
+    if (slash == nullptr)
         return 0;
     slash[slash == above ? 1 : 0] = '\0';
     route->above = add_watch(route, inotify, above, IN_DELETE);
@@ -192,7 +190,7 @@ walk(Route *route, int inotify, const char *path)
             continue;
         if (strcmp(route->name, "..") == 0) { // no link in `dir`: the text is enough
             char *slash = strrchr(route->dir, '/');
-            if (slash)
+            if (slash != nullptr)
                 *slash = '\0';
             continue;
         }
@@ -224,20 +222,24 @@ walk(Route *route, int inotify, const char *path)
     }
 }
 
-// Walks until the way holds still. Watches of a broken walk that are not met again would be
-// forgotten, so they are dropped at once.
+// Walks until the way holds still, and else ends with EAGAIN. Watches of a broken walk that
+// are not met again would be forgotten, so they are dropped at once.
 static int
 walk_through(Route *route, int inotify, const char *path)
 {
-    for (int tries = 1;; ++tries) {
+    for (int tries = 1;; tries++) {
         int result = walk(route, inotify, path);
         bool moved =
             result == -1 && (errno == ENOENT || errno == ENOTDIR || errno == EINVAL);
-        if (!moved || tries == walks_max)
+        if (!moved)
             return result;
-        for (int i = 0; i < route->count; ++i)
+        if (tries == walks_max)
+            break;
+        for (int i = 0; i < route->count; i++)
             inotify_rm_watch(inotify, route->watches[i]);
     }
+    errno = EAGAIN;
+    return -1;
 }
 
 // Drops a watch that told of a directory's entries, if the directory is only passed now.
@@ -259,10 +261,9 @@ route_lay(Route *route, int inotify, const char *path)
     if (entries || above)
         result = walk_through(&fresh, inotify, path);
     int error = errno;
-    for (int i = 0; i < route->count; ++i) {
+    for (int i = 0; i < route->count; i++)
         if (!has_watch(&fresh, route->watches[i]))
             inotify_rm_watch(inotify, route->watches[i]);
-    }
     *route = fresh;
     errno = error;
     return result;

@@ -27,7 +27,7 @@ void route_init(Route *route);
 // Lays the route anew: looks where the absolute path leads now, adds the watches that are
 // missing and drops the others. A change after this call gives an event, also while it
 // runs. Returns 0, also when the path ends at a missing name, or -1 with errno set, in
-// which case the watches reach as far as the error.
+// which case the watches reach as far as the error: EAGAIN when the way never held still.
 int route_lay(Route *route, int inotify, const char *path);
 
 // Writes dir/name to `place`, of PATH_MAX bytes. Returns 0 or -1 with errno set.

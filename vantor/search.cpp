@@ -1,5 +1,4 @@
 // Finds by names and times of birth what events would have told.
-
 #include "search.h"
 
 #include <dirent.h>
@@ -37,10 +36,9 @@ is_packed(const char *name)
 {
     static const char *const endings[] = {".gz",  ".bz2", ".xz", ".zst",
                                           ".lz4", ".zip", ".Z"};
-    for (const char *ending : endings) {
+    for (const char *ending : endings)
         if (ends_with(name, ending))
             return true;
-    }
     return false;
 }
 
@@ -51,12 +49,12 @@ is_rotated(const char *log, const char *name)
     size_t whole = strlen(log);
     const char *dot = strrchr(log, '.');
     if (strncmp(name, log, whole) == 0 && name[whole] != '\0' &&
-        strchr(".-_~", name[whole]))
+        (strchr(".-_~", name[whole]) != nullptr))
         return !is_packed(name);
-    if (!dot || dot == log || !ends_with(name, dot) || strlen(name) <= whole)
+    if ((dot == nullptr) || dot == log || !ends_with(name, dot) || strlen(name) <= whole)
         return false;
     size_t stem = static_cast<size_t>(dot - log);
-    return strncmp(name, log, stem) == 0 && strchr(".-_", name[stem]);
+    return strncmp(name, log, stem) == 0 && (strchr(".-_", name[stem]) != nullptr);
 }
 
 static bool
@@ -105,7 +103,7 @@ static bool
 is_copy(const vantor_handle *handle, int file)
 {
     char head[follow_head_max];
-    for (int i = 0; i < handle->count; ++i) {
+    for (int i = 0; i < handle->count; i++) {
         const Follow *follow = handle->files + i;
         if (follow->head_size == 0)
             continue;
@@ -122,7 +120,7 @@ is_copy(const vantor_handle *handle, int file)
 static bool
 is_known(const vantor_handle *handle, const Found *found)
 {
-    for (int i = 0; i < handle->count; ++i) {
+    for (int i = 0; i < handle->count; i++) {
         const Follow *follow = handle->files + i;
         if (follow->inode == found->inode && follow->device == found->device)
             return true;
@@ -158,7 +156,7 @@ keep(Findings *findings, const Found *found, const char *name)
     if (findings->count == findings->room) {
         size_t room = findings->room ? 2 * findings->room : 8;
         void *list = realloc(findings->list, room * sizeof(Found));
-        if (!list)
+        if (list == nullptr)
             return false;
         findings->list = static_cast<Found *>(list);
         findings->room = room;
@@ -166,7 +164,7 @@ keep(Findings *findings, const Found *found, const char *name)
     Found *kept = findings->list + findings->count;
     *kept = *found;
     kept->name = strdup(name);
-    findings->count += kept->name != nullptr;
+    findings->count += static_cast<unsigned long>(kept->name != nullptr);
     return kept->name != nullptr;
 }
 
@@ -185,7 +183,7 @@ int
 search_arrivals(vantor_handle *handle)
 {
     DIR *dir = opendir(handle->route.dir[0] ? handle->route.dir : "/");
-    if (!dir)
+    if (dir == nullptr)
         return -1;
     Findings findings = {nullptr, 0, 0};
     int result = 0;
@@ -198,7 +196,7 @@ search_arrivals(vantor_handle *handle)
     closedir(dir);
     if (findings.count > 1)
         qsort(findings.list, findings.count, sizeof(Found), compare);
-    for (size_t i = 0; i < findings.count; ++i) {
+    for (size_t i = 0; i < findings.count; i++) {
         if (result == 0)
             arrivals_add(&handle->arrivals, findings.list[i].name);
         free(findings.list[i].name);

@@ -2,7 +2,6 @@
 //
 // Signals are blocked while the handle changes, so that a jump out of a handler can only
 // leave from the callback, and what was not told by then stays noted.
-
 #pragma GCC visibility push(default)
 #include "vantor.h"
 #pragma GCC visibility pop
@@ -32,7 +31,7 @@ running_push(vantor_handle *handle)
 {
     int place = 0;
     while (place < running_count && running[place] != handle)
-        ++place;
+        place++;
     if (place == running_max) // so many at a time have been left
         place = 0;
     running[place] = handle;
@@ -51,13 +50,12 @@ running_pop(int place)
 static void
 running_closed(const vantor_handle *handle)
 {
-    for (vantor_handle *&one : running) {
+    for (vantor_handle *&one : running)
         if (one == handle)
             one = nullptr;
-    }
 }
 
-// --- News -------------------------------------------------------------------------------
+// ---- news ----
 
 // Reads the oldest untold text into the buffer; 0 when there is none. Lets go of replaced
 // files that are told, except the last of them, which may have slow writers.
@@ -70,7 +68,7 @@ find_news(vantor_handle *handle, bool *more)
         int newer = 0;
         while (index + newer + 1 < handle->count &&
                handle->files[index + newer + 1].settled)
-            ++newer;
+            newer++;
         size_t size =
             follow_read(follow, handle->buffer, sizeof handle->buffer, newer > 0, more);
         if (size > 0) {
@@ -82,7 +80,7 @@ find_news(vantor_handle *handle, bool *more)
             search_gone(handle, follow);
             files_remove(handle, index);
         } else
-            ++index;
+            index++;
     }
     return 0;
 }
@@ -120,7 +118,7 @@ end_left_callback(vantor_handle *handle)
     handle->telling = -1;
 }
 
-// --- Operations -------------------------------------------------------------------------
+// ---- operations ----
 
 // The absolute form of the name, in `path` of PATH_MAX bytes.
 static int
@@ -128,7 +126,7 @@ make_absolute(const char *filename, char *path)
 {
     size_t length = 0;
     if (filename[0] != '/') {
-        if (!getcwd(path, PATH_MAX))
+        if (getcwd(path, PATH_MAX) == nullptr)
             return -1;
         length = strlen(path);
         if (length < PATH_MAX - 1)
@@ -158,7 +156,7 @@ open_descriptors(vantor_handle *handle)
 vantor_handle *
 vantor_open(const char *filename, vantor_callback callback, void *context)
 {
-    if (!filename || !callback) {
+    if ((filename == nullptr) || (callback == nullptr)) {
         errno = EINVAL;
         return nullptr;
     }
@@ -167,7 +165,7 @@ vantor_open(const char *filename, vantor_callback callback, void *context)
         return nullptr;
     }
     vantor_handle *handle = static_cast<vantor_handle *>(calloc(1, sizeof *handle));
-    if (!handle)
+    if (handle == nullptr)
         return nullptr;
     handle->callback = callback;
     handle->context = context;
@@ -187,16 +185,15 @@ vantor_open(const char *filename, vantor_callback callback, void *context)
 void
 vantor_close(vantor_handle *handle)
 {
-    if (!handle)
+    if (handle == nullptr)
         return;
     running_closed(handle);
-    for (int i = 0; i < handle->count; ++i)
+    for (int i = 0; i < handle->count; i++)
         close(handle->files[i].file);
     const int descriptors[] = {handle->inotify, handle->more, handle->text};
-    for (int descriptor : descriptors) {
+    for (int descriptor : descriptors)
         if (descriptor >= 0)
             close(descriptor);
-    }
     arrivals_clear(&handle->arrivals);
     free(handle);
 }
@@ -204,7 +201,7 @@ vantor_close(vantor_handle *handle)
 int
 vantor_inotify_fd(vantor_handle *handle)
 {
-    if (!handle)
+    if (handle == nullptr)
         return -1;
     // A look that failed is taken up again behind the next wait, whatever ended that: there
     // may be no event for it. Not before: it may fail for long.
@@ -219,7 +216,7 @@ vantor_inotify_fd(vantor_handle *handle)
 int
 vantor_process_event(vantor_handle *handle)
 {
-    if (!handle) {
+    if (handle == nullptr) {
         errno = EINVAL;
         return -1;
     }

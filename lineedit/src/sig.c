@@ -596,7 +596,7 @@ sig_wait_for(int nfds, fd_set *set)
 	n = select(nfds, set, NULL, NULL, NULL);
 	rl_signal_level = 0;
 	(void)clock_gettime(CLOCK_MONOTONIC, &ended);
-	sig_hurry = n > 0 && (ended.tv_sec - begun.tv_sec) * 1000000000L +
+	sig_hurry = n > 0 && (ended.tv_sec - begun.tv_sec) * 1000000000LL +
 	    ended.tv_nsec - begun.tv_nsec < SIG_HURRY;
 	return n;
 }

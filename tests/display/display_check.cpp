@@ -75,7 +75,9 @@ DisplayCheck::resize(TerminalModel *changing, int rows, int columns,
         cursor_down =
             terminal->scrolled() + static_cast<size_t>(terminal->cursor_row()) - start;
         reflowed = std::make_unique<TerminalModel>(*terminal);
+        changes = 0;
     }
+    changes++;
     changing->resize(rows, columns, how);
     reflowed->resize(rows, columns, TerminalModel::Reflows);
 }
@@ -92,8 +94,18 @@ DisplayCheck::told()
     // there the line is drawn anew from the cursor's row on.
     is_certain = type.name.rfind("rxvt", 0) != 0 && (is_known || down == cursor_down) &&
                  start >= terminal->scrolled() && highest_top == 0;
+    misleads = !is_known && changes > 1 &&
+               start + down !=
+                   terminal->scrolled() + static_cast<size_t>(terminal->cursor_row()) &&
+               reflowed->cursor_column() == terminal->cursor_column();
     reflowed.reset();
     remember_above();
+}
+
+bool
+DisplayCheck::is_misleading() const
+{
+    return misleads;
 }
 
 // Where no program can know whether the terminal has reflowed, what it has left of the line
@@ -101,6 +113,7 @@ DisplayCheck::told()
 std::string
 DisplayCheck::compare_resized(const Layout &layout)
 {
+    begin_if_cleared();
     size_t cursor = terminal->scrolled() + static_cast<size_t>(terminal->cursor_row());
     size_t seen_top = naive_top(layout, usable_height(), 0);
     size_t first = cursor - std::min(cursor, layout.cursor_row - seen_top);
@@ -111,6 +124,8 @@ DisplayCheck::compare_resized(const Layout &layout)
         what = "something is left above";
     if (!what.empty())
         return report(layout, "resized: " + what);
+    below = std::min(usable_height(), layout.rows.size() - seen_top) -
+            (layout.cursor_row - seen_top);
     start = first; // nothing has left the window for good
     top = highest_top = 0;
     least_scrolled = most_scrolled = terminal->scrolled();

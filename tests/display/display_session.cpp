@@ -1,5 +1,6 @@
 #include "display_session.h"
 
+#include <algorithm>
 #include <fcntl.h>
 #include <locale.h>
 #include <memory>
@@ -78,7 +79,7 @@ entered()
 
 // ---- what the shell does ----
 
-static size_t written; // since the size has changed
+static size_t written; // since the size has changed; a beep shows nothing
 static bool is_left;   // what is on the screen is what the terminal made of it
 
 // Where the terminal has laid the rows out itself nothing is drawn before the next key.
@@ -135,6 +136,10 @@ change_size(const DisplayEvent &event)
     if (!event.is_told)
         return;
     check->told();
+    if (check->is_misleading()) {
+        is_over = true;
+        return;
+    }
     raise(SIGWINCH);
     fd_set none;
     FD_ZERO(&none);
@@ -194,7 +199,7 @@ show(void *, const char *text, size_t size)
     if (is_traced)
         printf("    wrote %s\n", quoted(std::string(text, size)).c_str());
     terminal->feed(text, size);
-    written += size;
+    written += size - static_cast<size_t>(std::count(text, text + size, '\a'));
     std::string answers = terminal->take_answers();
     if (session->answers && write(user_fd, answers.data(), answers.size()) < 0)
         abort();
@@ -205,6 +210,8 @@ static int
 next_key(FILE *)
 {
     for (;;) {
+        if (is_over)
+            return -1;
         fflush(rl_outstream);
         if (is_left)
             compare_resized();

@@ -1,6 +1,6 @@
 // The guard against floods of pending input, switched on as only the wide setter can: its
 // option, its thresholds, its echo, and editing and the terminal's settings after it.
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 extern "C" {
 #include "read.h"

@@ -1,6 +1,6 @@
 // Keys and commands one by one, where the adapted editor differs from the packaged one, and
 // at the greatest length that a line can have.
-#include "editor_check.h"
+#include "editor_in_child.h"
 
 // ---- the greatest length ----
 

@@ -1,6 +1,6 @@
 // One line after the other: the line as it comes back, the window's size, and instances
 // that start anew.
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #include <dlfcn.h>
 #include <set>

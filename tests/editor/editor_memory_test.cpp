@@ -2,7 +2,7 @@
 // prompt or a configuration, each with the fewest keys that show it. Run under the
 // sanitizers, each of them ends the packaged editor.
 #include "../support/failing_malloc.h"
-#include "editor_check.h"
+#include "editor_in_child.h"
 
 #include <algorithm>
 #include <histedit.h>

@@ -1,7 +1,7 @@
 // Whoever sits at the prompt can reach no more than the line: no command of the editor
 // starts a program, makes or reads a file, or sends a signal to another process. The kernel
 // watches (confine.h): a session that does any of it ends by "Bad system call".
-#include "editor_check.h"
+#include "editor_in_child.h"
 
 #include "../support/confine.h"
 

@@ -1,6 +1,6 @@
 // Sequences where Escape is a key by itself, which only the time between it and the next
 // key can tell: a search, an argument, a command that is typed, a key that is quoted.
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #define ESC "\033"
 #define PAGE_UP ESC "[5~"

@@ -1,9 +1,9 @@
-// What the tests of signals share beside editor_pty.h: dispositions, reads that SIGINT and
-// SIGTSTP leave by a jump, and a step before and after each system call of the editor, at
-// which a test can do something.
+// What the tests of signals share beside editor_in_process.h: dispositions, reads that
+// SIGINT and SIGTSTP leave by a jump, and a step before and after each system call of the
+// editor, at which a test can do something.
 #pragma once
 
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #include <atomic>
 #include <dlfcn.h>
@@ -45,6 +45,10 @@ real(Function *, const char *name)
 {
     return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
 }
+
+// Where a time in it is wider than it was, the C library has a second function.
+constexpr const char *select_name =
+    sizeof(time_t) > sizeof(long) ? "__select64" : "select";
 
 extern "C" {
 int
@@ -96,7 +100,7 @@ tcsetattr(int fd, int action, const struct termios *wanted) noexcept
 int
 select(int nfds, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
 {
-    static auto *call = real(&select, "select");
+    static auto *call = real(&select, select_name);
     step();
     int result = call(nfds, reads, writes, others, limit);
     step();

@@ -1,6 +1,6 @@
 // The editor in windows of every size: those that shrink under the text, of one row or few
 // columns, of sizes that no terminal has, and those there is no memory for.
-#include "editor_check.h"
+#include "editor_in_child.h"
 
 #include <dlfcn.h>
 #include <histedit.h>
@@ -69,7 +69,7 @@ resize_somehow()
 
 TEST(EditorSize, StormOfSizes)
 {
-    std::vector<Step> steps;
+    std::vector<KeysThen> steps;
     for (int i = 0; i < 100; i++)
         steps.push_back({i % 5 == 0 ? LEFT + text100 + "\x7f" : "b", resize_somehow});
     steps.push_back({ctrl('U') + "c\n"});

@@ -1,6 +1,6 @@
 // The editor's readline-compatible interface, where it was adapted: the history that it
 // recalls from, what a completion sees, and what it changes.
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #include <locale.h>
 

@@ -1,5 +1,5 @@
 // Text outside ASCII as it is typed: what becomes of its bytes, in several locales.
-#include "editor_check.h"
+#include "editor_in_child.h"
 #include "made_locales.h"
 
 static int

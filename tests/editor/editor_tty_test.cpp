@@ -1,6 +1,6 @@
 // The terminal's settings: raw mode for every line, and the user's own settings found again
 // after each way out.
-#include "editor_pty.h"
+#include "editor_in_process.h"
 
 #include <dlfcn.h>
 #include <stdarg.h>

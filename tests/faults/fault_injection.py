@@ -18,23 +18,23 @@ HERE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "inject")
 FULL = os.environ.get("KEYLINE_FAULTS") == "full"
 
 x86_64 = pytest.mark.only_where(platform.machine() == "x86_64" and sys.maxsize > 2 ** 32,
-                                "what stands between is written for x86-64")
+                                "the interposer is written for x86-64")
 
 
-def compile_between(folder):
-    """The shared object that stands between the module and what it calls."""
-    path = str(folder / "between.so")
+def compile_interposer(folder):
+    """The shared object that every call of the module passes through."""
+    path = str(folder / "interposer.so")
     sources = [os.path.join(HERE, name) for name in ("interposer.c", "session.c", "steps.c")]
     subprocess.run(["gcc", "-std=gnu11", "-Wall", "-Wextra", "-Werror", "-O1", "-shared",
                     "-fPIC", "-o", path] + sources, check=True)
     return path
 
 
-class Laboratory:
-    """What a test plays acts with."""
+class FaultInjection:
+    """What a test plays scenarios with."""
 
-    def __init__(self, setup, between):
-        self.setup, self.between = setup, between
+    def __init__(self, setup, interposer):
+        self.setup, self.interposer = setup, interposer
         self.objects = [setup.module(), os.path.join(setup.module_dir, "libVantor.so")]
         self.known = {}
 
@@ -43,7 +43,7 @@ class Laboratory:
         home = tempfile.mkdtemp(prefix="keyline-")
         # All of Python's memory is the C library's, so that its account is complete, and
         # what was freed is not kept for the next who asks.
-        changes = {"KEYLINE_BETWEEN": self.between, "PYTHONMALLOC": "malloc",
+        changes = {"KEYLINE_INTERPOSER": self.interposer, "PYTHONMALLOC": "malloc",
                    "GLIBC_TUNABLES": "glibc.malloc.tcache_count=0",
                    "PYTHONPATH": "%s:%s" % (self.setup.module_dir, HERE),
                    "KEYLINE_TEST_DEADLINE": str(min(DEADLINE, 10))}
@@ -90,10 +90,10 @@ class Laboratory:
 
 
 @pytest.fixture(scope="session")
-def between(tmp_path_factory):
-    return compile_between(tmp_path_factory.mktemp("between"))
+def interposer(tmp_path_factory):
+    return compile_interposer(tmp_path_factory.mktemp("interposer"))
 
 
 @pytest.fixture
-def laboratory(setup, between):
-    return Laboratory(setup, between)
+def injection(setup, interposer):
+    return FaultInjection(setup, interposer)

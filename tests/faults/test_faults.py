@@ -4,29 +4,30 @@ The calls are those that the module, the editor in it and the log library make o
 interpreter, the C library and the system (inject/). After each fault the same is played
 again, then a line is read that another thread types, so that a lock that is held would show;
 the terminal's settings, the dispositions and the memory are looked at. By default each place
-in the code fails in one act, and once more in those of ALL_PLACES; KEYLINE_FAULTS=full fails
-every call of every act.
+in the code fails in one scenario, and once more in those of ALL_PLACES; KEYLINE_FAULTS=full
+fails every call of every scenario.
 
-What a fault may change is one call of the act, in a way that the tables here give; all others
-give what they always do, and all that was written to a log is told once, in order.
+What a fault may change is one call of the scenario, in a way that the tables here give; all
+others give what they always do, and all that was written to a log is told once, in order.
 """
 import json
 
 import pytest
 
-from fault_injection import FULL, Laboratory, between, laboratory, x86_64  # noqa: F401
+from fault_injection import FULL, FaultInjection, injection, interposer, x86_64  # noqa: F401
 
 pytestmark = x86_64
 
-ACTS = ("importing before_the_editor first_read first_simple_read first_reset first_bindings "
-        "first_history from_a_pipe failing_completion line edited long_line pasted resized "
-        "other_width end_of_input interrupted simple without_echo reset completed bindings "
-        "history many_lines more_lines recalled log_news log_exchanged log_behind_a_link "
-        "log_missing").split()
+SCENARIOS = (
+    "importing before_the_editor first_read first_simple_read first_reset "
+    "first_bindings first_history from_a_pipe failing_completion line edited "
+    "long_line pasted resized other_width end_of_input interrupted simple "
+    "without_echo reset completed bindings history many_lines more_lines recalled "
+    "log_news log_exchanged log_behind_a_link log_missing").split()
 ALL_PLACES = ("first_read", "more_lines")  # what fails there meets another state
 REPEATS = 10 if FULL else 6  # three times, for the leaks
 INJECTED = ["raised", "MemoryError", "injected"]
-THROUGH = [["through the act", "MemoryError", "injected"]]
+THROUGH = [["through the scenario", "MemoryError", "injected"]]
 
 # Where the process is to end, and why: (function, part of the place).
 DEATHS = {
@@ -40,7 +41,8 @@ DEATHS = {
     ("malloc", "hist_enter"): "as above",
     ("strdup", "hist_enter"): "as above",
 }
-# What one call of the act may give instead of its usual result: (function, part of the place).
+# What one call of a scenario may give instead of its usual result, by function and part of the
+# place.
 OUTCOMES = {
     # The exception stays set, and the read that has a line finds it.
     ("PyLong_AsLong", "conlog_call"): "error set",
@@ -69,15 +71,15 @@ OUTCOMES = {
 }
 # Where memory is missing, there is no editor that could read, or no line to give.
 MEMORY = ("malloc", "calloc", "realloc", "strdup")
-# Acts whose lines are not edited: the end of input gives what there is of a line.
+# Scenarios whose lines are not edited: the end of input gives what there is of a line.
 UNEDITED = ("from_a_pipe", "without_echo")
-# Acts in which a read takes what the one before it has left.
+# Scenarios in which a read takes what the one before it has left.
 FOLLOWING = ("from_a_pipe", "pasted")
-# The act "completed" without one of its answers.
+# The scenario "completed" without one of its answers.
 NOT_COMPLETED = ("xabze\u00e9", "xcdz")
 # Keys that the bindings would have taken.
 UNBOUND = ("a?b", "a\t?b")
-# After which the act has to end its line once more.
+# After which the scenario has to end its line once more.
 PRESSED_AGAIN = ("uninterrupted", "not completed", "pressed again")
 # The call that put the settings or the handlers back did not do it.
 UNRESTORED = {("sigaction", "sig_give_back"): True, ("sigaction", "rl_signal"): True,
@@ -97,12 +99,12 @@ def is_end(entry):
     return entry[:2] == ["raised", "EOFError"]
 
 
-def may_give(entry, usual, kind, act):
+def may_give(entry, usual, kind, scenario):
     """Whether the call that the fault fell into may have given this."""
     gave = entry[0] == usual[0] == "gave"
     if kind == "error set":
         return entry[:2] == ["raised", "SystemError"] and "returned a result with an" in entry[2]
-    if kind == "end of input" and act in UNEDITED:
+    if kind == "end of input" and scenario in UNEDITED:
         return is_end(entry) or gave and usual[1].startswith(entry[1])
     if kind in ("end of input", "pressed again"):
         return is_end(entry)
@@ -110,25 +112,25 @@ def may_give(entry, usual, kind, act):
         left = iter(usual[1])
         return gave and len(entry[1]) < len(usual[1]) and all(key in left for key in entry[1])
     if kind == "not completed":
-        return gave and entry[1] in NOT_COMPLETED or act == "failing_completion" and (
+        return gave and entry[1] in NOT_COMPLETED or scenario == "failing_completion" and (
             entry[0] == "gave")
     if kind == "unbound":
-        return gave and act == "first_bindings" and entry[1] in UNBOUND
+        return gave and scenario == "first_bindings" and entry[1] in UNBOUND
     if kind == "uninterrupted":
         return entry == (["gave", "ab"] if usual[2].startswith("Ctrl-Z") else
                          ["raised", "KeyboardInterrupt", ""])
     return False
 
 
-def good_calls(calls, usual, kind, act):
+def good_calls(calls, usual, kind, scenario):
     """Whether one call gave what it may, and all others what they always do."""
     changed = [number for number, both in enumerate(zip(calls, usual)) if both[0] != both[1]]
     if len(calls) != len(usual) or not changed:
         return calls == usual
     first = changed.pop(0)
-    if not may_give(calls[first], usual[first], kind, act):
+    if not may_give(calls[first], usual[first], kind, scenario):
         return False
-    if act in FOLLOWING:  # what it left is there for the next ones; another stream has none
+    if scenario in FOLLOWING:  # what it left is there for the next ones; another stream has none
         other_stream = kind == "error set"
         return all(is_end(calls[number]) or calls[number][0] == "gave" and (
             calls[number][1] == "" if other_stream else
@@ -163,7 +165,7 @@ def good_news(outcome, one, usual, kind):
         if kind == "error set":
             left = iter(written)
             return all(line in left for line in told) and told[-1:] == written[-1:]
-        if one["act"] == "log_exchanged" and (late or calls != calls_of(usual)):
+        if one["scenario"] == "log_exchanged" and (late or calls != calls_of(usual)):
             if CUT_OFF not in told:
                 written.remove(CUT_OFF)
             if late:
@@ -183,7 +185,7 @@ def good_outcome(outcome, noted, one, kind):
     if kind == "a line less":
         return all(both[0] == both[1] or both[0][0] == both[1][0] == "gave"
                    for both in zip(calls, calls_of(usual)))
-    return (good_calls(calls, calls_of(usual), kind, one["act"])
+    return (good_calls(calls, calls_of(usual), kind, one["scenario"])
             or "MemoryError" in one["failure"] and good_refusal(calls, noted))
 
 
@@ -207,11 +209,11 @@ def wrong(one, noted, place):
             return "not reached: %r, %s" % (result["outcome"], one["stderr"])
         kind = unrestored = None
     if result["starved"] and kind not in PRESSED_AGAIN and (
-            one["act"] not in FOLLOWING or result["outcome"] == usual):
+            one["scenario"] not in FOLLOWING or result["outcome"] == usual):
         return "a key was lost"
     if not (result["kept"] and one["terminal"] or unrestored):
         return "settings or dispositions"
-    if one["act"] == "first_bindings" and kind in ("end of input", "pressed again"):
+    if one["scenario"] == "first_bindings" and kind in ("end of input", "pressed again"):
         # There was perhaps no editor yet to bind keys in.
         if calls_of(result["outcome"])[1:] == [["gave", UNBOUND[0]]]:
             kind = "unbound"
@@ -223,43 +225,43 @@ def wrong(one, noted, place):
         return "afterwards %r" % result["again"]
     if result["last"] != ["gave", "last"]:
         return "the last read %r" % result["last"]
-    if result.get("leak"):  # which the act without a fault does not
+    if result.get("leak"):  # which the scenario without a fault does not
         return "%.1f bytes and %.1f descriptors lost by each" % tuple(result["leak"])
     return ""
 
 
 @pytest.fixture(scope="session")
-def plan(setup, between):
-    """For each act the calls that are to fail in it: each place has an act, some have all.
+def plan(setup, interposer):
+    """The calls that are to fail in each scenario: each place has one, some have all.
 
-    Acts that begin a process's life come last, as nothing is repeated in them.
+    Scenarios that begin a process's life come last, as nothing is repeated in them.
     """
-    told = json.loads(Laboratory(setup, between).play(
-        "failing_calls.py", 1, 0, given={act: [] for act in ACTS}))
+    told = json.loads(FaultInjection(setup, interposer).play(
+        "failing_calls.py", 1, 0, given={scenario: [] for scenario in SCENARIOS}))
     plan, taken = {}, set()
-    for act in ACTS[::-1]:
-        calls = {tuple(call) for call in told["noted"][act]["calls"]}
-        plan[act] = sorted(calls if FULL or act in ALL_PLACES else calls - taken)
+    for scenario in SCENARIOS[::-1]:
+        calls = {tuple(call) for call in told["noted"][scenario]["calls"]}
+        plan[scenario] = sorted(calls if FULL or scenario in ALL_PLACES else calls - taken)
         taken |= calls
     return plan
 
 
-@pytest.mark.parametrize("act", ACTS)
-def test_each_call_fails(laboratory, setup, plan, act):
-    calls, repeats = plan[act], REPEATS
-    laboratory.name_places(calls)
+@pytest.mark.parametrize("scenario", SCENARIOS)
+def test_each_call_fails(injection, setup, plan, scenario):
+    calls, repeats = plan[scenario], REPEATS
+    injection.name_places(calls)
     if setup.sanitizer_logs:  # it has its own account, and reports where a process is to end
         repeats = 0
-        calls = [call for call in calls if not found(DEATHS, call, laboratory.place(call))]
-    text = laboratory.play("failing_calls.py", 0 if FULL else 1, repeats, given={act: calls})
+        calls = [call for call in calls if not found(DEATHS, call, injection.place(call))]
+    text = injection.play("failing_calls.py", 0 if FULL else 1, repeats, given={scenario: calls})
     played = json.loads(text)
     told = played["told"]
     problems = []
     for one in told:
-        place = laboratory.place(one["call"])
-        problem = wrong(one, played["noted"][act], place)
+        place = injection.place(one["call"])
+        problem = wrong(one, played["noted"][scenario], place)
         if problem:
             problems.append("visit %d of %s [%s]: %s"
                             % (one["visit"], place, one["failure"], problem))
-    print("%s: %d faults" % (act, len(told)))
+    print("%s: %d faults" % (scenario, len(told)))
     assert not problems, "%d of %d\n%s" % (len(problems), len(told), "\n".join(problems[:40]))

@@ -87,8 +87,10 @@ class Method(ctypes.Structure):
     _fields_ = [("name", ctypes.c_char_p), ("function", ctypes.c_void_p),
                 ("flags", ctypes.c_int), ("doc", ctypes.c_char_p)]
 
+HEAD = object.__basicsize__ + 3 * ctypes.sizeof(ctypes.c_void_p)
+
 class Definition(ctypes.Structure):
-    _fields_ = [("head", ctypes.c_char * 40), ("name", ctypes.c_char_p),
+    _fields_ = [("head", ctypes.c_char * HEAD), ("name", ctypes.c_char_p),
                 ("doc", ctypes.c_char_p), ("size", ctypes.c_ssize_t),
                 ("methods", ctypes.POINTER(Method)), ("slots", ctypes.c_void_p),
                 ("traverse", ctypes.c_void_p), ("clear", ctypes.c_void_p),

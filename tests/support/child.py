@@ -110,11 +110,19 @@ WATCHED = ("SIGHUP", "SIGINT", "SIGQUIT", "SIGTERM", "SIGCONT", "SIGTSTP", "SIGW
 SA_RESTORER = 0x04000000  # how the C library makes handlers return; none of ours
 
 
+class SignalSet(ctypes.Structure):
+    """1,024 signals, on every machine."""
+
+    _fields_ = [("bits", ctypes.c_ulong * (1024 // 8 // ctypes.sizeof(ctypes.c_ulong)))]
+
+
 class SignalAction(ctypes.Structure):
     """What sigaction() answers."""
 
-    _fields_ = [("handler", ctypes.c_void_p), ("mask", ctypes.c_ulong * 16),
-                ("flags", ctypes.c_int), ("restorer", ctypes.c_void_p)]
+    _fields_ = [("handler", ctypes.c_void_p)] + (
+        [("reserved", ctypes.c_int), ("flags", ctypes.c_int), ("restorer", ctypes.c_void_p),
+         ("mask", SignalSet)] if os.uname().machine == "s390x" else
+        [("mask", SignalSet), ("flags", ctypes.c_int), ("restorer", ctypes.c_void_p)])
 
 
 def dispositions():
@@ -126,6 +134,24 @@ def dispositions():
         found.append((name, action.handler or 0, action.flags & ~SA_RESTORER))
     blocked = sorted(int(number) for number in signal.pthread_sigmask(signal.SIG_BLOCK, []))
     return found, blocked
+
+
+class Account(ctypes.Structure):
+    """What mallinfo2() answers, or mallinfo(), which counts in int."""
+
+    _fields_ = [(name, ctypes.c_size_t if hasattr(libc, "mallinfo2") else ctypes.c_uint)
+                for name in ("arena ordblks smblks hblks hblkhd usmblks fsmblks uordblks "
+                             "fordblks keepcost").split()]
+
+
+account = libc.mallinfo2 if hasattr(libc, "mallinfo2") else libc.mallinfo
+account.restype = Account
+
+
+def allocated():
+    """Bytes that the C library has handed out."""
+    found = account()
+    return found.uordblks + found.hblkhd
 
 
 def settings():

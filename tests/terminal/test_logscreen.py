@@ -169,7 +169,6 @@ def test_rest(start, before):
 
 
 SWITCHINGS = """
-import ctypes
 def state():
     with open("/proc/self/statm") as file:
         resident = int(file.read().split()[1]) * 4
@@ -186,20 +185,10 @@ def use(count):
                 pass
         off()
 
-class Allocated(ctypes.Structure):
-    _fields_ = [(name, ctypes.c_size_t) for name in (
-        "arena", "ordblks", "smblks", "hblks", "mapped", "usmblks", "fsmblks", "used",
-        "fordblks", "keepcost")]
-
-def allocated():
-    info = libc.mallinfo2()
-    return info.used + info.mapped
-
 def news(first, second):
     global seen
     seen += 1
 
-libc.mallinfo2.restype = Allocated
 seen = 0
 %s
 use(100)

@@ -73,25 +73,17 @@ import Keyline
 import gc
 import re
 
-class Account(ctypes.Structure):  # what mallinfo2() answers
-    _fields_ = [(name, ctypes.c_size_t) for name in (
-        "arena ordblks smblks hblks hblkhd usmblks fsmblks uordblks fordblks keepcost").split()]
-
 class Stream(ctypes.Structure):  # where the C library has these parts of its FILE
-    _fields_ = [("_flags", ctypes.c_char * 56), ("buffer", ctypes.c_void_p),
-                ("_others", ctypes.c_char * 40), ("chain", ctypes.c_void_p),
-                ("fileno", ctypes.c_int)]
+    _fields_ = [("_flags", ctypes.c_int), ("_places", ctypes.c_void_p * 6),
+                ("buffer", ctypes.c_void_p), ("_others", ctypes.c_void_p * 5),
+                ("chain", ctypes.c_void_p), ("fileno", ctypes.c_int)]
 
-libc.mallinfo2.restype = Account
+HEAD = ctypes.sizeof(ctypes.c_size_t)  # that malloc adds
 libc.malloc_usable_size.restype = ctypes.c_size_t
 libc.malloc_usable_size.argtypes = libc.fclose.argtypes = [ctypes.c_void_p]
 lost = {"streams": 0, "bytes": 0}
 watching = False
 told = b""
-
-def allocated():
-    account = libc.mallinfo2()
-    return account.uordblks + account.hblkhd
 
 def measured():
     "Bytes handed out, private bytes, descriptors."
@@ -114,7 +106,7 @@ def put_away_lost_streams():
     for address in found[2:]:  # the newest come first, and are in use
         stream = Stream.from_address(address)
         lost["streams"] += 1
-        lost["bytes"] += sum(libc.malloc_usable_size(part) + 8  # and what malloc adds
+        lost["bytes"] += sum(libc.malloc_usable_size(part) + HEAD
                              for part in (address, stream.buffer) if part)
         stream.fileno = os.open("/dev/null", os.O_RDWR)  # the shell's file stays open
         libc.fclose(address)

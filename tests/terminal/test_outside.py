@@ -13,6 +13,8 @@ from reads import READERS
 
 PRELOADED = r"""
 #define _GNU_SOURCE
+#define _FILE_OFFSET_BITS 64 /* as the module is built */
+#define _TIME_BITS 64
 #include <dlfcn.h>
 #include <errno.h>
 #include <pthread.h>
@@ -29,7 +31,9 @@ static void *next(const char *name) { return dlsym(RTLD_NEXT, name); }
 
 int select(int n, fd_set *reads, fd_set *writes, fd_set *errors, struct timeval *limit)
 {
-    int (*real)(int, fd_set *, fd_set *, fd_set *, struct timeval *) = next("select");
+    /* where a time in it is wider than it was, the C library has a second one */
+    int (*real)(int, fd_set *, fd_set *, fd_set *, struct timeval *) =
+        next(sizeof(time_t) > sizeof(long) ? "__select64" : "select");
     if (limit) {
         limited++;
         return real(n, reads, writes, errors, limit);

@@ -212,7 +212,7 @@ read()
 
 @pytest.fixture
 def first_process():
-    """Statements after which the script is the first process of its world, as in a container.
+    """Statements after which the script is the first of a PID namespace, as in a container.
 
     The one that was there before passes the ends on that the test asks for.
     """

@@ -131,6 +131,21 @@ TEST_F(Watch, OffsetsPassTwoGibibytes)
 
 // ---- truncation ----
 
+TEST_F(Watch, LateYears)
+{
+    // 2100, where the file system can hold it; else the latest that it can.
+    timespec late[2] = {{4102444800, 0}, {4102444800, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), late, 0), 0);
+    start(path);
+    put(path, "one\n");
+    EXPECT_EQ(news(), "one\n");
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), late, 0), 0);
+    move(path, path + ".1");
+    put(path, "two\n");
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), late, 0), 0);
+    EXPECT_EQ(news(), "two\n");
+}
+
 TEST_F(Watch, EmptiedFileIsReadFromItsStart)
 {
     start(path);

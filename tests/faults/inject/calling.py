@@ -1,16 +1,16 @@
-"""How acts call the module: each call counted, each read with keys of its own."""
+"""How scenarios call the module: each call counted, each read with keys of its own."""
 import ctypes
 import os
 import sys
 import termios
 
-import interposer as between
+import interposer
 
-made = refused = 0  # how many calls the act has made, and which of them is not to be made
+made = refused = 0  # how many calls the scenario has made, and which of them is not to be made
 
 
 def begin(number=0):
-    """A new act, of which that call, counted from 1, is not made."""
+    """A new scenario, of which that call, counted from 1, is not made."""
     global made, refused
     made, refused, Log.current = 0, number, None
 
@@ -34,7 +34,7 @@ def script(pieces):
             termios.tcflush(0, termios.TCIFLUSH)
         except termios.error:  # there is no terminal any more
             pass
-    between.feed(pieces)
+    interposer.feed(pieces)
 
 
 def read(pieces, *arguments):
@@ -96,24 +96,24 @@ class Log:
     @classmethod
     def note(cls, pieces):
         """After a read: of its script, what it came to went to the log."""
-        given = [piece for piece in pieces[:between.state.piece] if isinstance(piece, tuple)]
+        given = [piece for piece in pieces[:interposer.state.piece] if isinstance(piece, tuple)]
         if cls.current:
-            cls.current.written += b"".join(text for kind, text in given if kind == between.LOG)
+            cls.current.written += b"".join(text for kind, text in given if kind == interposer.LOG)
 
     def append(self):
         """Has the script's log text go to the file that is at the path now."""
-        if between.state.log >= 0:
-            os.close(between.state.log)
-        between.state.log = os.open(self.name, os.O_WRONLY | os.O_APPEND)
+        if interposer.state.log >= 0:
+            os.close(interposer.state.log)
+        interposer.state.log = os.open(self.name, os.O_WRONLY | os.O_APPEND)
 
     def close(self):
-        os.close(between.state.log)
-        between.state.log, Log.current = -1, None
+        os.close(interposer.state.log)
+        interposer.state.log, Log.current = -1, None
         return [self.opened, {"told": self.told.decode(), "written": self.written.decode()},
                 do(self.module.loggingSyncEnabledIs, self.name)]
 
     def end(self):
         """One more line, whose read cannot fail: with it comes whatever was not told before."""
-        between.state.plan, between.state.noting = between.NONE, 0
+        interposer.state.plan, interposer.state.noting = interposer.NONE, 0
         self.append()
-        return [read([(between.LOG, b"end\n"), b"\r"])] + self.close()
+        return [read([(interposer.LOG, b"end\n"), b"\r"])] + self.close()

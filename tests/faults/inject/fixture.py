@@ -1,7 +1,7 @@
-"""The terminal and the processes in which acts are played.
+"""The terminal and the processes in which scenarios are played.
 
-The stage's process leads a session of its own on a pseudo terminal; each act is played in
-a child that it forks, which is warm already and may die of it.
+This process leads a session of its own on a pseudo terminal; each scenario is played in a
+child that it forks, which is warm already and may die of it.
 """
 import fcntl
 import gc
@@ -14,9 +14,9 @@ import sys
 import termios
 import threading
 
-import scenarios as acts
-import interposer as between
 import calling
+import interposer
+import scenarios
 
 NOISE = 12  # bytes a play; the smallest piece of memory takes 32
 LONGER = 5  # times as many plays, where noise is to be small
@@ -38,8 +38,8 @@ def set_up(module, library):
     os.dup2(os.open("stderr", os.O_RDWR | os.O_CREAT | os.O_APPEND), 2)
     for number in TYPED:  # what is typed reaches this process too
         signal.signal(number, signal.SIG_IGN)
-    between.attach(module, library)
-    between.state.master, between.state.slave = master, slave
+    interposer.attach(module, library)
+    interposer.state.master, interposer.state.slave = master, slave
 
 
 def lead(slave):
@@ -48,15 +48,15 @@ def lead(slave):
 
 
 def reach(level):
-    """Brings this process to where the act begins."""
+    """Brings this process to where the scenario begins."""
     signal.setitimer(signal.ITIMER_REAL, DEADLINE)
     if level != "loaded":
         __import__("Keyline")
     if level == "used":
         # A read's waits are given keys only while its calls count.
         for name in ("line", "completed", "log_news", "recalled"):
-            with between.counting():
-                acts.ACTS[name]()
+            with interposer.counting():
+                scenarios.SCENARIOS[name]()
     signal.setitimer(signal.ITIMER_REAL, 0)
 
 
@@ -108,7 +108,7 @@ def clean_terminal(found):
     termios.tcflush(0, termios.TCIFLUSH)
     fcntl.ioctl(0, termios.TIOCSWINSZ, struct.pack("4H", 24, 80, 0, 0))
     try:
-        while os.read(between.state.master, 65536):
+        while os.read(interposer.state.master, 65536):
             pass
     except BlockingIOError:
         pass
@@ -127,17 +127,17 @@ def stderr():
 # ---- in the child ----
 
 def as_before():
-    """Everything that acts switch is as the first of them found it, the time left too."""
+    """Everything that scenarios switch is as the first of them found it, the time left too."""
     signal.setitimer(signal.ITIMER_REAL, DEADLINE)
     Keyline = sys.modules.get("Keyline")
-    if between.state.log >= 0:
+    if interposer.state.log >= 0:
         try:
-            os.close(between.state.log)
-        except OSError:  # an interrupt came right behind the act's own
+            os.close(interposer.state.log)
+        except OSError:  # an interrupt came right behind the scenario's own
             pass
-        between.state.log = -1
+        interposer.state.log = -1
     termios.tcflush(0, termios.TCIFLUSH)
-    if Keyline and acts.LEVELS.index(as_before.level) == 2:
+    if Keyline and scenarios.LEVELS.index(as_before.level) == 2:
         Keyline.loggingSyncEnabledIs("")
         Keyline.historyLimitIs(1024)
         Keyline.clearHistory()
@@ -147,16 +147,16 @@ def as_before():
 
 
 def found():
-    return termios.tcgetattr(0)[:6] + [between.dispositions()]
+    return termios.tcgetattr(0)[:6] + [interposer.dispositions()]
 
 
-def played(act, refused=0):
-    """The act's outcome, or what went through it."""
+def played(scenario, refused=0):
+    """The scenario's outcome, or what went through it."""
     calling.begin(refused)
     try:
-        return json.loads(json.dumps(act()))
+        return json.loads(json.dumps(scenario()))
     except BaseException as error:
-        return [["through the act", type(error).__name__, str(error)]]
+        return [["through the scenario", type(error).__name__, str(error)]]
     finally:
         calling.refused = 0
 
@@ -166,14 +166,14 @@ def last_read():
     import Keyline
 
     def type_line():
-        while not between.state.waits and not over:
+        while not interposer.state.waits and not over:
             pass
-        os.write(between.state.master, b"last\r")
+        os.write(interposer.state.master, b"last\r")
 
     over = []
-    between.state.feeding = 0
+    interposer.state.feeding = 0
     thread = threading.Thread(target=type_line)
-    with between.counting():
+    with interposer.counting():
         thread.start()
         result = calling.do(Keyline.readline, "> ")
     over.append(True)
@@ -217,4 +217,4 @@ def leak(play, times, usual):
 def account():
     """Bytes that the C library has handed out, and open descriptors."""
     gc.collect()
-    return between.memory(), len(os.listdir("/proc/self/fd"))
+    return interposer.memory(), len(os.listdir("/proc/self/fd"))

@@ -44,9 +44,9 @@ struct frame {
     char xmm[8][16];
 };
 
-struct between between;
-struct call *between_calls; /* shared with forked children */
-int between_imports;
+struct interposer interposer;
+struct call *interposer_calls; /* shared with forked children */
+int interposer_imports;
 
 static struct import imports[IMPORTS];
 static uintptr_t bases[OBJECTS], ends[OBJECTS];
@@ -65,89 +65,89 @@ jumps(const char *name)
 
 /* The place of an address in one of the objects: object << 32 | offset. */
 uint64_t
-between_site(uintptr_t address)
+interposer_site(uintptr_t address)
 {
     for (int i = 0; i < objects; i++)
         if (bases[i] <= address && address < ends[i])
             return (uint64_t)i << 32 | (address - bases[i]);
-    return BETWEEN_NOWHERE;
+    return INTERPOSER_NOWHERE;
 }
 
 uintptr_t
-between_address(uint64_t site)
+interposer_address(uint64_t site)
 {
     return bases[site >> 32] + (site & 0xffffffff);
 }
 
-void *between_at_return(void);
-extern char between_after[];
+void *interposer_at_return(void);
+extern char interposer_after[];
 
 /* Whether the call fails; frame->result says where to go on, or what it answers. */
 __attribute__((used)) static int
-between_before(struct frame *frame, void **return_slot)
+interposer_before(struct frame *frame, void **return_slot)
 {
     const struct import *import = &imports[frame->import];
     int error = errno;
     uint64_t site;
 
     frame->result = (uint64_t)(uintptr_t)import->function;
-    if (!between.on || (uint64_t)pthread_self() != between.reader)
+    if (!interposer.on || (uint64_t)pthread_self() != interposer.reader)
         return 0;
-    site = between_site((uintptr_t)*return_slot);
-    if (steps_outside && site != BETWEEN_NOWHERE)
+    site = interposer_site((uintptr_t)*return_slot);
+    if (steps_outside && site != INTERPOSER_NOWHERE)
         steps_enter(*return_slot);
-    if (site == BETWEEN_NOWHERE) /* a call at a function's end returns past the object */
+    if (site == INTERPOSER_NOWHERE) /* a call at a function's end returns past the object */
         site = (uint64_t)OBJECTS << 32 | frame->import;
-    if (between.noting && between.count < CALLS) {
-        between_calls[between.count].import = frame->import;
-        between_calls[between.count++].site = site;
+    if (interposer.noting && interposer.count < CALLS) {
+        interposer_calls[interposer.count].import = frame->import;
+        interposer_calls[interposer.count++].site = site;
     }
     if (strcmp(import->name, "select") == 0 && frame->r8 == 0) /* without a timeout */
         session_feed((int)frame->rdi, (const fd_set *)(uintptr_t)frame->rsi);
     errno = error;
-    if (between.plan == PLAN_NONE || (between.site != 0 && between.site != site))
+    if (interposer.plan == PLAN_NONE || (interposer.site != 0 && interposer.site != site))
         return 0;
-    if (++between.seen != between.visit)
+    if (++interposer.seen != interposer.visit)
         return 0;
-    if (between.plan == PLAN_AFTER) {
+    if (interposer.plan == PLAN_AFTER) {
         if (jumps(import->name))
             return 0;
         after_return = *return_slot;
-        *return_slot = between_after;
+        *return_slot = interposer_after;
         return 0;
     }
-    between.fired++;
-    if (between.plan == PLAN_BEFORE) {
+    interposer.fired++;
+    if (interposer.plan == PLAN_BEFORE) {
         session_strike();
         errno = error;
         return 0;
     }
-    frame->result = (uint64_t)between.value;
-    if (between.raise)
+    frame->result = (uint64_t)interposer.value;
+    if (interposer.raise)
         raise_error(*memory_error, "injected");
-    if (between.error != 0)
-        errno = between.error;
+    if (interposer.error != 0)
+        errno = interposer.error;
     return 1;
 }
 
 __attribute__((used)) void *
-between_at_return(void)
+interposer_at_return(void)
 {
     int error = errno;
     void *to = after_return;
 
-    between.fired++;
+    interposer.fired++;
     session_strike();
     errno = error;
     return to;
 }
 
-extern char between_common[];
+extern char interposer_common[];
 
 /* Arguments are kept as they are: the function behind may take any number and kind. */
 __asm__(
     ".text\n"
-    "between_common:\n"
+    "interposer_common:\n"
     "    pushq %rbp\n"
     "    movq %rsp, %rbp\n"
     "    subq $208, %rsp\n"
@@ -160,7 +160,7 @@ __asm__(
     "    movups %xmm6, 176(%rsp)\n   movups %xmm7, 192(%rsp)\n"
     "    movq %rsp, %rdi\n"
     "    leaq 8(%rbp), %rsi\n"
-    "    call between_before\n"
+    "    call interposer_before\n"
     "    movq 64(%rsp), %r11\n"
     "    testl %eax, %eax\n"
     "    jnz 1f\n"
@@ -176,12 +176,12 @@ __asm__(
     "1:  movq %r11, %rax\n"
     "    leave\n"
     "    ret\n"
-    "between_after:\n"
+    "interposer_after:\n"
     "    pushq %rax\n"
     "    pushq %rdx\n"
     "    subq $32, %rsp\n"
     "    movups %xmm0, (%rsp)\n    movups %xmm1, 16(%rsp)\n"
-    "    call between_at_return\n"
+    "    call interposer_at_return\n"
     "    movq %rax, %r11\n"
     "    movups (%rsp), %xmm0\n    movups 16(%rsp), %xmm1\n"
     "    addq $32, %rsp\n"
@@ -195,7 +195,7 @@ static char *
 make_stub(uint64_t index)
 {
     static char *next, *end;
-    char *stub, *to = between_common;
+    char *stub, *to = interposer_common;
 
     if (next == end) {
         next = mmap(NULL, 65536, PROT_READ | PROT_WRITE | PROT_EXEC,
@@ -205,7 +205,7 @@ make_stub(uint64_t index)
     stub = next;
     memcpy(stub, "\x49\xbb", 2); /* mov $index, %r11 */
     memcpy(stub + 2, &index, 8);
-    memcpy(stub + 10, "\x49\xba", 2); /* mov $between_common, %r10 */
+    memcpy(stub + 10, "\x49\xba", 2); /* mov $interposer_common, %r10 */
     memcpy(stub + 12, &to, 8);
     memcpy(stub + 20, "\x41\xff\xe2", 3); /* jmp *%r10 */
     next += 32;
@@ -218,12 +218,12 @@ replace(void **slot, const char *name)
     long page = sysconf(_SC_PAGESIZE);
     char *start = (char *)((uintptr_t)slot & ~(uintptr_t)(page - 1));
 
-    if (between_imports == IMPORTS)
+    if (interposer_imports == IMPORTS)
         abort();
-    imports[between_imports].name = name;
-    imports[between_imports].function = *slot;
+    imports[interposer_imports].name = name;
+    imports[interposer_imports].function = *slot;
     mprotect(start, (size_t)page, PROT_READ | PROT_WRITE);
-    *slot = make_stub((uint64_t)between_imports++);
+    *slot = make_stub((uint64_t)interposer_imports++);
 }
 
 static int
@@ -268,10 +268,10 @@ attach(struct dl_phdr_info *info, size_t size, void *name)
 
 /* Gets between the loaded object with this in its path and what it imports. */
 int
-between_attach(const char *name)
+interposer_attach(const char *name)
 {
-    if (between_calls == NULL) {
-        between_calls = mmap(NULL, CALLS * sizeof *between_calls, PROT_READ | PROT_WRITE,
+    if (interposer_calls == NULL) {
+        interposer_calls = mmap(NULL, CALLS * sizeof *interposer_calls, PROT_READ | PROT_WRITE,
                              MAP_SHARED | MAP_ANONYMOUS, -1, 0);
         raise_error = (void (*)(void *, const char *))dlsym(RTLD_DEFAULT, "PyErr_SetString");
         memory_error = dlsym(RTLD_DEFAULT, "PyExc_MemoryError");
@@ -280,13 +280,13 @@ between_attach(const char *name)
 }
 
 const char *
-between_name(uint64_t import)
+interposer_name(uint64_t import)
 {
     return imports[import].name;
 }
 
 uint64_t
-between_thread(void)
+interposer_thread(void)
 {
     return (uint64_t)pthread_self();
 }

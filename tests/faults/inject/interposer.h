@@ -3,7 +3,7 @@
 #include <sys/select.h>
 
 #define PIECES 64
-#define BETWEEN_NOWHERE UINT64_MAX
+#define INTERPOSER_NOWHERE UINT64_MAX
 
 enum { PLAN_NONE, PLAN_FAIL, PLAN_BEFORE, PLAN_AFTER };
 enum { PIECE_KEYS, PIECE_LOG, PIECE_SIZE };
@@ -16,7 +16,7 @@ struct piece {
     const char *data;
 };
 
-struct between {
+struct interposer {
     int on;          /* calls of the reading thread are counted */
     int plan;
     uint64_t site;   /* where the plan holds, 0: everywhere */
@@ -39,10 +39,10 @@ struct between {
     struct piece script[PIECES];
 };
 
-extern struct between between;
+extern struct interposer interposer;
 
-uint64_t between_site(uintptr_t address);
-uintptr_t between_address(uint64_t site);
+uint64_t interposer_site(uintptr_t address);
+uintptr_t interposer_address(uint64_t site);
 void session_feed(int descriptors, const fd_set *wanted);
 void session_strike(void);
 

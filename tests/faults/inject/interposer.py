@@ -36,12 +36,12 @@ class NotedCall(ctypes.Structure):
     _fields_ = [("which", ctypes.c_uint64), ("site", ctypes.c_uint64)]
 
 
-library = ctypes.PyDLL(os.environ["KEYLINE_BETWEEN"])
-library.between_name.restype = ctypes.c_char_p
-library.between_name.argtypes = [ctypes.c_uint64]
-library.between_thread.restype = ctypes.c_uint64
-library.between_memory.restype = ctypes.c_uint64
-state = State.in_dll(library, "between")
+library = ctypes.PyDLL(os.environ["KEYLINE_INTERPOSER"])
+library.interposer_name.restype = ctypes.c_char_p
+library.interposer_name.argtypes = [ctypes.c_uint64]
+library.interposer_thread.restype = ctypes.c_uint64
+library.interposer_memory.restype = ctypes.c_uint64
+state = State.in_dll(library, "interposer")
 OBJECTS = []
 
 
@@ -49,7 +49,7 @@ def attach(*paths):
     """Gets between these shared objects and all that they import."""
     for path in paths:
         ctypes.CDLL(path)
-        assert library.between_attach(os.path.basename(path).encode()), path
+        assert library.interposer_attach(os.path.basename(path).encode()), path
         OBJECTS.append(path)
     state.master = state.slave = state.log = -1
 
@@ -70,7 +70,7 @@ def feed(pieces):
 @contextlib.contextmanager
 def counting():
     """Within it the calls of this thread count."""
-    state.reader, state.on = library.between_thread(), 1
+    state.reader, state.on = library.interposer_thread(), 1
     state.seen = state.fired = state.starved = state.waits = 0
     try:
         yield
@@ -87,10 +87,10 @@ def noted(calls):
             yield
     finally:
         state.noting = 0
-        array = ctypes.POINTER(NotedCall).in_dll(library, "between_calls")
+        array = ctypes.POINTER(NotedCall).in_dll(library, "interposer_calls")
         names = {}
         for call in array[:state.count]:
-            name = names.setdefault(call.which, None) or library.between_name(call.which)
+            name = names.setdefault(call.which, None) or library.interposer_name(call.which)
             names[call.which] = name
             calls.append(Call(name.decode(), call.site >> 32, call.site & 0xffffffff))
 
@@ -127,10 +127,10 @@ def unplan():
 
 
 def memory():
-    return library.between_memory()
+    return library.interposer_memory()
 
 
 def dispositions():
     found = (ctypes.c_uint64 * 15)()
-    library.between_dispositions(found)
+    library.interposer_dispositions(found)
     return list(found)

@@ -1,6 +1,6 @@
-"""What a shell does with the module, in acts: small, repeatable, with a known outcome.
+"""What a shell does with the module, in scenarios: small, repeatable, with a known outcome.
 
-An act answers a list with one entry for each call of the module that it makes, and one that
+A scenario answers a list with one entry for each call of the module that it makes, and one that
 says what was told of a log. It sets up what it needs, so that it can follow any other, also
 one that went wrong.
 """
@@ -8,16 +8,16 @@ import os
 import sys
 import termios
 
-import interposer as between
+import interposer
 from calling import Log, bare_reset, do, read, simple_read
 
 LEVELS = ("loaded", "imported", "used")  # what the process has done before
-ACTS = {}
+SCENARIOS = {}
 
 
-def act(level):
+def scenario(level):
     def add(function):
-        ACTS[function.__name__] = function
+        SCENARIOS[function.__name__] = function
         function.level = level
         return function
     return add
@@ -35,52 +35,52 @@ def fill():
 
 # ---- from the start ----
 
-@act("loaded")
+@scenario("loaded")
 def importing():
     return [do(lambda: __import__("Keyline").__name__)]
 
 
-@act("imported")
+@scenario("imported")
 def before_the_editor():
     import Keyline
     return [do(Keyline.TerminalWidthIs, 100), do(Keyline.keyBindingsEnabled),
             do(Keyline.newHistoryMode, "exec", ""), do(Keyline.history)]
 
 
-@act("imported")
+@scenario("imported")
 def first_read():
     return [read([b"abc\r"])]
 
 
-@act("imported")
+@scenario("imported")
 def first_simple_read():
     return [simple_read([b"abc\r"])]
 
 
-@act("imported")
+@scenario("imported")
 def first_reset():
     return [bare_reset(), read([b"abc\r"])]
 
 
-@act("imported")
+@scenario("imported")
 def first_bindings():
     import Keyline
     return [do(Keyline.keyBindingsEnabledIs, True), read([b"a\t?b\r"])]
 
 
-@act("imported")
+@scenario("imported")
 def first_history():
     return fill()
 
 
 # ---- reads ----
 
-@act("used")
+@scenario("used")
 def line():
     return [read([b"a", b"b", b"c", b"\r"])]
 
 
-@act("used")
+@scenario("used")
 def edited():
     """Moves, kills, changes of case, a quoted key, keys in the middle of a line."""
     return [read([b"one two three", b"\x01", b"\x1bf\x1bf", b"\x17", b"\x19", b"\x02x",
@@ -88,49 +88,49 @@ def edited():
                   b"\x1b4z", b"\x0c", b"\r"])]
 
 
-@act("used")
+@scenario("used")
 def long_line():
     """Many rows. Twice more is typed than there is room for; the rest is put in from a cut."""
     return [read([b"0123456789" * 10, b"\x01\x0b"] + [b"\x19"] * 10 + [b"0123456789" * 5]
                  + [b"\x19"] * 9 + [b"0123456789" * 12, b"\r"])]
 
 
-@act("used")
+@scenario("used")
 def pasted():
     """The second line is there before its read."""
     return [read([b"first\rsecond\r"]), read([])]
 
 
-@act("used")
+@scenario("used")
 def resized():
-    result = [read([b"some text", (between.SIZE, b"\x14\x1e"), b"more",
-                    (between.SIZE, b"\x18\x50"), b"\r"])]
+    result = [read([b"some text", (interposer.SIZE, b"\x14\x1e"), b"more",
+                    (interposer.SIZE, b"\x18\x50"), b"\r"])]
     return result
 
 
-@act("used")
+@scenario("used")
 def other_width():
     import Keyline
     return [do(Keyline.TerminalWidthIs, 20), read([b"a line of thirty characters ..\r"]),
             do(Keyline.TerminalWidthIs, 80)]
 
 
-@act("used")
+@scenario("used")
 def end_of_input():
     return [read([b"\x04"]), read([b"ab\x01\xff"])]
 
 
-@act("used")
+@scenario("used")
 def interrupted():
     return [read([b"ab", b"\x03"]), read([b"ab", b"\x1a"])]
 
 
-@act("used")
+@scenario("used")
 def simple():
     return [simple_read([b"a", b"b\r"]), simple_read([b"\x04"])]
 
 
-@act("used")
+@scenario("used")
 def without_echo():
     """The editor starts without echo and does not edit."""
     import Keyline
@@ -147,13 +147,13 @@ def without_echo():
         termios.tcsetattr(0, termios.TCSANOW, found)
 
 
-@act("used")
+@scenario("used")
 def reset():
     import Keyline
     return [do(Keyline.resetInput), read([b"abc\r"])]
 
 
-@act("used")
+@scenario("used")
 def from_a_pipe():
     """Input that is no terminal, read with the editor's first settings."""
     import Keyline
@@ -183,18 +183,18 @@ def fail(key, line):
     raise LookupError(line)
 
 
-@act("used")
+@scenario("used")
 def completed():
     return [read([b"xab", b"\t", b"?", b"z", b"\t", b"\r"], answer)]
 
 
-@act("used")
+@scenario("used")
 def failing_completion():
     return [read([b"ab", b"\t"], fail), read([b"ab", b"?"], lambda key, line: 5),
             read([b"\t"], 7)]
 
 
-@act("used")
+@scenario("used")
 def bindings():
     import Keyline
     return [do(Keyline.keyBindingsEnabledIs, False), read([b"?\t\r"], answer),
@@ -204,7 +204,7 @@ def bindings():
 
 # ---- history ----
 
-@act("used")
+@scenario("used")
 def history():
     import Keyline
     result = fill()
@@ -218,12 +218,12 @@ def history():
     return result
 
 
-@act("used")
+@scenario("used")
 def many_lines():
     """More than the side table of the walks first has room for, and fewer again."""
     import Keyline
     Keyline.clearHistory()
-    for number in range(200):  # what is raised here, and below, goes through the act
+    for number in range(200):  # what is raised here, and below, goes through the scenario
         Keyline.addHistory("line %d" % number, "exec" if number % 70 == 0 else "many", "")
     result = [read([b"\x10\x10", b"\r"], None, "exec", ""), do(Keyline.historyLimitIs, 10),
               do(len, Keyline.history())]
@@ -232,16 +232,16 @@ def many_lines():
     return result
 
 
-@act("used")
+@scenario("used")
 def more_lines():
     """The side table is there already and full: it grows, or the walks do without it."""
     import Keyline
 
-    counted, between.state.on = between.state.on, 0  # what is there before cannot fail
+    counted, interposer.state.on = interposer.state.on, 0  # what is there before cannot fail
     Keyline.clearHistory()
     for number in range(47):  # room for 64 lines but for a block of 16, and for one more
         Keyline.addHistory("line %d" % number, "exec" if number % 20 == 0 else "many", "")
-    between.state.on = counted
+    interposer.state.on = counted
     result = [do(Keyline.addHistory, line, "many", "") for line in ("next", "last")]
     result += [read([keys, b"\r"], None, mode, "") for mode, keys in (
         ("many", b"\x10\x10\x0e"), ("many", b"\x10" * 40), ("exec", b"\x10"))]
@@ -249,7 +249,7 @@ def more_lines():
     return result
 
 
-@act("used")
+@scenario("used")
 def recalled():
     return fill() + [
         read([b"\x1b[A", b"\x1b[A", b"\x1b[B", b"\r"], None, "exec", ""),
@@ -260,15 +260,15 @@ def recalled():
 
 # ---- log news ----
 
-@act("used")
+@scenario("used")
 def log_news():
     log = Log()
-    result = [read([b"a", (between.LOG, b"news\n"), b"b", (between.LOG, b"half"),
-                    (between.LOG, b" a line\n"), b"\r"])]
+    result = [read([b"a", (interposer.LOG, b"news\n"), b"b", (interposer.LOG, b"half"),
+                    (interposer.LOG, b" a line\n"), b"\r"])]
     return result + log.end()
 
 
-@act("used")
+@scenario("used")
 def log_exchanged():
     """Renamed away and made again, truncated, and reached by a link that is put elsewhere."""
     log = Log()
@@ -281,7 +281,7 @@ def log_exchanged():
     return result + log.end()
 
 
-@act("used")
+@scenario("used")
 def log_behind_a_link():
     for number in "12":
         os.makedirs("link%s.d" % number, exist_ok=True)
@@ -297,7 +297,7 @@ def log_behind_a_link():
     return [read([b"a", b"\r"])] + log.end()
 
 
-@act("used")
+@scenario("used")
 def log_missing():
     import Keyline
     return [do(Keyline.loggingSyncEnabledIs, "no such file", answer), read([b"a\r"])]
@@ -305,23 +305,23 @@ def log_missing():
 
 # ---- one read each, for the races ----
 
-@act("used")
+@scenario("used")
 def short_completion():
     return [read([b"ab", b"\t", b"\r"], answer)]
 
 
-@act("used")
+@scenario("used")
 def short_recall():
     return fill() + [read([b"\x1b[A", b"\x12", b"ve", b"\r"], None, "exec", "")]
 
 
-@act("used")
+@scenario("used")
 def short_simple():
     return [simple_read([b"a", b"b\r"])]
 
 
-@act("used")
+@scenario("used")
 def short_log():
     log = Log()
-    result = [read([b"a", (between.LOG, b"news\n"), b"\r"])]
+    result = [read([b"a", (interposer.LOG, b"news\n"), b"\r"])]
     return result + log.close()

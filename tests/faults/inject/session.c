@@ -29,8 +29,8 @@ static void
 drain(void)
 {
     char text[4096];
-    while (between.master >= 0 && ready(between.master) &&
-           read(between.master, text, sizeof text) > 0)
+    while (interposer.master >= 0 && ready(interposer.master) &&
+           read(interposer.master, text, sizeof text) > 0)
         ;
 }
 
@@ -52,14 +52,14 @@ give(const struct piece *piece)
     struct winsize size = {0, 0, 0, 0};
 
     if (piece->kind == PIECE_KEYS) {
-        put(between.master, piece->data, (size_t)piece->size);
-        ready(between.slave); /* what is still on its way is there now */
+        put(interposer.master, piece->data, (size_t)piece->size);
+        ready(interposer.slave); /* what is still on its way is there now */
     } else if (piece->kind == PIECE_LOG) {
-        put(between.log, piece->data, (size_t)piece->size);
+        put(interposer.log, piece->data, (size_t)piece->size);
     } else {
         size.ws_row = (unsigned short)piece->data[0];
         size.ws_col = (unsigned short)piece->data[1];
-        ioctl(between.master, TIOCSWINSZ, &size);
+        ioctl(interposer.master, TIOCSWINSZ, &size);
     }
 }
 
@@ -69,18 +69,18 @@ void
 session_feed(int descriptors, const fd_set *wanted)
 {
     drain();
-    between.waits++;
-    while (between.feeding && between.master >= 0) {
+    interposer.waits++;
+    while (interposer.feeding && interposer.master >= 0) {
         struct timeval now = {0, 0};
         fd_set set = *wanted;
-        if (ready(between.slave) || select(descriptors, &set, NULL, NULL, &now) != 0)
+        if (ready(interposer.slave) || select(descriptors, &set, NULL, NULL, &now) != 0)
             return;
-        if (between.piece < between.pieces) {
-            give(&between.script[between.piece++]);
+        if (interposer.piece < interposer.pieces) {
+            give(&interposer.script[interposer.piece++]);
         } else {
-            if (++between.starved > STARVED)
+            if (++interposer.starved > STARVED)
                 _exit(77);
-            put(between.master, "\r", 1);
+            put(interposer.master, "\r", 1);
         }
     }
 }
@@ -106,14 +106,14 @@ bystander(void *nothing)
             sched_yield();
             continue;
         }
-        send_here(between.signo);
+        send_here(interposer.signo);
         answered = mine;
     }
     return NULL;
 }
 
 void
-between_start_bystander(void)
+interposer_start_bystander(void)
 {
     pthread_t thread;
     pthread_create(&thread, NULL, bystander, NULL);
@@ -122,15 +122,15 @@ between_start_bystander(void)
 void
 session_strike(void)
 {
-    if (between.signo == HANG_UP) {
-        close(between.master);
-        between.master = -1;
-    } else if (between.whom == ON_ANOTHER_THREAD) {
+    if (interposer.signo == HANG_UP) {
+        close(interposer.master);
+        interposer.master = -1;
+    } else if (interposer.whom == ON_ANOTHER_THREAD) {
         int mine = ++asked;
         while (answered != mine)
             sched_yield();
     } else {
-        send_here(between.signo);
+        send_here(interposer.signo);
     }
 }
 
@@ -138,7 +138,7 @@ session_strike(void)
 
 /* Handler and flags of the signals that the editor takes, then the mask. */
 void
-between_dispositions(uint64_t *found)
+interposer_dispositions(uint64_t *found)
 {
     static const int signals[] = {SIGHUP,  SIGINT,  SIGQUIT, SIGTERM,
                                   SIGCONT, SIGTSTP, SIGWINCH};
@@ -156,8 +156,12 @@ between_dispositions(uint64_t *found)
 
 /* Bytes that the C library has handed out. */
 uint64_t
-between_memory(void)
+interposer_memory(void)
 {
+#if __GLIBC_PREREQ(2, 33)
     struct mallinfo2 info = mallinfo2();
+#else
+    struct mallinfo info = mallinfo();
+#endif
     return info.uordblks + info.hblkhd;
 }

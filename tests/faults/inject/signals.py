@@ -1,10 +1,10 @@
-"""Plays an act again and again, each time with a signal at another point of it.
+"""Plays a scenario again and again, each time with a signal at another point of it.
 
-Arguments: module, log library, act, visits (how many of the calls from each place, 0: all),
+Arguments: module, log library, scenario, visits (how many of the calls from each place, 0: all),
 stride (0, or that every stride-th instruction is a point instead), then what is sent:
 SIGNAL:HANDLERS:THREAD, such as INT:python:other. HANDLERS is "python" or "default", THREAD
 "own" or "other"; SIGNAL may be HANGUP, the end of the terminal. Tells one JSON object a
-line: first the act without a signal, then one for each point.
+line: first the scenario without a signal, then one for each point.
 """
 import json
 import os
@@ -13,9 +13,9 @@ import sys
 import termios
 import threading
 
-import scenarios as acts
-import interposer as between
-import fixture as stage
+import fixture
+import interposer
+import scenarios
 
 SIGNALS = (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, signal.SIGCONT,
            signal.SIGTSTP, signal.SIGWINCH)
@@ -38,94 +38,95 @@ def take_signals(handlers):
     signal.signal(signal.SIGINT, interrupt)
 
 
-def play(act):
-    """The act's outcome; an interrupt may also come right behind it."""
+def play(scenario):
+    """The scenario's outcome; an interrupt may also come right behind it."""
     outcome = None
     try:
-        with between.counting():
-            outcome = stage.played(act)
+        with interposer.counting():
+            outcome = fixture.played(scenario)
         signal.pthread_kill(threading.get_ident(), 0)  # Python looks for signals there
     except KeyboardInterrupt:
-        outcome = ["behind the act", outcome]
+        outcome = ["behind the scenario", outcome]
     finally:
-        between.state.on = 0
+        interposer.state.on = 0
     return outcome
 
 
-def note(act, how):
-    """The act without a signal: its calls, or its instructions, and its outcome."""
+def note(scenario, how):
+    """The scenario without a signal: its calls, or its instructions, and its outcome."""
     places = []
-    stage.as_before()
+    fixture.as_before()
     with how(places):
-        outcome = stage.played(act)
+        outcome = fixture.played(scenario)
     return {"places": places, "outcome": outcome}
 
 
-def strike(act, point, sending):
+def strike(scenario, point, sending):
     call, visit, kind = point
     number, _, whom = sending
-    stage.as_before()
+    fixture.as_before()
     del handled[:]
-    before = stage.found()
-    between.plan(kind, call, visit, signo=number, whom=whom)
-    outcome = play(act)
-    between.unplan()
-    return {"outcome": outcome, "fired": between.state.fired, "handled": list(handled),
-            "starved": between.state.starved, "kept": stage.found() == before}
+    before = fixture.found()
+    interposer.plan(kind, call, visit, signo=number, whom=whom)
+    outcome = play(scenario)
+    interposer.unplan()
+    return {"outcome": outcome, "fired": interposer.state.fired, "handled": list(handled),
+            "starved": interposer.state.starved, "kept": fixture.found() == before}
 
 
-def strike_all(act, points, sending, tell):
+def strike_all(scenario, points, sending, tell):
     """One after the other, in this process, for as long as it lives."""
-    stage.as_before()
+    fixture.as_before()
     take_signals("python" if sending[1] == "python" else "default")
     if sending[2]:
-        between.library.between_start_bystander()
+        interposer.library.interposer_start_bystander()
     for point in points:
-        tell(strike(act, point, sending))
-    stage.as_before()  # keys that an interrupt left are not for the next read
-    return stage.last_read()
+        tell(strike(scenario, point, sending))
+    fixture.as_before()  # keys that an interrupt left are not for the next read
+    return fixture.last_read()
 
 
-def hang_up(act, point, sending, tell):
+def hang_up(scenario, point, sending, tell):
     """At a terminal of its own, which is taken away."""
     os.setsid()
     master, slave = os.openpty()
     os.set_blocking(master, False)
     os.dup2(slave, 0)
     os.dup2(slave, 1)
-    stage.lead(slave)
+    fixture.lead(slave)
     os.close(slave)
-    between.state.master, between.state.slave = master, 0
-    stage.as_before()
+    interposer.state.master, interposer.state.slave = master, 0
+    fixture.as_before()
     take_signals(sending[1])
     call, visit, kind = point
-    between.plan(kind, call, visit, signo=between.HANG_UP)
-    outcome = play(act)
-    tell({"outcome": outcome, "fired": between.state.fired, "handled": list(handled),
+    interposer.plan(kind, call, visit, signo=interposer.HANG_UP)
+    outcome = play(scenario)
+    tell({"outcome": outcome, "fired": interposer.state.fired, "handled": list(handled),
           "starved": 0, "kept": True})
 
 
 def points_of(calls, visits):
     seen = {}
-    for call in map(between.Call._make, calls):
+    for call in map(interposer.Call._make, calls):
         seen[call] = visit = seen.get(call, 0) + 1
         if not visits or visit <= visits:
-            yield call, visit, between.BEFORE
+            yield call, visit, interposer.BEFORE
             if "jmp" not in call.name:
-                yield call, visit, between.AFTER
+                yield call, visit, interposer.AFTER
 
 
-def race(act, points, sending, settings, tell):
+def race(scenario, points, sending, settings, tell):
     """All points; a child that dies has told of those before, the next goes on behind."""
-    ends = sending[0] == between.HANG_UP
+    ends = sending[0] == interposer.HANG_UP
     while points:
-        stage.clean_terminal(settings)
+        fixture.clean_terminal(settings)
         told = []
         # What begins a process's life is seen once in it.
-        some = points[:1] if ends or stage.as_before.level != "used" else points
-        last, status = stage.forked_telling(hang_up if ends else strike_all, told.append, act,
-                                            some[0] if ends else some, sending)
-        terminal, errors = stage.clean_terminal(settings), stage.stderr()
+        some = points[:1] if ends or fixture.as_before.level != "used" else points
+        last, status = fixture.forked_telling(
+            hang_up if ends else strike_all, told.append, scenario,
+            some[0] if ends else some, sending)
+        terminal, errors = fixture.clean_terminal(settings), fixture.stderr()
         for point, result in zip(some, told):
             tell({"point": point, "result": result, "status": 0})
         if len(told) < len(some):
@@ -139,26 +140,27 @@ def race(act, points, sending, settings, tell):
 def main():
     module, library, name, visits, stride = sys.argv[1:6]
     out = os.fdopen(os.dup(1), "w", buffering=1)
-    act = acts.ACTS[name]
-    stage.set_up(module, library)
-    stage.as_before.level = act.level
+    scenario = scenarios.SCENARIOS[name]
+    fixture.set_up(module, library)
+    fixture.as_before.level = scenario.level
     settings = termios.tcgetattr(0)
-    stage.reach(act.level)
+    fixture.reach(scenario.level)
     steps = int(stride)
-    noted, status = stage.forked(note, act, between.stepped if steps else between.noted)
-    print(json.dumps({"noted": noted, "status": status, "stderr": stage.stderr(),
-                      "objects": between.OBJECTS}), file=out)
+    how = interposer.stepped if steps else interposer.noted
+    noted, status = fixture.forked(note, scenario, how)
+    print(json.dumps({"noted": noted, "status": status, "stderr": fixture.stderr(),
+                      "objects": interposer.OBJECTS}), file=out)
     if status != 0:
         return
     points = list(points_of(noted["places"], int(visits)))
     if steps:
-        points = [(between.Call._make(place), 1, between.AT)
+        points = [(interposer.Call._make(place), 1, interposer.AT)
                   for place in noted["places"][::steps]]
     for text in sys.argv[6:]:
         which, handlers, thread = text.split(":")
-        number = (between.HANG_UP if which == "HANGUP"
+        number = (interposer.HANG_UP if which == "HANGUP"
                   else int(getattr(signal, "SIG" + which)))
-        race(act, points, (number, handlers, thread == "other"), settings,
+        race(scenario, points, (number, handlers, thread == "other"), settings,
              lambda result: print(json.dumps(dict(result, sent=text)), file=out))
 
 

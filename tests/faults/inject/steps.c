@@ -52,14 +52,14 @@ put_breakpoint(unsigned char *place)
 static void
 take_step(greg_t *registers)
 {
-    uint64_t site = between_site((uintptr_t)registers[REG_RIP]);
+    uint64_t site = interposer_site((uintptr_t)registers[REG_RIP]);
     unsigned char *back = *(unsigned char **)(uintptr_t)registers[REG_RSP];
 
-    if (site != BETWEEN_NOWHERE) {
+    if (site != INTERPOSER_NOWHERE) {
         note_step(site);
     } else {
         registers[REG_EFL] &= ~TRAP_FLAG;
-        steps_outside = between_site((uintptr_t)back) == BETWEEN_NOWHERE;
+        steps_outside = interposer_site((uintptr_t)back) == INTERPOSER_NOWHERE;
         if (!steps_outside) {
             kept = put_breakpoint(back);
             planted = back;
@@ -83,7 +83,7 @@ on_trap(int signo, siginfo_t *info, void *context)
             registers[REG_EFL] |= TRAP_FLAG;
             take_step(registers);
         } else {
-            between.fired++;
+            interposer.fired++;
             session_strike();
         }
     } else if (stepping) {
@@ -122,7 +122,7 @@ steps_enter(void *back)
 void
 steps_plant(uint64_t site)
 {
-    unsigned char *place = (unsigned char *)between_address(site);
+    unsigned char *place = (unsigned char *)interposer_address(site);
 
     take_traps();
     kept = put_breakpoint(place);

@@ -4,6 +4,8 @@ A small machine is made for each test: programs that stand in for the system's o
 its PATH, and a source tree of a few lines is in the place of the project's.
 """
 import hashlib
+import importlib.machinery
+import importlib.util
 import os
 import re
 import shutil
@@ -12,7 +14,17 @@ import sys
 
 import pytest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+from script import ROOT
+
+
+def tool(name):
+    """A script of tools/, as a module."""
+    path = os.path.join(ROOT, "tools", name)
+    loader = importlib.machinery.SourceFileLoader(name, path)
+    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
+    loader.exec_module(module)
+    return module
+
 
 # Packages are lines in a file; each has a program of its name.
 PROGRAMS = {
@@ -25,7 +37,10 @@ PROGRAMS = {
             *) printf '%s:\\n  Candidate: 1.0\\n' "$name" ;; esac
         done""",
     "apt-get": """
-        case " $* " in *" update "*) touch "$MACHINE/updated" ;; esac
+        case " $* " in
+        *" --print-uris "*) echo "'http://mirror/debian/dists/it/InRelease' it 0" ;;
+        *" update "*) touch "$MACHINE/updated" ;;
+        esac
         case " $* " in *" install "*) ;; *) exit 0 ;; esac
         for name; do
             case $name in -* | *::* | install) continue ;; esac
@@ -154,6 +169,109 @@ def test_demo_says_what_it_does(machine):
                     "building the module for Python ... N s\n", ""]
 
 
+# --- Interpreters ------------------------------------------------------------------------
+
+# The system's own, with something about it that is not so.
+PRETENDING = """#!/bin/sh
+CODE=$4 exec /usr/bin/python3 -I -S -c '
+import os, sys, sysconfig
+%s
+sys.executable = "%s"
+exec(os.environ["CODE"])'
+"""
+NEXT = "sys.version_info = (3, 15, 0)"
+DEBUG = "sys.gettotalrefcount = 1"
+FREE_THREADED = "sysconfig.get_config_vars()[\"Py_GIL_DISABLED\"] = 1"
+FREE_THREADED_SENTENCE = "is free-threaded; the module needs an interpreter with the global lock"
+
+
+def pretending(folder, name, how):
+    """The path of an interpreter that says so of itself."""
+    folder.mkdir(parents=True, exist_ok=True)
+    path = folder / name
+    path.write_text(PRETENDING % (how, path))
+    path.chmod(0o755)
+    return str(path)
+
+
+def pythons(machine, script, **changes):
+    """What a script prints on a machine that has no interpreters but the system's and its own."""
+    return machine.run(script, HOME=str(machine.folder), PYENV_ROOT="", **dict(
+        {"PATH": "%s:/usr/sbin:/sbin:/bin" % (machine.folder / "bin")}, **changes))
+
+
+def test_every_interpreter_is_found(machine):
+    """The next version beside the system's, and debug builds under their usual names."""
+    system = "3.%d" % sys.version_info[1]
+    mine = machine.folder / "bin"
+    expected = {system: "/usr/bin/python3", "3.15": pretending(mine, "python3.15", NEXT),
+                "3.15d": pretending(mine, "python3.15d", NEXT + "\n" + DEBUG),
+                system + "d": pretending(
+                    machine.folder / (".pyenv/versions/%s.1-debug/bin" % system),
+                    "python" + system, DEBUG)}
+    pretending(mine, "python3.14", FREE_THREADED)
+    found = dict(line.split() for line in pythons(machine, "tools/pythons.sh").stdout.splitlines())
+    assert found == expected
+    first = pythons(machine, "tools/pythons.sh --default").stdout.split()[0]
+    assert first == ("3.9" if system == "3.9" else "3.15")
+
+
+def test_the_newest_does_not_displace_the_systems_own(machine):
+    pretending(machine.folder / "bin", "python3.15", NEXT)
+    said = pythons(machine, ". tools/stages.sh; find_interpreters > log; "
+                            'echo "$system: $first ${others[*]}"').stdout
+    system, tested = said.strip().split(": ")
+    assert system == "3.%d" % sys.version_info[1]
+    assert {system, "3.15"} == set(tested.split())
+
+
+def test_a_free_threaded_interpreter_is_refused(machine, tmp_path):
+    """Where it is looked for, and at configuration."""
+    path = pretending(tmp_path, "python3.13t", FREE_THREADED)
+    result = pythons(machine, "tools/pythons.sh --default", KEYLINE_PYTHON=path)
+    assert result.returncode != 0 and FREE_THREADED_SENTENCE in result.stderr
+    result = subprocess.run(["cmake", "-S", ROOT, "-B", tmp_path / "build", "-G", "Ninja",
+                             "-DKEYLINE_PYTHON=" + path], stdin=subprocess.DEVNULL,
+                            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    assert result.returncode != 0
+    assert FREE_THREADED_SENTENCE in " ".join(result.stderr.split())
+
+
+# --- Style -------------------------------------------------------------------------------
+
+
+@pytest.mark.parametrize("version, finds, status, said", [
+    ("97.0.6", False, 0, "ok"),
+    ("97.0.6", True, 1, "FAILED"),
+    ("98.1.7", False, 0, "ok"),
+    ("98.1.7", True, 0, "not looked at here: clang-format 98.1.7 sees it otherwise,"
+     " the reference is 97 (log:"),
+])
+def test_style_is_judged_by_the_reference(machine, version, finds, status, said):
+    """A tool of another version may see it otherwise, which is told and no failure."""
+    machine.program("clang-format-97" if version.startswith("97") else "clang-format", """
+        [ "$1" != --version ] || { echo "Some clang-format version %s (1)"; exit; }
+        exit %d""" % (version, finds))
+    result = machine.run('. tools/stages.sh; reference[clang-format]=97; check() { "$(tool clang-format)" it; }; '
+                         "style clang-format format 'the format' check; echo $? $failed",
+                         PATH="%s:/bin" % (machine.folder / "bin"))
+    line, *_, last = result.stdout.splitlines()
+    assert re.fullmatch(r"the format +%s.*" % re.escape(said), line)
+    assert last == "%d %d" % (status, status)
+    assert (machine.root / "build/results/format/status").read_text() == "%d\n" % status
+
+
+def test_style_without_the_tool(machine):
+    bare = machine.folder / "bare"
+    bare.mkdir()
+    for name in ("bash", "dirname", "mkdir"):
+        (bare / name).symlink_to(shutil.which(name))
+    result = machine.run(". tools/stages.sh; style mypy types 'the types' false; echo $? $failed",
+                         PATH=str(bare))
+    assert re.fullmatch("the types +not looked at here: there is no mypy, which is 1.0 for reference\n"
+                        "0 0\n", result.stdout), result.stderr
+
+
 # --- What there is no way to do here -----------------------------------------------------
 
 
@@ -165,17 +283,16 @@ def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
     stage.mkdir(parents=True)
     (stage / "status").write_text("0\n")
     subprocess.run(
-        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests/faults/test_races.py"),
-         __file__, "-q",
-         "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
+        [sys.executable, "-m", "pytest", os.path.join(ROOT, "tests", "faults", "test_races.py"),
+         __file__, "-q", "-k", "test_races or test_configured_once", "-p", "no:cacheprovider",
          "--interpreter", setup.interpreter, "--junitxml", stage / "it.xml",
          "--left-out", stage / "left-out"],
         env=dict(os.environ, PYTHONPATH=str(tmp_path)), check=True, stdin=subprocess.DEVNULL)
     counted = subprocess.run([sys.executable, os.path.join(ROOT, "tools", "count_tests.py"),
                               tmp_path / "results"], check=True, stdout=subprocess.PIPE, text=True)
     left_out, total = counted.stdout.splitlines()
-    number, names = re.fullmatch("left out here: ([0-9]+) tests, for what stands between is written "
-                                 "for x86-64: (.*)", left_out).groups()
+    number, names = re.fullmatch("left out here: ([0-9]+) tests, for the interposer is written for "
+                                 "x86-64: (.*)", left_out).groups()
     assert int(number) > 10
     assert [name.rpartition("::")[2] for name in names.split(", ")] == [
         "test_at_every_call", "test_at_every_instruction"]

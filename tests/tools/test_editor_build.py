@@ -1,0 +1,210 @@
+"""lineedit/build.sh itself: which compiler and flags it takes, and when it builds anew.
+
+It is run on a library of a few lines in the place of the line editor, whose archive, sum and
+series are made here. What it made is read from the object files.
+"""
+import hashlib
+import io
+import os
+import re
+import shutil
+import subprocess
+import tarfile
+
+import pytest
+
+from script import ROOT
+
+USUAL = ("CC", "CXX", "CPPFLAGS", "CFLAGS", "CXXFLAGS", "LDFLAGS")
+
+# What the editor's own configure and make do, as far as the script relies on it.
+CONFIGURE = r"""#!/bin/sh
+echo configured >> "$COUNT"
+for setting; do
+    case $setting in CC=*|CFLAGS=*|LDFLAGS=*|CPPFLAGS=*) echo "$setting" ;; esac
+done > src/Makefile
+: > config.h
+cat >> src/Makefile <<'RULES'
+all:
+	$(CC) $(CFLAGS) -c edit.c more.c
+	mkdir -p .libs
+	ar rc .libs/libedit.a edit.o more.o
+RULES
+"""
+# A part that objects share under one name, as a compiler makes them for some machines, and a
+# setting to be told in the object.
+SHARED = r"""
+#ifdef ALONE
+static const char shared_part[] = {1};
+#else
+__asm__(".section .rodata.shared,\"aG\",%progbits,shared_part,comdat\n"
+        ".weak shared_part\n.hidden shared_part\n.type shared_part, %object\n"
+        "shared_part:\n.byte 1\n.size shared_part, 1\n.text\n");
+extern const char shared_part[] __attribute__((visibility("hidden")));
+#endif
+#ifndef TOLD
+#define TOLD nothing
+#endif
+#define TEXT(x) TEXT_OF(x)
+#define TEXT_OF(x) #x
+"""
+FILES = {
+    "configure": CONFIGURE,
+    "src/histedit.h": "", "src/editline/readline.h": "",
+    "src/shared.h": SHARED,
+    "src/edit.c": '#include "shared.h"\n#include <sys/types.h>\n#include <time.h>\n'
+                  '_Static_assert(sizeof(off_t) == 8 && _FILE_OFFSET_BITS == 64\n'
+                  '    && _TIME_BITS == 64, "the flags");\n'
+                  'const char told[] = "told=" TEXT(TOLD);\n'
+                  '__attribute__((visibility("hidden"))) int inner(int n) { return n + 1; }\n'
+                  'int edit(int n) { return inner(n) + shared_part[0]; }\n',
+    "src/more.c": '#include "shared.h"\n__attribute__((visibility("hidden"))) int inner(int);\n'
+                  'int more(int n) { return inner(n) + shared_part[0]; }\n',
+}
+USER = '#include "shared.h"\nint edit(int); int more(int);\n' \
+       'int main(void) { return edit(1) + more(2) + shared_part[0] - 8; }\n'
+
+
+class Stage:
+    """A copy of the script with a library of its own."""
+
+    def __init__(self, folder):
+        self.folder, self.out = folder, folder / "out"
+        here = folder / "lineedit"
+        here.mkdir()
+        for name in ("build.sh", "fetch.sh"):
+            shutil.copy(os.path.join(ROOT, "lineedit", name), here)
+        (here / "patches").mkdir()
+        (here / "src").mkdir()
+        (here / "series").write_text("")
+        self.script = here / "build.sh"
+        self.archive = folder / "libedit_1.0.orig.tar.gz"
+        with tarfile.open(self.archive, "w:gz") as archive:
+            for name, text in FILES.items():
+                member = tarfile.TarInfo("library/" + name)
+                member.size, member.mode = len(text), 0o755
+                archive.addfile(member, io.BytesIO(text.encode()))
+        digest = hashlib.sha256(self.archive.read_bytes()).hexdigest()
+        (here / "archive.sha256").write_text("%s  %s\n" % (digest, self.archive.name))
+        (folder / "user.c").write_text(USER)
+        (folder / "shared.h").write_text(SHARED)
+        self.count = folder / "count"
+
+    def build(self, flavour="plain", **settings):
+        """How often the library was built for it: 1, or 0 when it was there already."""
+        environment = {name: value for name, value in os.environ.items() if name not in USUAL}
+        before = self.built()
+        subprocess.run(
+            ["bash", self.script, flavour, self.out], check=True, timeout=120,
+            env=dict(environment, KEYLINE_LIBEDIT_ARCHIVE=str(self.archive),
+                     COUNT=str(self.count), **settings))
+        return self.built() - before
+
+    def built(self):
+        return len(self.count.read_text().split()) if self.count.exists() else 0
+
+    def library(self, private=False):
+        return self.out / "plain" / "lib" / ("private" if private else ".") / "libedit.a"
+
+    def compilers(self):
+        """The first words of what made its objects."""
+        text = subprocess.run(["readelf", "-p", ".comment", self.library()], check=True,
+                              capture_output=True, text=True).stdout
+        return set(re.findall(r"\] +(GCC|.*clang)", text))
+
+    def told(self):
+        return re.findall(rb"told=(\w+)", self.library().read_bytes())
+
+    def link(self, *flags, private=False):
+        """Links a program with it and answers how that ended."""
+        program = self.folder / "user"
+        subprocess.run(["cc", *flags, "-o", program, self.folder / "user.c",
+                        self.library(private)], check=True, timeout=60)
+        return subprocess.run([program], check=False, timeout=60).returncode
+
+
+@pytest.fixture
+def stage(tmp_path):
+    return Stage(tmp_path)
+
+
+def names(path, kind):
+    text = subprocess.run(["nm", path], check=True, capture_output=True, text=True).stdout
+    return {line.split()[-1] for line in text.splitlines() if " %s " % kind in line}
+
+
+def test_the_compiler(stage, tmp_path):
+    """The one that CC names, and cc without it; another file is another compiler."""
+    assert stage.build() == 1
+    assert stage.compilers() == {"GCC"}
+    other = tmp_path / "other"
+    other.write_text('#!/bin/sh\nexec cc -DTOLD=other "$@"\n')
+    other.chmod(0o755)
+    assert stage.build(CC=str(other)) == 1
+    assert stage.told() == [b"other"]
+    assert stage.build(CC=str(other)) == 0
+    assert stage.build() == 1
+    assert stage.told() == [b"nothing"]
+
+
+def test_the_other_compiler(stage):
+    assert stage.build(CC="clang") == 1
+    assert [name.split()[-1] for name in stage.compilers()] == ["clang"]
+    assert stage.link() == 0
+    assert stage.build(CC="clang -DTOLD=words") == 1
+    assert stage.told() == [b"words"]
+
+
+@pytest.mark.parametrize("name", ["CPPFLAGS", "CFLAGS"])
+def test_flags(stage, name):
+    """Each is heeded, and seen by the next run."""
+    assert stage.build() == 1
+    assert stage.build(**{name: "-DTOLD=first"}) == 1
+    assert stage.told() == [b"first"]
+    assert stage.build(**{name: " -DTOLD=first  "}) == 0
+    assert stage.build(**{name: "-DTOLD=second"}) == 1
+    assert stage.told() == [b"second"]
+    assert stage.build(**{name: ""}) == 1
+    assert stage.told() == [b"nothing"]
+
+
+def test_flags_of_the_linker(stage):
+    assert stage.build() == 1
+    assert stage.build(LDFLAGS="-Wl,-z,now") == 1
+    assert stage.build(LDFLAGS="-Wl,-z,now") == 0
+
+
+def test_flags_win(stage):
+    """They come behind those of the flavour; a definition is not made twice."""
+    assert stage.build(CFLAGS="-fPIE -Werror -UTOLD -O3 -march=native -D_FORTIFY_SOURCE=1") == 1
+    log = (stage.out / "plain" / "build.log").read_text()
+    settings = (stage.out / "plain" / "src" / "src" / "Makefile").read_text()
+    assert settings.index("-O2") < settings.index("-O3")
+    assert settings.index("-fPIE") < settings.index("-fPIC")
+    assert settings.count("-D_FORTIFY_SOURCE") == 1
+    assert "warning" not in log
+
+
+def test_a_fuzzer_has_its_own(stage):
+    """Its compiler is the only one that can, and does not know everybody's flags."""
+    assert stage.build("fuzz", CC="/none", CFLAGS="-Wno-such-flag -Werror") == 1
+    assert stage.build("fuzz") == 0
+
+
+@pytest.mark.parametrize("flags", ["", "-O3 -flto -DALONE"])
+def test_what_is_shared_and_what_is_inner(stage, flags):
+    """Inner names stay inside, and parts that others share by name may be theirs as well."""
+    assert stage.build(CFLAGS=flags) == 1
+    library = stage.library()
+    assert {"edit", "more"} <= names(library, "T")
+    assert not {"inner", "shared_part"} & (
+        names(library, "T") | names(library, "V") | names(library, "W"))
+    assert "inner" in names(stage.library(private=True), "T")
+    assert stage.link() == 0
+    assert stage.link(private=True) == 0
+    assert stage.link("-O3", "-flto", "-DALONE") == 0
+
+
+def test_no_compiler(stage):
+    with pytest.raises(subprocess.CalledProcessError):
+        stage.build(CC="/no/such/compiler")

@@ -1,0 +1,123 @@
+"""tools/elsewhere leaves nothing behind, whatever ends it, and tells what it saw."""
+import glob
+import os
+import signal
+import subprocess
+
+import pytest
+
+from script import DEADLINE
+from test_setup import Machine, tool
+
+WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
+                        stderr=subprocess.DEVNULL, check=False).returncode == 0
+in_a_world = pytest.mark.only_where(WORLDS, "this user may make no world of mounts and processes")
+
+# Stands in for debootstrap: has a mount and a process in its target when it says so.
+MAKES = """
+    target=$4
+    mkdir -p "$target/etc"
+    mount -t tmpfs tmpfs "$target/etc"
+    tail -f /dev/null &
+    echo "$target" > "$MACHINE/told"
+    exec 3> "$MACHINE/alive"
+    %s"""
+
+
+@pytest.fixture
+def machine(tmp_path):
+    machine = Machine(tmp_path)
+    (machine.root / "tools" / "packages").write_text("elsewhere first\n")
+    (tmp_path / "places").mkdir()
+    os.mkfifo(tmp_path / "alive")
+    return machine
+
+
+def begin(machine, then):
+    """The tool at work on a suite, with a debootstrap that does so in the end."""
+    machine.program("debootstrap", MAKES % then)
+    tools = "%s:%s" % (machine.folder / "bin", os.environ["PATH"])
+    return subprocess.Popen(
+        [machine.root / "tools" / "elsewhere", "it"], stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True, start_new_session=True,
+        env=dict(os.environ, MACHINE=str(machine.folder), TMPDIR=str(machine.folder / "places"),
+                 PATH=tools))
+
+
+def left(machine):
+    """What there is of the place."""
+    with open("/proc/self/mounts", encoding="utf-8") as file:
+        mounted = [line for line in file if str(machine.folder) in line]
+    return mounted + glob.glob(str(machine.folder / "places" / "*"))
+
+
+@in_a_world
+@pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
+def test_ended_from_outside(machine, name):
+    process = begin(machine, "exec tail -f /dev/null")
+    with open(machine.folder / "alive", "rb") as alive:  # waits for the one that writes
+        assert left(machine)
+        process.send_signal(getattr(signal, name))
+        alive.read()  # its end is that of the last process in there
+    process.communicate(timeout=DEADLINE)
+    assert process.returncode != 0
+    assert left(machine) == []
+
+
+@in_a_world
+def test_ended_by_a_failure(machine):
+    process = begin(machine, "exit 7")
+    with open(machine.folder / "alive", "rb") as alive:
+        alive.read()
+    said, errors = process.communicate(timeout=DEADLINE)
+    assert (process.returncode, errors.partition(" ... ")[0]) == (
+        1, "installing with apt-get: first")
+    own = subprocess.run(["dpkg", "--print-architecture"], check=True, text=True,
+                         stdout=subprocess.PIPE).stdout.strip()
+    assert said.startswith("it, %s, as root, ./demo failed, ./check not run" % own)
+    assert "it-%s-root: 7, see " % own in said
+    assert left(machine) == []
+
+
+# --- What is told ------------------------------------------------------------------------
+
+
+class Tried:
+    suite, architecture, user = "trixie", "i386", "root"
+
+
+def result(demo, check, *options):
+    made = tool("elsewhere").Result(Tried, "3.13", "14.2.0")
+    made.options = options
+    made.demo, made.check, made.when = demo, check, "2001-02-03"
+    return made
+
+
+def test_the_line_of_a_result():
+    assert result(61.7, (4370, 0, 117, 700)).line() == (
+        "trixie, i386, as root, Python 3.13, gcc 14.2.0, ./demo starts, 62 s, "
+        "./check 4,370 passed, 0 failed, 12 min, left out 117, 2001-02-03")
+    assert "./check --smoke: 88 passed, " in result(61.7, (88, 0, 0, 70), "--smoke").line()
+    assert result(61.7, (4370, 0, 117, 700)).passed()
+    assert not result(61.7, (4370, 1, 0, 700)).passed()
+    assert not result(61.7, None).passed()
+    assert not result(None, None).passed()
+
+
+def test_what_was_counted():
+    sums = tool("elsewhere").sums
+    assert sums("Python\nleft out here: 35 tests, for this\nleft out here: 41 tests, for that\n"
+                "7 passed, 2 failed\n") == (7, 2, 76)
+    assert sums("check: the build failed\n") == (0, 1, 0)
+
+
+def test_the_table_has_the_newest_of_each():
+    elsewhere = tool("elsewhere")
+    text = "before\n\n" + elsewhere.HEADER + "| trixie | i386 | root | old |\n| sid | a | b | c |\n\nafter\n"
+    row = ("| trixie | i386 | root | 3.13 | 14.2.0 | starts, 62 s | 4,370 passed, 0 failed, 12 min |"
+           " 117 | 2001-02-03 |\n")
+    made = [result(61.7, (4370, 0, 117, 700))]
+    assert elsewhere.table(text, made) == (
+        "before\n\n" + elsewhere.HEADER + row + "| sid | a | b | c |\n\nafter\n")
+    with pytest.raises(elsewhere.Failed):
+        elsewhere.table("no table\n", made)
