@@ -1,6 +1,7 @@
 """tools/elsewhere leaves nothing behind, whatever ends it, and tells what it saw."""
 import glob
 import os
+import select
 import signal
 import subprocess
 
@@ -54,11 +55,15 @@ def left(machine):
 @in_a_world
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
-    process = begin(machine, "exec tail -f /dev/null")
-    with open(machine.folder / "alive", "rb") as alive:  # waits for the one that writes
+    # As somebody else, and so without what the kernel does when a parent ends.
+    process = begin(machine, "exec setpriv --reuid=65534 --clear-groups "
+                             "sh -c 'echo >&3; exec tail -f /dev/null'")
+    with open(machine.folder / "alive", "rb") as alive:
+        assert alive.readline() == b"\n"
         assert left(machine)
         process.send_signal(getattr(signal, name))
-        alive.read()  # its end is that of the last process in there
+        assert select.select([alive], [], [], DEADLINE)[0], "there are still processes"
+        assert alive.read() == b""  # its end is that of the last of them
     process.communicate(timeout=DEADLINE)
     assert process.returncode != 0
     assert left(machine) == []
