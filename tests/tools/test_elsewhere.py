@@ -5,9 +5,10 @@ import select
 import signal
 import subprocess
 
+import pexpect
 import pytest
 
-from script import DEADLINE
+from script import DEADLINE, ROOT, environment
 from test_setup import Machine, tool
 
 WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
@@ -107,6 +108,16 @@ def test_the_line_of_a_result():
     assert not result(61.7, (4370, 1, 0, 700)).passed()
     assert not result(61.7, None).passed()
     assert not result(None, None).passed()
+
+
+def test_the_prompt_of_the_shell_is_seen(setup, tmp_path):
+    """As it is shown at a terminal, and nothing before it."""
+    elsewhere = tool("elsewhere")
+    said = pexpect.run("%s %s" % (setup.interpreter, os.path.join(ROOT, "shell")), timeout=DEADLINE,
+                       env=environment(setup, str(tmp_path), None), events={"demo> ": "exit\r"})
+    ends = [end for end in range(len(said)) if elsewhere.at_prompt(said[:end])]
+    assert ends and b"exit leaves" in said[:ends[0]]
+    assert said[ends[-1]:].strip().startswith(b"exit")
 
 
 def test_what_was_counted():
