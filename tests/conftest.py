@@ -172,6 +172,12 @@ def makes_pid_namespaces():
                           stderr=subprocess.DEVNULL).returncode == 0
 
 
+def serves_logins():
+    """Whether this user may be one to whom somebody logs in: root has to be another for that."""
+    return os.getuid() != 0 or subprocess.run(
+        ["unshare", "--user", "--map-user=1000", "true"], stderr=subprocess.DEVNULL).returncode == 0
+
+
 def pytest_collection_modifyitems(config, items):
     """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
     markers = []
@@ -189,6 +195,7 @@ def pytest_collection_modifyitems(config, items):
             ("small_disk", mounts, "this user may mount nothing"),
             ("first_process", makes_pid_namespaces,
              "this user may make no PID namespace"),
+            ("ssh_server", serves_logins, "this user may make no user namespace"),
             ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():
