@@ -34,28 +34,36 @@ class Session:
         if file:
             sys.stdin = file
         try:
-            Keyline.keyBindingsEnabledIs(True)  # sets up what the reset gives up
-            Keyline.historyLimitIs(shell.limit)
+            if sys.stdin.isatty():
+                screen.look()
+            if shell.log_shown:
+                self.show_log()
             try:
-                if sys.stdin.isatty():
-                    screen.look()
-                if shell.log_shown:
-                    self.show_log()
                 if sys.stdin.isatty():
                     with self.user():
                         self.loop()
                 else:
-                    shell.status = self.commands()
+                    with self.editor():
+                        shell.status = self.commands()
                 sys.stdout.flush()
             finally:
                 shell.log.hide()
-                Keyline.resetInput()
         finally:
             sys.stdin = before
         ended = getattr(signal, reader.over, None)
         if ended:  # now the signal does what it does by itself
             os.kill(os.getpid(), ended)
         return shell.status
+
+    @contextmanager
+    def editor(self) -> Iterator[None]:
+        """The editor on the streams of this session."""
+        Keyline.keyBindingsEnabledIs(True)  # sets up what the reset gives up
+        Keyline.historyLimitIs(self.shell.limit)
+        try:
+            yield
+        finally:
+            Keyline.resetInput()
 
     def show_log(self) -> None:
         """A log that is gone, or not there yet, is no reason to stay away."""
@@ -72,10 +80,11 @@ class Session:
         with ExitStack() as stack:
             stack.callback(screen.leave, sys.stdout.fileno())
             self.signals(stack)
-            if self.shell.history:
-                self.recall()
             if self.shell.banner:
                 print(self.shell.banner)
+            stack.enter_context(self.editor())
+            if self.shell.history:
+                self.recall()
             if self.shell.idle:
                 idle = Idle(sys.stdin.fileno(), self.shell.idle, self.shell.warning, self.warn)
                 stack.callback(idle.stop)

@@ -136,6 +136,9 @@ class Language:
                         found.append((name, self.value(name, typed)))
                     except ValueError:
                         pass
+        for name in "LINE", "WORD":  # for what nothing else fits
+            if len(found) > 1:
+                found = [one for one in found if one[0] != name]
         return found
 
     def follow(self, tree: Tree, line: str) -> Tuple[Word, List[object], List[str]]:
@@ -179,10 +182,11 @@ class Language:
                 continue
             kind = self.kinds.get(name)
             known = kind.known() if kind else {}
-            found += [Choice(value, text or after.help, True)
+            help = after.help or (kind.help if kind else "")
+            found += [Choice(value, text or help, True)
                       for value, text in sorted(known.items()) if value.startswith(typed)]
             if not known or kind and kind.fits is not None:
-                found.append(Choice(name, after.help or (kind.help if kind else ""), False))
+                found.append(Choice(name, help, False))
         if not typed and word.run:
             found.append(Choice("<cr>", "run the command", False))
         if not found:
