@@ -458,6 +458,22 @@ for number in range(3):
     child.expect_end()
 
 
+def test_letters_of_another_locale(run_program, single_byte_locale):
+    """They are read, and nothing is completed."""
+    child = run_program("""
+import readline
+readline.set_completer(lambda text, state: ["never", None][state])
+for number in range(2):
+    print(ascii(input("> ")))
+""", env=single_byte_locale)
+    expect_rows(child, ">")
+    child.send("<0xfc>ber?<tab>x<enter>")
+    child.wait("the line", lambda: b"'\\xfcber?\\tx'" in child.display.raw)
+    child.send("<up><enter>")
+    child.expect_end()
+    assert child.display.raw.count(b"'\\xfcber?\\tx'") == 2
+
+
 # --- Histories, as the standard module has them ------------------------------------------
 
 
