@@ -437,6 +437,31 @@ for number in range(2):
     child.expect_end()
 
 
+def test_a_thread_is_told_nothing_of_the_line(start):
+    child = start("""
+from keyline_shell import readline
+readline.install()
+def look():
+    wait_for("go")
+    for number in range(2):
+        tell("line", readline.get_line_buffer())
+        readline.redisplay()
+beside(look)
+input("> ")
+""")
+    expect_rows(child, ">")
+    child.send("x")
+    expect_rows(child, "> x")
+    child.go("go")
+    child.expect_fact("line", "")
+    child.expect_fact("line", "")
+    child.send("<enter>")
+    child.expect_end()
+    for what in "known", "drawn anew":
+        assert child.display.raw.count(b"%s the line is %s only" % (
+            SAID[:-1].encode(), what.encode())) == 1
+
+
 def test_behind_letters_outside_ascii(run_program):
     child = run_program("""
 import readline

@@ -3,7 +3,6 @@
 Each read of each test checks that (child.py: attempt); here the ways and the settings vary.
 """
 import os
-import subprocess
 import termios
 
 import pytest
