@@ -351,6 +351,8 @@ def _replace(path: str, lines: Sequence[str]) -> None:
                 device.write(data)
             return
     part = "%s.%d" % (path, os.getpid())
+    with suppress(FileNotFoundError):  # of a process of this number that came to nothing
+        os.unlink(part)
     descriptor = os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o600)
     try:
         with open(descriptor, "wb") as file:

@@ -520,6 +520,7 @@ readline.remove_history_item(1)
 readline.replace_history_item(0, "eins")
 tell("all", all())
 os.umask(0)
+open("file.%d" % os.getpid(), "w").close()
 readline.write_history_file("file")
 tell("rights", oct(os.stat("file").st_mode))
 os.chmod("file", 0o640)
@@ -533,6 +534,7 @@ readline.write_history_file("link")
 tell("held", held())
 tell("rights", oct(os.stat("file").st_mode))
 tell("link", os.path.islink("link"))
+tell("files", sorted(os.listdir(".")))
 open("file", "wb").write(b"a\n\nb\xff\nc\n")
 readline.clear_history()
 readline.read_history_file("file")
@@ -555,6 +557,7 @@ tell("home", open(os.environ["HOME"] + "/.history", "rb").read())
     assert found.all("held") == [letters + b"\n" + letters, b"\n" + letters]
     assert found.all("rights") == ["0o100600", "0o100640"]
     assert found.one("link")
+    assert found.one("files") == ["file", "link", "script.py"]
     assert found.one("home") == b"a\nb\xff\nc\n"
 
 
