@@ -1,7 +1,6 @@
 // The side table of the history: two and a half bytes a line as soon as lines are of more
 // than one mode. Following the links instead costs up to a cache miss for every line
-// passed, where the heap has scattered them: with 100,000 lines more than ten milliseconds
-// for one key.
+// passed, where the heap has scattered them.
 #include "history_index.h"
 
 #include <stdlib.h>

@@ -7,6 +7,11 @@
 // the newest entry of each block of numbers, from which a line is a few links away. The
 // number of a deleted line keeps its slot and finds nothing.
 //
+// It is here for long histories: a key whose walk passes 100,000 lines on a scattered heap
+// takes 0.2 ms with it and by the links alone 14 ms on a quiet machine, 54 on a busy one;
+// 10,000 lines 0.02 and 0.6 ms; at the default limit of 1,024 nothing is won (the last
+// columns of `ninja -C build/3.9 history_bench && build/3.9/history_bench`).
+//
 // As long as all lines are of one mode there are no rings and no memory is spent on them: a
 // walk that has met one hidden line is at its end.
 #pragma once

@@ -215,10 +215,14 @@ main()
     printf("\nwalks in ms, modes %d deep, one visible line in a thousand\n", mode_depth);
     printf("%9s  %-10s %10s %10s %10s %10s %14s\n", "lines", "heap", "first up", "half up",
            "last up", "Ctrl-R", "(links alone)");
+    measure_walks("in order", 1000, 5);
+    measure_walks("in order", 10000, 5);
     measure_walks("in order", 100000, 5);
     measure_walks("in order", 1000000, 50);
     start_over(0);
     scatter_heap(1000000);
+    measure_walks("scattered", 1000, 5);
+    measure_walks("scattered", 10000, 5);
     measure_walks("scattered", 100000, 5);
     measure_walks("scattered", 1000000, 50);
     return missed ? 1 : 0;

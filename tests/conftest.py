@@ -29,11 +29,9 @@ for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT, signal.SIGTERM, sig
 
 
 def pytest_addoption(parser):
-    parser.addoption("--interpreter", metavar="PATH",
-                     default=os.environ.get("KEYLINE_TEST_PYTHON", sys.executable),
+    parser.addoption("--interpreter", metavar="PATH", default=sys.executable,
                      help="the interpreter that runs the children")
     parser.addoption("--module-dir", metavar="DIR",
-                     default=os.environ.get("KEYLINE_TEST_MODULE_DIR"),
                      help="where the built module lies; default build/<version>")
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
