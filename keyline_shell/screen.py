@@ -8,7 +8,6 @@ place, what is printed begins on a new row.
 """
 import os
 import re
-import subprocess
 import sys
 import textwrap
 import time
@@ -36,6 +35,8 @@ Item = TypeVar("Item")
 
 def look() -> None:
     """Finds out what the terminal of the user who comes now can do."""
+    import subprocess  # nothing of this is for shells without a terminal
+
     global plain
     plain = True
     widths.clear()
