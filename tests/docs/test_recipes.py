@@ -195,10 +195,10 @@ words = %r
 def test_asyncio(start, text):
     child = start(text)
     expect_rows(child, ">")
-    child.send("one<tab>")
-    expect_rows(child, "> one")
+    child.send("one<tab>!")
+    expect_rows(child, "> one!")  # the completion is over
     child.send("<c-c>")
-    expect_rows(child, "> oneagain", ">")
+    expect_rows(child, "> one!again", ">")
     child.send("two<enter>")
     expect_rows(child, "two ['one'] True", ">")
     child.send("<c-d>")
