@@ -217,7 +217,8 @@ def test_threads(start, text):
 @example("timeout")
 def test_timeout(start, text):
     child = start(text)
-    expect_rows(child, "name> None", "name>")
+    child.wait_screen("the end of the time, also before there is a prompt", lambda rows: (
+        rows[0] in ("name> None", "None") and rows[1] == "name>"))
     child.send("ann<enter>")
     expect_rows(child, "name> ann", "ann")
     child.expect_end()
@@ -325,6 +326,7 @@ def test_confirm(start, text):
 def test_log(start, text):
     """Ctrl-C that hits the callable is a Ctrl-C at the prompt, in the end."""
     child = start("""
+sys.setswitchinterval(100)  # no other thread in the moment before the callable is over
 class Stream:  # of a terminal that is slow
     def __init__(self, stream): self.stream = stream
     def __getattr__(self, name): return getattr(self.stream, name)
