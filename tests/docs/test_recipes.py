@@ -214,6 +214,20 @@ def test_threads(start, text):
     child.expect_end()
 
 
+@example("fork")
+def test_fork(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    child.send("7<enter>")
+    expect_rows(child, "> 7", "42", ">")
+    child.send("<c-c>")
+    expect_rows(child, "42", "> again", ">")
+    child.send("8<enter>")
+    expect_rows(child, "> 8", "48", ">")
+    child.send("<c-d>")
+    child.expect_end()
+
+
 @example("timeout")
 def test_timeout(start, text):
     child = start(text)
