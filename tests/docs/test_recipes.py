@@ -403,29 +403,39 @@ tell("loads", [loads(text) for text in (
 
 
 SHELL = """
-import Keyline
-def complete(key, line):
-    print("\\r", end="", flush=True)
-    return "ow"
-Keyline.addHistory("before", "exec", "")
-line = Keyline.readline("> ", complete, "exec", "")
+import keyline_shell
+shell = keyline_shell.Shell()
+top = shell.mode("exec", "router> ")
+@top.command("greet NAME", help="Say hello")
+def greet(name):
+    print("hello", name)
+shell.run()
 """
 
 
 @example("debugger")
-def test_debugger(setup, start, text):
+def test_debugger(start, text):
+    """The shell and the debugger take turns, each with its own history."""
     child = start("""
 with open("shell.py", "w") as file:
     file.write(%r)
 words = %r
 os.execv(sys.executable, [sys.executable] + words[1:])
 """ % (SHELL, text.split()))
-    expect_rows(child, "-> import Keyline", "(Pdb)")
-    child.send("c<enter>")
-    expect_rows(child, "(Pdb) c", ">")
-    child.send("sh<tab><enter>")
-    child.wait_screen("its end", lambda rows: "-> import Keyline" in rows[2:])
-    child.send("line<tab><c-u>q<enter>")
+    expect_rows(child, "-> import keyline_shell", "(Pdb)")
+    child.send("b 7<enter>c<enter>")
+    expect_rows(child, "(Pdb) c", "router>")
+    child.send("gr<tab>bob<enter>")
+    expect_rows(child, "router> greet bob", "> %s/shell.py(7)greet()" % child.home,
+                '-> print("hello", name)', "(Pdb)")
+    child.send("p name<enter><up><up><enter>")
+    expect_rows(child, "(Pdb) p name", "'bob'", "(Pdb) c", "hello bob", "router>")
+    child.send("<up>")
+    expect_rows(child, "hello bob", "router> greet bob")
+    child.send("<c-u>exit<enter>")
+    child.wait_screen("the program anew", lambda rows: [row for row in rows if row][-2:] == [
+        "-> import keyline_shell", "(Pdb)"] and "router> exit" in rows)
+    child.send("<up><c-u>q<enter>")
     child.expect_end()
 
 
