@@ -45,8 +45,8 @@ class Log:
         text = screen.visible(text.rstrip("\n") + "\n")
         with self.lock:
             thread = reader.thread
-            if thread is None or not reader.editing:
-                sys.stdout.write(text)
+            if thread is None or not reader.editing:  # a command's output, question or page
+                sys.stdout.write(text if thread is None else "\n" + text)
                 sys.stdout.flush()
             elif self.path and not self.folder:
                 # The editor watches one file.  So prompt and line stay where they are, and are

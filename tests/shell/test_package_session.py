@@ -177,6 +177,17 @@ def test_idle_wherever_keys_are_awaited(start, command, shown):
     child.assert_settings_as_found()
 
 
+def test_the_warning_at_a_question_has_rows_of_its_own(start):
+    child = start(SHELL % (IDLE % (1, 0.5), ""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send("secret<enter>")
+    expect_tidy(child)
+    child.expect_end("status 124")
+    assert [row for row in child.display.rows() if row] == [
+        "> secret", "Password:", "% No key for 0.5 seconds: the session ends in 0.5",
+        "% No key for 1 seconds: good-bye"]
+
+
 def test_a_command_that_runs_is_not_idle(start):
     child = start(SHELL % (IDLE % (0.5, 0.2), """
 @top.command("work")
@@ -217,6 +228,17 @@ def test_no_processor_time_while_nothing_happens(start):
 
 
 # --- Other ends ------------------------------------------------------------------------------
+
+@pytest.mark.parametrize("command", ["wait", "stubborn"])
+def test_a_terminal_lost_in_a_command_ends_it(user, command):
+    user.terminal.send(command + "<enter>")
+    user.terminal.expect_fact("waits")
+    user.terminal.hang_up()
+    if command == "stubborn":
+        user.terminal.expect_fact("caught")
+    expect_tidy(user.terminal)
+    user.terminal.expect_end("clean")
+
 
 SAVED = """
 import atexit
