@@ -115,6 +115,22 @@ tell("raised", raises(lambda: top.command(%r)(lambda %s: None)))
     assert found[0] == error, found
 
 
+def test_a_shell_that_cannot_be_is_refused(run):
+    found = run("""
+from keyline_shell import Shell
+shell = Shell()
+tell("none", raises(shell.run))
+tell("kind", raises(lambda: shell.kind("name")))
+top = shell.mode("exec", "> ")
+for name in "", "exec", "a\\nb":
+    tell("mode", raises(lambda: top.mode(name, "> ")))
+tell("enter", raises(lambda: top.mode("low", "> ", "down NOWHERE")))
+""")
+    for name in "none", "kind", "mode", "enter":
+        assert {error for error, text in found.all(name)} == {"ValueError"}, name
+    assert len(found.all("mode")) == 3
+
+
 def test_trees_and_patterns_are_one_language(run):
     found = lines(run, """
 shell.add({"show": Word("All", None, {"version": Word("One", lambda: print("one"), {
