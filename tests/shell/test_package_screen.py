@@ -76,7 +76,8 @@ def test_no_colours_in_a_pipe(run):
 @pytest.mark.parametrize("text, columns, place", [
     ("", 80, (0, 0)), ("abc", 80, (0, 3)), ("abc", 3, (1, 0)), ("abcd", 3, (1, 1)),
     ("a\tb", 80, (0, 9)), ("\t", 5, (1, 0)), ("ab\u6f22", 3, (1, 2)), ("\u6f22", 80, (0, 2)),
-    ("e\u0301", 80, (0, 1)), ("\x07", 80, (0, 2)), ("a\nbc", 80, (1, 2)), ("\u1112\u1161", 80, (0, 2)),
+    ("e\u0301", 80, (0, 1)), ("\x07", 80, (0, 2)), ("a\nbc", 80, (1, 2)),
+    ("\u1112\u1161", 80, (0, 2)),
 ])
 def test_where_text_ends(run, text, columns, place):
     assert run("from keyline_shell import screen\ntell('place', screen.place(%r, %d))" % (

@@ -82,6 +82,7 @@ def test_a_function_of_any_number_gets_what_is_there(run):
     ("set one it after -6", 17, 'Unknown word "-6": expected <-5-5>'),
     ("no", 2, "Incomplete command: expected speed"),
     ("s slow", 0, 'Ambiguous word "s": speed or set'),
+    ("ping host count <1-100>", 16, 'Unknown word "<1-100>": expected <1-100>'),
     ("any 3", 4, ""),
 ])
 def test_mistakes(run, line, column, message):

@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from at_shell import SHELL, WELCOME, ShellUser, changed_shell, shell
+from at_shell import WELCOME, ShellUser, changed_shell, shell
 
 EXEC = "configure, exit, logging, no, show, terminal"
 SHOW = [
