@@ -157,6 +157,38 @@ low.command("x b")(lambda: print("b"))
     assert b'Unknown word "b": expected a\n' in result.stderr
 
 
+def test_no_line_is_an_unforeseen_error(run):
+    """Lines of pieces that mean something, cut and joined anywhere, at Enter, TAB and "?"."""
+    found = run("""
+import random
+from keyline_shell import *
+from keyline_shell.help import describe, explain
+shell = Shell()
+top = shell.mode("exec", "> ")
+%s
+random.seed(7)
+pieces = ["ping", "speed", "set", "all", "names", "no", "clock", "in utc", "any", "aa", "10", "count",
+          "<1-100>", "NAME", "LINE", "-3", "<", ">", "-", "|", "[", "]", " ", "  ", "\\t", "\\n", "?",
+          "\\x1b", "\u00fc", "\u6f22", "<cr>", "(", "quiet", "q", "1" * 30, "e", "exit"]
+kinds = {}
+for number in range(3000):
+    line = "".join(random.choice(pieces) + random.choice(["", " "])
+                   for at in range(random.randrange(7)))
+    for what in (lambda: shell.language.parse(top.commands(), line),
+                 lambda: shell.language.complete(top.commands(), line),
+                 lambda: describe(shell.language, top.commands(), line, 40)):
+        try:
+            what()
+            kinds["fits"] = kinds.get("fits", 0) + 1
+        except Mistake as mistake:
+            assert 0 <= mistake.start <= len(line) + 1
+            explain("> ", line, mistake, random.choice([1, 2, 10, 80]))
+            kinds["mistake"] = kinds.get("mistake", 0) + 1
+tell("kinds", kinds)
+""" % COMMANDS).one("kinds")
+    assert found["fits"] > 500 and found["mistake"] > 500
+
+
 HELP = """
 there = {"eth0": "to the lab", "eth1": "", "lo": "inside", "bad name": "", "b\\x07d": ""}
 shell.kind("INTERFACE", values=lambda: there)
