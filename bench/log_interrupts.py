@@ -17,8 +17,8 @@ import threading
 import time
 
 SHELL = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "shell")
-PLAIN = "import log; log.Log.on_news = log.Log.print_news; "
-RUN = ("import runpy, signal, sys; sys.path.insert(0, %r); %s"
+PLAIN = "from keyline_shell import log; log.Log.on_news = log.Log.print_news; "
+RUN = ("import runpy, sys; %s"
        "sys.argv[1:] = ['--watch', %r]; runpy.run_path(%r, run_name='__main__')")
 
 
@@ -29,7 +29,7 @@ def presses_until_the_end(module_dir, python, changes, rate, most):
         if child == 0:
             os.environ.update(PYTHONPATH=module_dir, TERM="xterm", EDITRC="/dev/null")
             os.dup2(os.open("/dev/null", os.O_WRONLY), 2)
-            os.execv(python, [python, "-c", RUN % (SHELL, changes, log.name, SHELL)])
+            os.execv(python, [python, "-c", RUN % (changes, log.name, SHELL)])
         over = threading.Event()
 
         def write():

@@ -1,4 +1,17 @@
-"""Ready-made parts for an interactive command shell on Keyline.
+"""Ready-made parts for an interactive command shell on Keyline; see keyline_shell(7).
 
-They are plain Python beside the module and use its methods alone.
+    shell.py, session.py     what a shell is made of, and one user's session with it
+    words.py, help.py        the command language: trees of words, help, completion, mistakes
+    screen.py                what is printed, also while a line is typed
+    ask.py, keys.py          questions, and keys outside of the editor
+    reader.py, log.py        who waits for keys, and how long; text above the line
+    history.py, users.py     the history between sessions; one user after another
+    standard.py              commands that most shells have
 """
+from .ask import ask, choose, confirm, password
+from .screen import colour, columns, page, progress, table, visible
+from .shell import Mode, Shell
+from .words import Kind, Mistake, Refused, Tree, Word
+
+__all__ = ["Kind", "Mistake", "Mode", "Refused", "Shell", "Tree", "Word", "ask", "choose",
+           "colour", "columns", "confirm", "page", "password", "progress", "table", "visible"]

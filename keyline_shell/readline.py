@@ -24,6 +24,8 @@ from typing import Callable, List, Optional, Sequence, Set, Tuple, Union
 
 import Keyline
 
+from . import screen
+
 Completer = Callable[[str, int], Optional[str]]
 Hook = Callable[[], object]
 MatchesHook = Callable[[str, Sequence[str], int], object]
@@ -40,7 +42,7 @@ _reader: Optional[int] = None  # the thread that reads
 _said: Set[str] = set()
 
 _history: List[str] = []
-_known = -1  # so many of its lines are known to the editor, or -1: it knows others
+_known = 0  # so many of its lines are known to the editor, or -1: it knows others
 _length = -1  # of history files
 _auto_history = True
 
@@ -58,6 +60,7 @@ _begin = _end = 0
 _inserted = ""
 _tabbed: Optional[Tuple[str, int]] = None  # the line that TAB made, and how often in a row
 _prompt = ""
+_looked = False  # whether it is known what the terminal can do
 
 
 def _say(what: str) -> None:
@@ -65,45 +68,6 @@ def _say(what: str) -> None:
     if what not in _said:
         _said.add(what)
         sys.stderr.write("keyline_shell.readline: %s\n" % what)
-
-
-# --- The terminal ------------------------------------------------------------------------
-
-
-def _can_save() -> bool:
-    """Whether the terminal goes back to a place that it was made to save."""
-    return os.environ.get("TERM", "dumb") != "dumb"
-
-
-def _leave_rows(text: str) -> None:
-    """Prints text, of whole rows or none, in the place of prompt and line."""
-    sys.stdout.write(("\x1b8\x1b[J" if _can_save() else "\n") + text)
-    sys.stdout.flush()
-
-
-def _visible(text: str) -> str:
-    return "".join(letter if letter.isprintable() else ascii(letter)[1:-1] for letter in text)
-
-
-def _columns(words: Sequence[str]) -> str:
-    """Words in columns, one below the other, as rows."""
-    words = [_visible(word) for word in words]
-    width = max(map(len, words)) + 2
-    with suppress(OSError):
-        across = max(1, os.get_terminal_size(1).columns // width)
-        down = -(-len(words) // across)
-        return "".join("".join(word.ljust(width) for word in words[row::down]).rstrip() + "\n"
-                       for row in range(down))
-    return "".join(word + "\n" for word in words)
-
-
-_SEQUENCE = re.compile("\x01[^\x02]*\x02|(\x1b\\[[0-?]*[ -/]*[@-~])")
-
-
-def _marked(prompt: str) -> str:
-    """Control sequences take no column, also where nothing says so."""
-    return _SEQUENCE.sub(
-        lambda match: "\x01%s\x02" % match[1] if match[1] else match[0], prompt)
 
 
 # --- input() -----------------------------------------------------------------------------
@@ -137,6 +101,7 @@ def input(prompt: object = "", /) -> str:
             line = _read(text)
         finally:
             _reader = None
+            screen.leave(1)
     if _auto_history and line and (not _history or _history[-1] != line):
         add_history(line)
     sys.audit("builtins.input/result", line)
@@ -144,11 +109,15 @@ def input(prompt: object = "", /) -> str:
 
 
 def _read(prompt: str) -> str:
-    global _prompt, _tabbed
-    above, newline, last = prompt.rpartition("\n")
-    sys.stdout.write(re.sub("[\x01\x02]", "", above) + newline)
-    _prompt = _marked(last)
+    global _looked, _prompt, _tabbed
     Keyline.keyBindingsEnabledIs(True)  # the editor has to be set up before its history is
+    if not _looked:
+        screen.look()
+        Keyline.historyLimitIs(-1)  # as good as none
+        _looked = True
+    above, newline, last = prompt.rpartition("\n")
+    sys.stdout.write(screen.printed(above) + newline)
+    _prompt = screen.prompt(last)
     recalled = _run_hooks()
     while True:
         _tell_history(recalled)
@@ -176,7 +145,7 @@ def _read(prompt: str) -> str:
 
 def _give_up(mark: str) -> None:
     """Leaves a line that was dropped, wherever in it the cursor is."""
-    sys.stdout.write(("\x1b[J" if _can_save() else "") + mark)
+    sys.stdout.write(("" if screen.plain else screen.ERASE) + mark)
     sys.stdout.flush()
 
 
@@ -200,10 +169,10 @@ def _on_key(key: bytes, line: str) -> Optional[str]:
     """Answers TAB and "?", which the editor hands over both or neither."""
     global _tabbed
     if key == b"?":
-        _leave_rows("")
+        screen.replace("")
         return "?"
     if not line.isascii():  # it is only the beginning of the line
-        _leave_rows("")
+        screen.replace("")
         _say("there is no completion behind letters outside ASCII")
         return None
     times = _tabbed[1] + 1 if _tabbed and _tabbed[0] == line else 1
@@ -212,16 +181,16 @@ def _on_key(key: bytes, line: str) -> Optional[str]:
     answer = (_difference(word, common) if common else "") + _inserted
     _tabbed = line[:_begin] + (common or word) + _inserted, times
     if answer and times == 1 or len(matches) == 1:
-        _leave_rows("")
+        screen.replace("")
     elif not matches or times == 1 and not _list_at_once:
-        _leave_rows("\a")
+        screen.replace("\a")
     else:
-        shown = re.sub("[\x01\x02]", "", _prompt) + _visible(line) + "\n"
+        shown = screen.printed(_prompt) + screen.visible(line) + "\n"
         if len(matches) > MANY and times == 2 - _list_at_once:
             shown += "%d possibilities; TAB shows them\n" % len(matches)
         else:
             shown += _listed(word, matches)
-        _leave_rows(shown)
+        screen.replace(shown)
     return answer
 
 
@@ -255,7 +224,7 @@ def _matches(line: str) -> List[str]:
 def _listed(word: str, matches: List[str]) -> str:
     """The matches as rows, as the program wants them shown."""
     if not _matches_hook:
-        return _columns(matches)
+        return "".join(row + "\n" for row in screen.columns(matches))
     # It writes below the line, and often prompt and line again, which the editor does anyway.
     written = io.StringIO()
     with suppress(Exception), redirect_stdout(written):  # as the standard module does
@@ -271,7 +240,6 @@ def _tell_history(recalled: str) -> None:
     global _known
     if _known < 0:
         Keyline.clearHistory()
-        Keyline.historyLimitIs(-1)  # as good as none
         _known = 0
     for line in _history[_known:] + [recalled]:
         # What the editor cannot have, a file may hold.

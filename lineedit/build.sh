@@ -135,7 +135,7 @@ join_objects() # OBJECT
         for flag in "${ldflags[@]}"; do
             case $flag in -fuse-ld=* | -B*) how+=("$flag") ;; esac
         done
-        [ ${#how[@]} -ne 0 ] || how=(-Wl,--force-group-allocation)
+        [ ${#how[@]} -ne 0 ] || how=("-Wl,--force-group-allocation")
         case $("${compiler[@]}" --version) in
         *'Free Software'*) how+=(-flinker-output=nolto-rel) ;;
         esac

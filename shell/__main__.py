@@ -1,87 +1,100 @@
-"""The example shell: a small network device to play with, and to copy from.
-
-    __main__.py, users.py    how it is started, and by whom it is used
-    session.py               the loop: read a line, run it, say what is wrong with it
-    commands.py, words.py    the commands as data; abbreviations, help and completion
-    log.py, screen.py        log lines at the prompt; printing while a line is typed
-"""
-import argparse
-import os
-import signal
+"""The example shell: a small network device to play with, and to copy from."""
 import sys
 import tempfile
 import threading
+import time
+from ipaddress import IPv4Interface
+from typing import Dict
 
-import screen
-import users
-from log import Log
-from session import Device, Session
+from keyline_shell import (Refused, Shell, Word, ask, choose, colour, confirm, page, password,
+                           progress, table, visible)
 
-
-def leave_when_ended() -> None:
-    """Leaves the terminal before these signals end the process, as they do by themselves.
-
-    The main thread would see to them only when it has read a line.
-    """
-    numbers = {signal.SIGTERM, signal.SIGQUIT}
-    signal.pthread_sigmask(signal.SIG_BLOCK, numbers)
-
-    def wait() -> None:
-        number = signal.sigwait(numbers)
-        screen.leave(1)
-        signal.pthread_sigmask(signal.SIG_UNBLOCK, numbers)
-        os.kill(os.getpid(), number)
-
-    threading.Thread(target=wait, daemon=True).start()
+names = {"hostname": "demo"}
+interfaces: Dict[str, Dict[str, str]] = {}  # the settings of each
+log = tempfile.NamedTemporaryFile(prefix="demo-", suffix=".log")
+shell = Shell(banner="? helps, TAB completes, exit leaves", log=log.name, idle=3600, warning=60)
+shell.standard()
+shell.kind("A.B.C.D/N", lambda text: str(IPv4Interface(text if "/" in text else "")))
+shell.kind("INTERFACE", values=lambda: [name.replace(" ", "") for name in interfaces])
+shell.add({"show": Word(next={"version": Word("What this is", lambda: print(
+    "Example shell of Keyline, Python " + sys.version.split()[0]))})})
+top = shell.mode("exec", lambda: colour(names["hostname"] + "> ", "bold"))
+config = top.mode("config", lambda: colour(names["hostname"] + "(config)# ", "bold"),
+                  "configure", "Change the configuration")
+port = config.mode("interface", lambda: colour(names["hostname"] + "(config-if)# ", "bold"))
 
 
-def show(log: Log) -> None:
-    """A log that is gone, or not there yet, is no reason to stay away."""
-    try:
-        log.show()
-    except OSError as error:
-        print("% " + screen.visible(str(error)))
+@config.command("hostname NAME", "Name the device", no=True)
+def hostname(name: str = "demo") -> None:
+    names["hostname"] = name
 
 
-def main() -> int:
-    parser = argparse.ArgumentParser(prog="demo", description="a small network device")
-    parser.add_argument("file", nargs="?", help="commands to run; default: standard input")
-    parser.add_argument("--watch", metavar="FILE", help="log file to show at the prompt")
-    sockets = parser.add_mutually_exclusive_group()
-    sockets.add_argument("--serve", metavar="SOCKET", help="let users come, one at a time")
-    sockets.add_argument("--connect", metavar="SOCKET", help="be a user of such a shell")
-    options = parser.parse_args()
+@port.command("interface (ethernet <1-8>|loopback <0-7>)")  # from one to another
+@config.command("interface (ethernet <1-8>|loopback <0-7>)")
+def interface(*number: int) -> None:
+    """Configure an interface
+    ethernet: Ethernet port
+    loopback: Loopback interface
+    <1-8>: Its number
+    <0-7>: Its number"""
+    port.enter(interfaces.setdefault(" ".join(shell.words[1:]), {}))
 
-    if options.connect:
-        return users.connect(options.connect)
-    if options.file:
-        sys.stdin = open(options.file)
-    # A lost terminal shows as the end of input, so that the shell ends in good order.
-    signal.signal(signal.SIGHUP, lambda *_: None)
-    if not options.serve:  # a served user's terminal is the companion's
-        leave_when_ended()
 
-    with tempfile.TemporaryDirectory(prefix="demo-") as folder:
-        path = options.watch or os.path.join(folder, "messages.log")
-        open(path, "r" if options.watch else "w").close()
-        log, device = Log(path), Device()
+@port.command("description LINE", "Describe the interface\nno description: Describe it no more\n"
+              "LINE: Any text; Ctrl-V ? types a question mark", no=True)
+@port.command("ip address A.B.C.D/N", "Address of the interface\nip: Internet protocol\n"
+              "A.B.C.D/N: Address and length of the prefix\nno address: Take it away", no=True)
+@port.command("shutdown", "Switch the interface off\nno shutdown: Switch the interface on", True)
+def setting(*value: str, no: bool = False) -> None:
+    settings, words = port.values[0], shell.words[no:]
+    name = " ".join(words[:len(words) - len(value)])
+    settings[name] = "".join(value)
+    if no:
+        del settings[name]
 
-        def session() -> int:
-            try:
-                if options.watch:
-                    show(log)
-                return Session(device, log).run()
-            finally:
-                log.hide()
-                log.stop_test()
 
-        return users.serve(options.serve, session) if options.serve else session()
+@shell.command("show running-config", "The configuration, as commands")
+def show_configuration() -> None:
+    rows = ["hostname " + names["hostname"]]
+    for name, settings in interfaces.items():
+        rows += ["interface " + name] + ["  " + visible((key + " " + value).rstrip())
+                                         for key, value in settings.items()] + ["  exit"]
+    page(rows)
+
+
+@config.command("list [INTERFACE]", "The interfaces that there are, or one of them")
+def show_interfaces(wanted: str = "") -> None:
+    page(table([(name, settings.get("ip address", "none")) for name, settings in
+                interfaces.items() if wanted in ("", name.replace(" ", ""))],
+               ("Interface", "Address")))
+
+
+@config.command("probe [count <1-1000>]", "Test the cables; Ctrl-C ends it")
+def probe(count: int = 50) -> None:
+    for _ in progress(range(count), "testing"):
+        time.sleep(0.05)
+
+
+@config.command("setup", "Answer some questions")
+def setup() -> None:
+    speed = choose("Speed", {"slow": "9600 bit/s", "fast": "115200 bit/s"}, default="fast")
+    if len(password(twice="Again: ")) < 4:
+        raise Refused("A password has at least four letters")
+    if confirm("Keep this, at %s speed" % speed):
+        names["hostname"] = ask("Name of the device", names["hostname"])
+
+
+@shell.command("logging test [<1-1000000> [rate <1-1000>]]", "Write lines to the log\n<1-1000000>: "
+               "How many; default 3\nrate: Not all at once\n<1-1000>: Lines a second")
+def test_log(count: int = 3, rate: int = 0) -> None:
+    def write() -> None:
+        with open(shell.log_file, "a", buffering=1 if rate else -1) as file:
+            for at in range(1, count + 1):
+                time.sleep(1 / rate if rate else 0)
+                file.write(time.strftime("%b %d %H:%M:%S %%TEST-6: line ") + f"{at} of {count}\n")
+
+    threading.Thread(target=write, daemon=True).start() if rate else write()
 
 
 if __name__ == "__main__":
-    try:
-        sys.exit(main())
-    except OSError as error:
-        sys.exit("demo: " + screen.visible(str(error)))
-    except KeyboardInterrupt:  # a user who is tired of waiting for another one
-        sys.exit(130)
+    sys.exit(shell.main("./demo", "a small network device"))

@@ -130,6 +130,8 @@ window_cut(EditLine *el)
  *	How many rows above the cursor what was drawn at the old size begins now. Where
  *	that depends on what the terminal does, one that may do either is asked, until it
  *	is known. The lesser number leaves a part of the old, but clears no row of others.
+ *	Where rows have left the window at its top they are laid out anew, too, and the column
+ *	tells nothing.
  */
 libedit_private int
 window_rows_above(EditLine *el)
@@ -143,7 +145,7 @@ window_rows_above(EditLine *el)
 	if (window_flow(el) == FLOW_TO_TOP)
 		return 0;
 	if (r->flow == FLOW_UNSURE && flown.v != cut.v && flown.h != cut.h &&
-	    flown.h > 0 && flown.h < width) {
+	    flown.h > 0 && flown.h < width && r->scrolled == 0) {
 		column = window_ask(el);
 		if (column == flown.h)
 			r->flow = FLOW_REFLOWS;

@@ -75,7 +75,9 @@ DisplayCheck::resize(TerminalModel *changing, int rows, int columns,
         cursor_down =
             terminal->scrolled() + static_cast<size_t>(terminal->cursor_row()) - start;
         reflowed = std::make_unique<TerminalModel>(*terminal);
+        changes = 0;
     }
+    changes++;
     changing->resize(rows, columns, how);
     reflowed->resize(rows, columns, TerminalModel::Reflows);
 }
@@ -92,8 +94,18 @@ DisplayCheck::told()
     // there the line is drawn anew from the cursor's row on.
     is_certain = type.name.rfind("rxvt", 0) != 0 && (is_known || down == cursor_down) &&
                  start >= terminal->scrolled() && highest_top == 0;
+    misleads = !is_known && changes > 1 &&
+               start + down !=
+                   terminal->scrolled() + static_cast<size_t>(terminal->cursor_row()) &&
+               reflowed->cursor_column() == terminal->cursor_column();
     reflowed.reset();
     remember_above();
+}
+
+bool
+DisplayCheck::is_misleading() const
+{
+    return misleads;
 }
 
 // Where no program can know whether the terminal has reflowed, what it has left of the line

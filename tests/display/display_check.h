@@ -27,6 +27,9 @@ class DisplayCheck
     void resize(TerminalModel *changing, int rows, int columns, TerminalModel::Resize how);
     void told();
     std::string compare_resized(const Layout &layout);
+    // Whether the cursor, taken along by sizes between the last two, stands by chance in
+    // the column that it has where the rows are laid out anew: the program believes that.
+    bool is_misleading() const;
 
     // What is wrong on the screen while that is edited, or nothing. The editor may have
     // shown more meanwhile, with one key that does several things.
@@ -48,6 +51,8 @@ class DisplayCheck
     const TerminalModel *terminal;
     std::unique_ptr<TerminalModel> reflowed; // what it would be if it reflowed
     size_t cursor_down = 0;                  // of the start, before its size changed
+    int changes = 0;                         // of the size, since it was told
+    bool misleads = false;
     bool is_certain = false; // that the start is in the same row, whatever it is
     TerminalType type;
     size_t start = 0;          // row of the prompt's first, counted from the first ever

@@ -136,6 +136,10 @@ change_size(const DisplayEvent &event)
     if (!event.is_told)
         return;
     check->told();
+    if (check->is_misleading()) {
+        is_over = true;
+        return;
+    }
     raise(SIGWINCH);
     fd_set none;
     FD_ZERO(&none);
@@ -206,6 +210,8 @@ static int
 next_key(FILE *)
 {
     for (;;) {
+        if (is_over)
+            return -1;
         fflush(rl_outstream);
         if (is_left)
             compare_resized();

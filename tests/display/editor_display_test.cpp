@@ -152,6 +152,20 @@ TEST_F(EditorDisplay, ResizeOfATerminalThatDoesNotAnswer)
     expect_right(session);
 }
 
+// What has left the window at its top belongs to the line, too: the cursor's column says
+// nothing of what the terminal does.
+TEST_F(EditorDisplay, ResizeOfALineThatIsTallerThanTheWindow)
+{
+    DisplaySession session = session_of(std::string(38, 'a'), 5);
+    session.rows = 6;
+    DisplayEvent event;
+    event.kind = DisplayEvent::Resize;
+    event.rows = 24;
+    event.columns = 40;
+    session.events.push_back(event);
+    expect_right(session);
+}
+
 // ---- at random ----
 
 TEST_F(EditorDisplay, ScreenIsTheLayout)

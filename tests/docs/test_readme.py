@@ -117,6 +117,18 @@ def test_what_the_readme_names_is_there():
     assert [name for name in named if not os.path.exists(os.path.join(ROOT, name))] == []
 
 
+def test_what_the_page_of_the_tests_names_is_there():
+    text, tests = read("tests/README.md"), os.path.join(ROOT, "tests")
+    folders = {entry.name for entry in os.scandir(tests) if entry.is_dir()} - {"__pycache__"}
+    assert set(re.findall(r"`(\w+)/`", text.partition("## ")[0])) == folders
+    for name in re.findall(r"`((?:\w+/)+\w+\.\w+)`", text):
+        assert os.path.exists(os.path.join(tests, name)) or os.path.exists(os.path.join(ROOT, name))
+    for name in re.findall(r"\btests/\S+\.\w+", text):
+        assert os.path.exists(os.path.join(ROOT, name)), name
+    for name in re.findall(r"gtest_filter='\w+\.(\w+)'", text) + re.findall(r"-k (\w+)", text):
+        assert re.search(r"%s[()]" % name, all_tests()), name
+
+
 def test_what_holds_the_security_is_there():
     """Each sentence of the page names what holds it, and that is there."""
     rows = re.findall(r"^\| ([A-Z].*) \| ([^|]+) \|$", read("docs/security.md"), re.M)

@@ -35,13 +35,13 @@ ctrl(char letter)
 }
 
 // Keys, and then what happens before the next ones come.
-struct Step {
+struct KeysThen {
     std::string keys;
     void (*then)() = nullptr;
 };
 
 struct Session {
-    std::vector<Step> steps;
+    std::vector<KeysThen> steps;
     std::vector<std::string> history = {}; // oldest first
     const char *prompt = "> ";
     unsigned short rows = 24;
@@ -70,10 +70,10 @@ static int terminal_fd;
 // Hands the editor the script's keys as the module's reader does: single bytes, widened
 // with their sign.
 inline int
-next_key(FILE *)
+scripted_key(FILE *)
 {
     while (step_index < session->steps.size()) {
-        const Step &step = session->steps[step_index];
+        const KeysThen &step = session->steps[step_index];
         if (key_index < step.keys.size())
             return static_cast<signed char>(step.keys[key_index++]);
         if (step.then != nullptr)
@@ -107,7 +107,7 @@ run_child(int result_fd)
         session->before();
     rl_instream = fdopen(terminal_fd, "r");
     rl_outstream = fdopen(dup(terminal_fd), "w");
-    rl_getc_function = next_key;
+    rl_getc_function = scripted_key;
     rl_initialize();
     for (const std::string &line : session->history)
         add_history(line.c_str());
@@ -184,7 +184,7 @@ run(const Session &with)
 
 // The line that the steps make.
 inline std::string
-line_of(const std::vector<Step> &steps)
+line_of(const std::vector<KeysThen> &steps)
 {
     Session with;
     with.steps = steps;
@@ -194,7 +194,7 @@ line_of(const std::vector<Step> &steps)
 inline std::string
 line_of(const std::string &keys)
 {
-    return line_of({Step{keys}});
+    return line_of({KeysThen{keys}});
 }
 
 inline std::string

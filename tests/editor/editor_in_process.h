@@ -217,7 +217,7 @@ extern "C" {
 // The reader: waits and reads through the editor's two calls, and keeps a byte's sign. At
 // the script's end there is no more input.
 inline int
-next_key(FILE *stream)
+awaited_key(FILE *stream)
 {
     if (scripted) {
         fflush(rl_outstream); // or it would be written only when the reader waits
@@ -280,7 +280,7 @@ class EditorTest : public ::testing::Test
         setenv("EDITRC", "/dev/null", 1);
         unsetenv("LINES");
         unsetenv("COLUMNS");
-        rl_getc_function = next_key;
+        rl_getc_function = awaited_key;
         rl_attempted_completion_function = nullptr;
         rl_terminal_name = nullptr;
         rl_readline_name = "test";

@@ -1,6 +1,6 @@
-// What the tests of signals share beside editor_in_process.h: dispositions, reads that SIGINT and
-// SIGTSTP leave by a jump, and a step before and after each system call of the editor, at
-// which a test can do something.
+// What the tests of signals share beside editor_in_process.h: dispositions, reads that
+// SIGINT and SIGTSTP leave by a jump, and a step before and after each system call of the
+// editor, at which a test can do something.
 #pragma once
 
 #include "editor_in_process.h"

@@ -69,7 +69,7 @@ resize_somehow()
 
 TEST(EditorSize, StormOfSizes)
 {
-    std::vector<Step> steps;
+    std::vector<KeysThen> steps;
     for (int i = 0; i < 100; i++)
         steps.push_back({i % 5 == 0 ? LEFT + text100 + "\x7f" : "b", resize_somehow});
     steps.push_back({ctrl('U') + "c\n"});

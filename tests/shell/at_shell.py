@@ -18,11 +18,14 @@ os.execv(sys.executable, [sys.executable, %r] + %r)
 """
 
 RUN_CHANGED = """
-import runpy, sys
-sys.path.insert(0, %r)
-%s
+import sys
+sys.argv[:] = [%r]
 sys.argv[1:] = []
-runpy.run_path(%r, run_name="__main__")
+space = {"__name__": "demo"}
+with open(sys.argv[0] + "/__main__.py") as file:
+    exec(compile(file.read(), file.name, "exec"), space)
+exec(%r, space)
+sys.exit(space["shell"].main("./demo"))
 """
 
 
@@ -32,8 +35,8 @@ def shell(*arguments):
 
 
 def changed_shell(statements):
-    """The script that is the shell after statements, which may use its modules."""
-    return RUN_CHANGED % (SHELL, statements, SHELL)
+    """The script that is the shell after statements, which may use its names."""
+    return RUN_CHANGED % (SHELL, statements)
 
 
 class ShellUser:

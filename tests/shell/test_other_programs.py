@@ -70,9 +70,12 @@ code.interact("hello", local=globals(), exitmsg="bye")
     expect_rows(child, ">>> print(apricot, ap", "apple    apricot", ">>> print(apricot, ap")
     child.send("<c-u>if apple:<enter><tab>'is it?'<enter><enter>")  # TAB at the start indents
     expect_rows(child, ">>> if apple:", "...     'is it?'", "...", "'is it?'", ">>>")
+    child.send("<esc>[200~for x in 1, 2:<enter><tab>print(x + 1)<enter><enter><esc>[201~")
+    expect_rows(child, ">>> for x in 1, 2:", "...     print(x + 1)", "...", "2", "3", ">>>")
     child.send("<c-d>")
     child.expect_end()
     assert b"\r\nbye\r\n" in child.display.raw
+    assert child.display.raw.rindex(b"\x1b[?2004l") > child.display.raw.rindex(b"\x1b[?2004h")
 
 
 # Of interpreters that have it; the others run what it does.
@@ -175,6 +178,80 @@ Program().cmdloop("welcome")
     child.expect_end()
 
 
+OWN = """
+import keyline_shell.cmd
+
+class Program(keyline_shell.cmd.Cmd):
+    prompt = "\\x1b[1mdo>\\x1b[0m "
+    def do_greet(self, name):
+        \"\"\"Say hello.
+
+        A name may follow.
+        \"\"\"
+        print("hello,", name)
+    def do_great(self, text):
+        Inner().cmdloop()
+    def do_EOF(self, text):
+        print("bye")
+        return True
+    def complete_greet(self, text, line, begin, end):
+        assert (line[begin:end], begin) == (text, 6), (line, begin, end)
+        return [name for name in ("anna", "olga", "otto") if name.startswith(text)]
+
+class Inner(Program):
+    prompt = "in> "
+    history_parent = "Program"
+    def complete_great(self, *_):
+        raise ValueError("broken")
+
+Program().cmdloop("welcome")
+"""
+HELP = '  help   List available commands with "help" or detailed help with "help cmd".'
+
+
+def test_a_cmd_program_with_help_and_completion(run_program):
+    child = run_program(OWN)
+    expect_rows(child, "welcome", "do>")
+    child.send("?")
+    expect_rows(child, "do> ?", "  great", "  greet  Say hello.", HELP, "do>")
+    child.send("gre?")
+    expect_rows(child, "do> gre?", "  great", "  greet  Say hello.", "do> gre")
+    child.send("<tab>")
+    expect_rows(child, "do> gre", "great  greet", "do> gre")
+    child.send("e<tab>?")
+    expect_rows(child, "do> greet ?", "Say hello.", "", "A name may follow.",
+                "anna  olga  otto", "do> greet")
+    child.send("o<tab>t<tab><enter>")
+    expect_rows(child, "do> greet otto", "hello, otto", "do>")
+    child.send("what?")
+    expect_rows(child, "do> what?", "*** Unknown syntax: what", "do> what")
+    child.send("\u00fc?")  # which cuts it within the letter
+    expect_rows(child, "do> what\u00fc", "*** No help behind letters outside ASCII", "do>")
+    child.send("<up>\u00fcr<tab>")
+    expect_rows(child, "*** No help behind letters outside ASCII", "do> what\u00fcr")
+    child.send("<c-c>")
+    expect_rows(child, "do> what\u00fcr^C", "do>")
+    child.send("great<enter>")
+    expect_rows(child, "do> great", "in>")
+    child.send("great <tab>")
+    expect_rows(child, "in> great", "*** broken", "in> great")
+    child.send("<c-u>greet you<enter><up><up><up>")  # also the lines of the program around it
+    expect_rows(child, "hello, you", "in> what")
+    child.send("<c-z>")
+    expect_rows(child, "in> what^Z", "in>")
+    child.send("<c-d>")
+    expect_rows(child, "in> ^Dbye", "do>")
+    child.send("<up>")  # and not those of the program within it
+    expect_rows(child, "in> ^Dbye", "do> great")
+    child.send("<c-u><c-d>")
+    child.expect_end()
+
+
+def test_a_cmd_program_without_a_terminal(run):
+    found = run(OWN, stdin=b"greet you\n\ngreat\ngreet me")
+    assert found.stdout == b"welcome\nhello, you\nhello, you\nhello, me\nbye\nbye\n"
+
+
 def test_many_completions_are_counted_first(run_program):
     child = run_program("""
 import readline
@@ -274,6 +351,28 @@ os.execv("/bin/bash", ["bash", "--norc", "--noprofile", "-i"])
     child.send("fg<enter>whole<enter>")
     expect_rows(child, "'whole'", "shell$")
     child.send("exit<enter>")
+    child.expect_end()
+
+
+def test_a_history_that_is_there_stays_and_a_long_one_is_kept(start):
+    """A shell of its own may be read beside it."""
+    child = start("""
+import Keyline
+from keyline_shell import readline
+Keyline.keyBindingsEnabledIs(True)
+Keyline.addHistory("the shell's", "exec", "")
+for number in range(1100):
+    readline.add_history("line %d" % number)
+readline.input("> ")
+tell("shell", Keyline.history("exec"))
+tell("oldest", Keyline.history("readline")[0])
+""")
+    expect_rows(child, ">")
+    child.send("<up>")
+    expect_rows(child, "> line 1099")
+    child.send("<enter>")
+    child.expect_fact("shell", ["the shell's"])
+    child.expect_fact("oldest", "line 0")
     child.expect_end()
 
 

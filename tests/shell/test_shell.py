@@ -1,9 +1,6 @@
 """The example shell as its user sees it: help, completion, mistakes, history, keys."""
-import importlib.util
 import os
 import signal
-import sys
-import unicodedata
 
 import pytest
 
@@ -101,8 +98,8 @@ def test_tab_lists_when_several_words_fit(user):
 
 def test_tab_adds_what_several_words_have_in_common(start):
     user = ShellUser(start(changed_shell(
-        "import commands\n"
-        "commands.EXEC['copy-file'] = commands.EXEC['copy-log'] = commands.EXEC['exit']")))
+        "top.command('copy-file')(shell.up)\n"
+        "top.command('copy-log')(shell.up)")))
     user.type("COP<tab>", "demo> copy-")
     user.type("<tab>", "demo> copy-", "  copy-file  copy-log", "demo> copy-")
     user.leave()
@@ -279,10 +276,9 @@ def test_terminal_width_of_a_terminal_that_does_not_tell_it(start):
 
 def test_a_mode_and_a_command_cost_three_lines(start):
     user = ShellUser(start(changed_shell("""
-from commands import COMMON, CONFIG, MODES, Mode, Word, enter
-ROUTER = {"area": Word("An area", lambda session, typed: print(typed)), **COMMON}
-MODES["router"] = Mode("%s(config-router)# ", "config", ROUTER)
-CONFIG["router"] = Word("Routing", enter("router"))
+router = config.mode("router", "demo(config-router)# ", "router", "Routing")
+@router.command("area", "An area")
+def area(): print(shell.words)
 """)))
     user.type("conf<enter>", "demo> conf", "demo(config)# ")
     user.type("ro<tab><enter>", "demo(config)# router", "demo(config-router)# ")
@@ -563,27 +559,22 @@ HIDDEN = "\x1b[2J\x07\x9b\u202e\u200b\u2028\ue000"
 SHOWN = "^[[2J^G\\U+009B\\U+202E\\U+200B\\U+2028\\U+E000"
 
 
-def test_what_is_visible():
+def test_what_is_visible(run):
     """Of every character there is: none that a terminal acts on, or shows as none, is left."""
-    spec = importlib.util.spec_from_file_location("screen", SHELL + "/screen.py")
-    screen = importlib.util.module_from_spec(spec)
-    spec.loader.exec_module(screen)
-    for letter in map(chr, range(sys.maxunicode + 1)):
-        shown = screen.visible(letter)
-        bad = unicodedata.category(letter) in ("Cc", "Cf", "Cs", "Co", "Cn", "Zl", "Zp")
-        assert (shown != letter) == (bad and letter not in "\t\n"), ascii(letter)
-        assert shown == letter or shown.isascii() and shown.isprintable()
-    assert screen.visible("a\tb é ä\u0308 漢 \U0001f642\n") == "a\tb é ä\u0308 漢 \U0001f642\n"
-    assert screen.visible(HIDDEN) == SHOWN
+    found = run("""
+import unicodedata
+from keyline_shell import visible
+for letter in map(chr, range(sys.maxunicode + 1)):
+    shown = visible(letter)
+    bad = unicodedata.category(letter) in ("Cc", "Cf", "Cs", "Co", "Cn", "Zl", "Zp")
+    assert (shown != letter) == (bad and letter not in "\\t\\n"), ascii(letter)
+    assert shown == letter or shown.isascii() and shown.isprintable()
+tell("shown", [visible(text) for text in %r])
+""" % (["a\tb é ä\u0308 漢 \U0001f642\n", HIDDEN],)).one("shown")
+    assert found == ["a\tb é ä\u0308 漢 \U0001f642\n", SHOWN]
 
 
-FILLED = """
-import session
-def filled(self):
-    self.hostname = "demo"
-    self.interfaces = {"ethernet 1": {"description": %r}}
-session.Device.__init__ = filled
-""" % ("a" + HIDDEN + "z")
+FILLED = """interfaces["ethernet 1"] = {"description": %r}""" % ("a" + HIDDEN + "z")
 
 
 def test_what_users_wrote_is_shown_made_visible(run, tmp_path):
@@ -602,8 +593,9 @@ def test_what_is_recalled_is_shown_made_visible(start, tmp_path):
     """At a terminal, where lines can come from a file, not from keys."""
     child = start(changed_shell("""
 import Keyline
-Keyline.keyBindingsEnabledIs(True)
-Keyline.addHistory(%r, "exec", "")
+from keyline_shell import session
+def recall(self): Keyline.addHistory(%r, "exec", "")
+shell.history, session.Session.recall = "there", recall
 """ % ("zz" + HIDDEN)))
     user = ShellUser(child)
     before = len(child.display.raw)

@@ -154,7 +154,8 @@ def test_interrupts_wait_for_the_callable(start, log, tmp_path, number, mark):
         listener.bind(place)
         listener.listen()
         child = start(changed_shell("""
-import screen, socket
+import socket, sys
+from keyline_shell import screen
 at_work, replace = socket.socket(socket.AF_UNIX), screen.replace
 at_work.connect(%r)
 def slowly(text):

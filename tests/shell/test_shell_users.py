@@ -266,9 +266,8 @@ def test_quit_is_a_key_of_the_user(serving, keys):
 def test_an_error_of_a_session_is_its_users_alone(start, tmp_path):
     path = str(tmp_path / "shell")
     server = start(changed_shell("""
-import commands, sys
-def fails(session, words): raise RuntimeError("on purpose\\x1b[2J")
-commands.EXEC["fail"] = commands.Word("Fail", fails)
+@top.command("fail", "Fail")
+def fails(): raise RuntimeError("on purpose\\x1b[2J")
 """).replace("sys.argv[1:] = []", "sys.argv[1:] = ['--serve', %r]" % path), columns=200)
     server.wait_screen("the server", lambda rows: rows[0].startswith("waiting for users"))
     user = ShellUser(start(shell("--connect", path)))

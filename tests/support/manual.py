@@ -7,11 +7,13 @@ import re
 import subprocess
 import termios
 
+import pytest
+
 from script import ROOT
 
 COOKED = termios.ICANON | termios.ECHO  # what the editor's raw mode takes away
 FOLDER = os.path.join(ROOT, "docs", "manual")
-PAGES = ("Keyline.3", "keyline.7", "vantor.3")
+PAGES = ("Keyline.3", "keyline.7", "keyline_recipes.7", "vantor.3")
 ESCAPES = {r"\e": "\\", r"\&": "", r"\-": "-", r"\ ": " ", r"\(aq": "'", r"\(ga": "`",
            r"\(dq": '"'}
 
@@ -26,10 +28,10 @@ def plain(text):
     return re.sub(r"\\(?:\(..|.)", lambda match: ESCAPES[match.group()], text)
 
 
-def marked(kind, end):
+def marked(kind, end, *pages):
     """Name -> the source from behind the mark's next line up to the end."""
     found = {}
-    for page in PAGES:
+    for page in pages or PAGES:
         for name, body in re.findall(
                 r'(?ms)^\.\\" %s: ([^\n]+)\n\.B[dl][^\n]*\n(.*?)^\.%s$' % (kind, end),
                 source(page)):
@@ -39,6 +41,7 @@ def marked(kind, end):
 
 
 EXAMPLES = {name: plain(body) for name, body in marked("example", "Ed").items()}
+RECIPES = set(marked("example", "Ed", "keyline_recipes.7"))  # have tests of their own
 TABLES = {name: {plain(key): plain(text) for key, text in re.findall(
     r"(?m)^\.It (.*?)(?: Ta (.*))?$", body)}
           for name, body in marked("table", "El").items()}
@@ -50,6 +53,14 @@ def rendered(page):
         ["mandoc", "-T", "utf8", "-O", "width=1000", os.path.join(FOLDER, page)],
         check=True, capture_output=True, text=True).stdout
     return re.sub(".\b", "", shown)
+
+
+def example(run, name):
+    """Marks a test as that of the example, in run. It gets the example's text as `text`."""
+    def mark(test):
+        run[name] = test
+        return pytest.mark.parametrize("text", [EXAMPLES.get(name, "")], ids=[name])(test)
+    return mark
 
 
 def compile_c(text, output, *options):

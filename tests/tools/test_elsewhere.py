@@ -86,8 +86,9 @@ class Tried:
     suite, architecture, user = "trixie", "i386", "root"
 
 
-def result(demo, check):
+def result(demo, check, *options):
     made = tool("elsewhere").Result(Tried, "3.13", "14.2.0")
+    made.options = options
     made.demo, made.check, made.when = demo, check, "2001-02-03"
     return made
 
@@ -96,6 +97,7 @@ def test_the_line_of_a_result():
     assert result(61.7, (4370, 0, 117, 700)).line() == (
         "trixie, i386, as root, Python 3.13, gcc 14.2.0, ./demo starts, 62 s, "
         "./check 4,370 passed, 0 failed, 12 min, left out 117, 2001-02-03")
+    assert "./check --smoke: 88 passed, " in result(61.7, (88, 0, 0, 70), "--smoke").line()
     assert result(61.7, (4370, 0, 117, 700)).passed()
     assert not result(61.7, (4370, 1, 0, 700)).passed()
     assert not result(61.7, None).passed()

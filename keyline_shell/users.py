@@ -20,12 +20,14 @@ import tty
 from contextlib import contextmanager, suppress
 from typing import Callable, Dict, Iterator, Tuple
 
-import Keyline
-import screen
+from . import screen
 
 
-def serve(path: str, session: Callable[[], int]) -> int:
-    """Runs a session for each user who connects to the socket, until interrupted."""
+def serve(path: str, session: Callable[[], int], how: str = "") -> int:
+    """Runs a session, such as Shell.run, for each user who connects to the socket.
+
+    That is so until it is interrupted.  how is told: the command that connects a user.
+    """
     with socket.socket(socket.AF_UNIX) as listener:
         mask = os.umask(0o177)  # from its first moment on
         try:
@@ -44,7 +46,7 @@ def serve(path: str, session: Callable[[], int]) -> int:
             os._exit(0)
         signal.signal(signal.SIGTERM, signal.default_int_handler)
         try:
-            print("waiting for users: ./demo --connect " + path, flush=True)
+            print("waiting for users: " + (how or path), flush=True)
             return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
         except KeyboardInterrupt:
             os.kill(child, signal.SIGTERM)
@@ -81,13 +83,7 @@ def serve_user(link: socket.socket, session: Callable[[], int]) -> None:
         finally:
             os.close(master)
         try:
-            Keyline.keyBindingsEnabledIs(True)  # sets up what the reset gives up
-            try:
-                session()
-            finally:
-                # While the streams are still there: it gives up those that it finds.
-                Keyline.resetInput()
-                sys.stdout.flush()
+            session()
         finally:
             fcntl.ioctl(slave, termios.TIOCNOTTY)
 

@@ -13,7 +13,8 @@ import tarfile
 
 import pytest
 
-ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+from script import ROOT
+
 USUAL = ("CC", "CXX", "CPPFLAGS", "CFLAGS", "CXXFLAGS", "LDFLAGS")
 
 # What the editor's own configure and make do, as far as the script relies on it.

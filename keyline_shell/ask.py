@@ -1,0 +1,97 @@
+"""Questions that a command asks.
+
+Ctrl-C ends the command, and so do Ctrl-D and the end of a pipe, as if there were no answer.
+Without a terminal an answer is the next line of the input, and a wrong one ends the input.
+Answers are in no history.
+"""
+import sys
+from typing import Dict, Iterable, List, Mapping, Optional, Union
+
+import Keyline
+
+from . import keys, screen
+from .help import NO_HELP, Completer, completer
+from .reader import reader
+from .words import Kind, Language, Refused, Word
+
+MODE = "?"  # of the history: there is nothing in it
+
+
+def _read(prompt: str, complete: Optional[Completer] = None) -> str:
+    while True:
+        try:
+            with reader.waiting(editing=True):
+                return Keyline.readline(screen.prompt(prompt), complete, MODE, "")
+        except UnicodeDecodeError:
+            if not screen.terminal():
+                raise Refused("The line is no UTF-8") from None
+            screen.give_up("")
+            print(NO_HELP)
+
+
+def _again(problem: str) -> None:
+    """For a user; where there is none, a wrong answer is the last."""
+    if not screen.terminal():
+        raise Refused(problem)
+    print("%% %s" % problem)
+
+
+def ask(question: str, default: str = "") -> str:
+    """A line, in which TAB and "?" stand for themselves; nothing stands for the default."""
+    helps = Keyline.keyBindingsEnabled()
+    Keyline.keyBindingsEnabledIs(False)
+    try:
+        shown = " [%s]" % screen.visible(default) if default else ""
+        return _read("%s%s: " % (question, shown)).strip() or default
+    finally:
+        Keyline.keyBindingsEnabledIs(helps)
+
+
+def confirm(question: str, default: Optional[bool] = None) -> bool:
+    """Yes or no, also abbreviated."""
+    shown = {None: "y/n", True: "Y/n", False: "y/N"}[default]
+    while True:
+        answer = _read("%s [%s] " % (question, shown)).strip().lower()
+        if not answer and default is not None:
+            return default
+        if answer and ("yes".startswith(answer) or "no".startswith(answer)):
+            return answer[0] == "y"
+        _again("Answer yes or no")
+
+
+def choose(question: str, choices: Union[Iterable[str], Mapping[str, str]],
+           default: str = "") -> str:
+    """One of these, also abbreviated, with TAB and "?"; a mapping has their help."""
+    texts: Dict[str, str] = dict(choices) if isinstance(choices, Mapping) else dict.fromkeys(
+        choices, "")
+    language = Language()
+    language.kinds["CHOICE"] = Kind(values=lambda: texts)
+    tree = {"CHOICE": Word("", lambda choice: choice)}
+    prompt = "%s%s: " % (question, " [%s]" % default if default else "")
+    while True:
+        answer = _read(prompt, completer(language, lambda: tree, prompt)).strip() or default
+        found: List[str] = [answer] if answer in texts else [
+            name for name in texts if answer and name.lower().startswith(answer.lower())]
+        if len(found) == 1:
+            return found[0]
+        _again("Answer one of: " + ", ".join(found or texts))
+
+
+def password(question: str = "Password: ", twice: str = "") -> str:
+    """A line that is not shown; with twice, that question is asked until both agree."""
+    while True:
+        first = _hidden(question)
+        if not twice or _hidden(twice) == first:
+            return first
+        _again("They differ")
+
+
+def _hidden(question: str) -> str:
+    if not screen.terminal():
+        return _read(question)
+    sys.stdout.write(question)
+    sys.stdout.flush()
+    try:
+        return keys.read_hidden(sys.stdin.fileno())
+    finally:
+        print(flush=True)

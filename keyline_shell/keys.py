@@ -1,0 +1,72 @@
+"""Single keys and lines that are not shown, read between two lines of the editor's.
+
+The terminal is the shell's own meanwhile: no key sends a signal, and what is typed ahead
+stays for whoever reads next.
+"""
+import os
+import sys
+import termios
+from contextlib import contextmanager
+from typing import Iterator
+
+from .reader import reader
+
+CTRL_C, CTRL_D, CTRL_U, CTRL_W, CTRL_Z = b"\x03", b"\x04", b"\x15", b"\x17", b"\x1a"
+
+
+@contextmanager
+def raw(fd: int) -> Iterator[None]:
+    """Gives each key as it is, without showing it."""
+    before = termios.tcgetattr(fd)
+    settings = termios.tcgetattr(fd)
+    settings[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR | termios.IXON)
+    settings[3] &= ~(termios.ICANON | termios.ECHO | termios.ISIG | termios.IEXTEN)
+    settings[6][termios.VMIN], settings[6][termios.VTIME] = 1, 0
+    termios.tcsetattr(fd, termios.TCSADRAIN, settings)
+    try:
+        yield
+    finally:
+        termios.tcsetattr(fd, termios.TCSADRAIN, before)
+
+
+def _key(fd: int) -> bytes:
+    """One byte; Ctrl-C and Ctrl-Z raise what they raise at a prompt."""
+    with reader.waiting():
+        try:
+            key = os.read(fd, 1)
+        except OSError:  # no terminal any more
+            key = b""
+    if not key:
+        raise EOFError("no terminal any more")
+    if key in (CTRL_C, CTRL_Z):
+        raise KeyboardInterrupt("Ctrl-%s pressed" % ("C" if key == CTRL_C else "Z"))
+    return key
+
+
+def read(fd: int, wanted: bytes) -> bytes:
+    """Waits for one of the wanted keys; others do nothing."""
+    with raw(fd):
+        while True:
+            key = _key(fd)
+            if key in wanted:
+                return key
+
+
+def read_hidden(fd: int) -> str:
+    """A line that is not shown while it is typed; Ctrl-D in an empty one raises EOFError."""
+    typed = b""
+    with raw(fd):
+        while True:
+            key = _key(fd)
+            if key in b"\r\n":
+                return typed.decode(sys.stdin.encoding or "utf-8", "surrogateescape")
+            if key in b"\x7f\b":
+                typed = typed.decode("utf-8", "surrogateescape")[:-1].encode(
+                    "utf-8", "surrogateescape")
+            elif key in (CTRL_U, CTRL_W):
+                typed = b""
+            elif key == CTRL_D:
+                if not typed:
+                    raise EOFError("no answer")
+            elif key >= b" ":
+                typed += key

@@ -1,0 +1,96 @@
+"""Text above the line being edited: lines of a log file, and what other threads say."""
+import _thread
+import os
+import shutil
+import signal
+import sys
+import tempfile
+import threading
+from contextlib import suppress
+
+import Keyline
+
+from . import screen
+from .reader import reader
+
+KEYS = {signal.SIGINT, signal.SIGTSTP}
+
+
+class Log:
+    def __init__(self) -> None:
+        self.path = ""  # of the file being watched
+        self.folder = ""  # of that file, if it is this object's own
+        self.lock = threading.Lock()
+        # The module only borrows the callable.  A bound method is made anew at each look,
+        # so it needs a name that lives as long as the log may be shown.
+        self.callable = self.on_news
+
+    def show(self, path: str) -> None:
+        """From now on, new lines of the file appear above the line being edited."""
+        with open(path, "rb"):  # raises what the module would only print
+            self.hide()
+            Keyline.loggingSyncEnabledIs(path, self.callable)
+            self.path = path
+
+    def hide(self) -> None:
+        if self.path:
+            Keyline.loggingSyncEnabledIs(self.path)
+        if self.folder:
+            shutil.rmtree(self.folder, ignore_errors=True)
+        self.path = self.folder = ""
+
+    def say(self, text: str) -> None:
+        """Shows text, made visible, in rows of its own; any thread may call it at any time."""
+        text = screen.visible(text.rstrip("\n") + "\n")
+        with self.lock:
+            thread = reader.thread
+            if thread is None or not reader.editing:
+                sys.stdout.write(text)
+                sys.stdout.flush()
+            elif self.path and not self.folder:
+                # The editor watches one file.  So prompt and line stay where they are, and are
+                # drawn again below.
+                sys.stdout.write("\n" + ("" if screen.plain else screen.ERASE) + text)
+                sys.stdout.flush()
+                signal.pthread_kill(thread, signal.SIGCONT)
+            else:
+                self.write(text)
+                signal.pthread_kill(thread, signal.SIGWINCH)  # has it look at the file
+
+    def write(self, text: str) -> None:
+        if not self.folder:
+            folder = tempfile.mkdtemp(prefix="keyline-")
+            path = os.path.join(folder, "news")
+            open(path, "w").close()
+            self.show(path)
+            self.folder = folder
+        with open(self.path, "a", encoding=sys.stdout.encoding,
+                  errors="backslashreplace") as file:
+            file.write(text)
+
+    def on_news(self, descriptor: int, length: int) -> int:
+        """Prints new lines; returns 1 for prompt and line to be drawn again below them.
+
+        Called while the user types.  Ctrl-C and Ctrl-Z that hit it end the process: they are
+        held back, and sent again when it is over.  Only those that come before the first or
+        after the last statement still do.
+        """
+        signal.pthread_sigmask(signal.SIG_BLOCK, KEYS)
+        try:
+            return self.print_news(descriptor, length)
+        finally:
+            held = []
+            while signal.sigpending() & KEYS:
+                held.append(signal.sigwait(KEYS))
+            signal.pthread_sigmask(signal.SIG_UNBLOCK, KEYS)
+            for number in held:  # it gets to run when this thread gives up the lock
+                _thread.start_new_thread(os.kill, (os.getpid(), number))
+
+    def print_news(self, descriptor: int, length: int) -> int:
+        """Raises nothing, since nobody would catch it."""
+        text = os.read(descriptor, length).decode(sys.stdout.encoding, "backslashreplace")
+        if not text.endswith("\n"):  # of a line that is very long, or never ended
+            text += "\n"
+        with suppress(OSError):  # no terminal any more
+            return int(screen.replace(screen.visible(text)))
+        return 0
