@@ -116,6 +116,18 @@ TEST_F(Editor, SetWidthWrapsTheLine)
     EXPECT_EQ(count_shown(std::string(19, 'x')), 0);
 }
 
+// The display knows of no row then, not even of one to go below. No key does that.
+TEST_F(Editor, EnterWhereNothingIsDrawn)
+{
+    auto clear = [] {
+        fflush(rl_outstream);
+        re_clear_display(sig_reader());
+    };
+    EXPECT_EQ(read_line({keys("ab"), then(clear), keys("\r")}), "ab");
+    EXPECT_TRUE(sees("ab\r\n"));
+    EXPECT_EQ(shown, "> ab\r\n");
+}
+
 // ---- starting anew ----
 
 static void
