@@ -77,6 +77,18 @@ class Setup:
         self.under_valgrind = under
         if under:
             self.interpreter = under_valgrind(interpreter, sanitizer_logs)
+        self.looks_early = bool(sanitizer_logs) and not under and self.loses_memory()
+
+    def python_path(self):
+        """Where the children look for modules."""
+        early = [os.path.join(ROOT, "tests", "support", "leaks")] if self.looks_early else []
+        return ":".join([self.module_dir] + early)
+
+    def loses_memory(self):
+        """Whether the sanitizer finds leaks of the interpreter when it does nothing at all."""
+        result = subprocess.run([self.interpreter, "-c", "pass"], check=False,
+                                env=dict(os.environ, **self.sanitizer_environment()))
+        return result.returncode != 0 and bool(self.sanitizer_reports())
 
     def module(self):
         """The path of the shared object."""
