@@ -50,10 +50,11 @@ static const unsigned confine_allowed[] = {SYS_read,
                                            SYS_exit,
                                            SYS_exit_group};
 
-// Calls that look at files.
-static const unsigned confine_looking[] = {
-    SYS_newfstatat, SYS_faccessat, SYS_readlinkat, SYS_getdents64, SYS_dup,
-    SYS_fcntl,      SYS_getuid,    SYS_geteuid,    SYS_getgid,     SYS_getegid};
+// Calls that look at files, also as the user himself, as newer terminal libraries do.
+static const unsigned confine_looking[] = {SYS_newfstatat, SYS_faccessat, SYS_readlinkat,
+                                           SYS_getdents64, SYS_dup,       SYS_fcntl,
+                                           SYS_getuid,     SYS_geteuid,   SYS_getgid,
+                                           SYS_getegid,    SYS_setfsuid,  SYS_setfsgid};
 
 #ifdef SYS_open // a machine that also has the calls of old
 static const unsigned confine_allowed_of_old[] = {SYS_select, SYS_poll, SYS_time,
