@@ -4,7 +4,7 @@ import signal
 import sys
 from contextlib import ExitStack, contextmanager
 from types import FrameType
-from typing import Callable, Dict, Iterator, Optional, TextIO
+from typing import Callable, Dict, Iterator, Optional, TextIO, Union
 
 import Keyline
 
@@ -45,7 +45,6 @@ class Session:
                 else:
                     with self.editor():
                         shell.status = self.commands()
-                sys.stdout.flush()
             finally:
                 shell.log.hide()
         finally:
@@ -90,13 +89,15 @@ class Session:
                 stack.callback(idle.stop)
             yield
             if reader.over == "idle":
-                print("%% No key for %g seconds: good-bye" % self.shell.idle)
+                print("%% No key for %g seconds: good-bye" % self.shell.idle, flush=True)
                 self.shell.status = IDLE
 
     def signals(self, stack: ExitStack) -> None:
         """While a line is read, the module takes the keys; at other times they come here."""
-        handlers: Dict[signal.Signals, Handler] = {
-            signal.SIGINT: self.on_key, signal.SIGTSTP: lambda number, frame: None}
+        handlers: Dict[signal.Signals, Union[Handler, signal.Handlers]] = {
+            # Programs that a command starts get Ctrl-C, and are not stopped by Ctrl-Z either:
+            # nobody would continue them.
+            signal.SIGINT: self.on_key, signal.SIGTSTP: signal.SIG_IGN}
         ends = [number for number in (signal.SIGTERM, signal.SIGQUIT)
                 if signal.getsignal(number) == signal.SIG_DFL]
         handlers.update(dict.fromkeys(ends, self.on_end))
@@ -134,7 +135,8 @@ class Session:
         except OSError:
             if screen.terminal():
                 raise
-            self.shell.leave()  # the terminal is gone
+            drop_output()  # with the terminal
+            self.shell.leave()
 
     def read(self, mode: Mode, prompt: str) -> Optional[str]:
         """A line; None when the user has said otherwise that it is not to be run."""
@@ -241,23 +243,34 @@ class Session:
                     break
                 Keyline.addHistory(line, mode.name, parent(mode))
                 self.execute(mode, line)
+                sys.stdout.flush()
             except UnicodeDecodeError:
                 return wrong("line %d: %% The line is no UTF-8\n" % count)
             except EOFError:
                 return wrong("line %d: %s\n%% There is no answer\n" % (
                     count, screen.visible(line)))
             except KeyboardInterrupt:
-                return 130
+                return 128 + signal.SIGINT
+            except BrokenPipeError:  # nobody reads what is printed
+                drop_output()
+                return 128 + signal.SIGPIPE
             except (Mistake, Refused, OSError) as error:
                 where = "line %d: " % count
                 return wrong(where + screen.visible(line) + "\n"
                              + explain(where, line, error, sys.maxsize))
-            sys.stdout.flush()
         return self.shell.status
 
 
 def parent(mode: Mode) -> str:
     return mode.parent.name if mode.parent else ""
+
+
+def drop_output() -> None:
+    """What is still to be written goes nowhere, and fails no more."""
+    null = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(null, sys.stdout.fileno())
+    os.close(null)
+    sys.stdout.flush()
 
 
 def wrong(text: str) -> int:

@@ -52,29 +52,42 @@ def expect(user, *rows):
 
 @pytest.mark.smoke
 def test_the_program(user):
-    expect(user, "switch> ")
+    rows = ["switch> "]
+    expect(user, *rows)
     user.send("?")
-    rows = ["switch> ", "show    what there is", "exit    good-bye"]
-    expect(user, *rows, "switch> ")
-    user.send("sh<tab>")
-    expect(user, *rows, "switch> show")
-    user.send("x<tab>")
-    expect(user, *rows, "switch> showx")
-    user.send("<bs><enter>")
-    rows += ["switch> show", "you typed 'show'"]
-    expect(user, *rows, "switch> ")
-    user.send("<up>")
-    expect(user, *rows, "switch> show")
-    user.send("<c-c>")
-    rows += ["switch> show"]
-    expect(user, *rows, "switch> ")
-    user.send("more")
-    expect(user, *rows, "switch> more")
+    rows = ["switch> ?", "  configure  Change the settings",
+            "  exit       Leave this mode; in exec mode, the shell",
+            "  show       ", "switch> "]
+    expect(user, *rows)
+    user.send("sh<tab>s<tab><enter>")
+    rows[-1:] = ["switch> show settings", "Name  Value", "mtu    1500", "switch> "]
+    expect(user, *rows)
+    user.send("con<enter>mt 9001<enter>")
+    rows[-1:] = ["switch> con", "switch(config)# mt 9001", "                   ^",
+                 '% Unknown word "9001": expected <68-9000>', "switch(config)# "]
+    expect(user, *rows)
+    user.send("<up><bs><bs><bs><bs>9000<enter>sh s<enter>")
+    rows[-1:] = ["switch(config)# mt 9000", "switch(config)# sh s", "Name  Value",
+                 "mtu    9000", "switch(config)# "]
+    expect(user, *rows)
+    user.send("no mtu<enter>sh s<enter>")
+    rows[-1:] = ["switch(config)# no mtu", "switch(config)# sh s", "Name  Value", "mtu    1500",
+                 "switch(config)# "]
+    expect(user, *rows)
+    user.send("half")
+    expect(user, *rows[:-1], "switch(config)# half")
     user.send("<c-z>")
-    rows += ["switch> more"]
-    expect(user, *rows, "switch> ")
+    rows[-1:] = ["switch(config)# half^Z", "switch> "]
+    expect(user, *rows)
     user.send("<c-d>")
     user.expect_end("clean")
+
+
+def test_the_program_in_a_pipe(run):
+    program, = re.findall("```python\n(.*?)```", read("README.md"), re.S)
+    assert program.rstrip().count("\n") <= 16
+    assert run(program, stdin=b"conf\nmtu 1400\nshow settings\n").stdout == (
+        b"Name  Value\nmtu    1400\n")
 
 
 # --- The picture -------------------------------------------------------------------------

@@ -28,10 +28,10 @@ def test_every_recipe_is_run():
 # --- Remote login --------------------------------------------------------------------------
 
 UNPACKED = os.path.join(manual.ROOT, "build", "unpacked")
-USER = 1000
-
-# Whoever runs the tests is that user to all that the server starts, and nobody's login is noted.
-AS_USER = ["unshare", "--user", "--map-user=%d" % USER, "--map-group=%d" % USER]
+USER, GROUP = os.getuid() or 1000, os.getgid() or 1000
+# Root is another user to all that the server starts: then it notes nobody's login.
+AS_USER = [] if os.getuid() else [
+    "unshare", "--user", "--map-user=%d" % USER, "--map-group=%d" % GROUP]
 
 
 class Server:
@@ -55,14 +55,14 @@ class Server:
             path = "%s/usr/lib/openssh/sshd-%s" % (UNPACKED, name)
             if os.path.exists(path):
                 config = "Sshd%sPath %s\n" % (name.capitalize(), path) + config
-        user = "%%s:x:%d:%d::%s:%%s\n" % (USER, USER, folder)
+        user = "%%s:x:%d:%d::%s:%%s\n" % (USER, GROUP, folder)
         libraries = {os.path.dirname(path) for path in glob.glob(UNPACKED + "/usr/lib/*/*.so*")}
         self.command = AS_USER + [program, "-i", "-f", self.file("config", config)]
         self.environment = dict(
             os.environ, LD_LIBRARY_PATH=":".join(libraries), LD_PRELOAD="libnss_wrapper.so",
             NSS_WRAPPER_PASSWD=self.file("passwd", user % ("operator", "/bin/sh")
                                          + user % ("guest", self.shell)),
-            NSS_WRAPPER_GROUP=self.file("group", "users:x:%d:\n" % USER))
+            NSS_WRAPPER_GROUP=self.file("group", "users:x:%d:\n" % GROUP))
         self.socket = socket.create_server(("127.0.0.1", 0))
         self.processes = []
         threading.Thread(target=self.serve, daemon=True).start()
@@ -107,16 +107,24 @@ class Server:
 
 
 @pytest.fixture
-def server(setup, tmp_path):
-    found = Server(setup, tmp_path, manual.EXAMPLES["forced command"])
-    yield found
-    found.close()
+def ssh_server(setup, tmp_path):
+    """ssh_server(settings): a Server with these settings, too."""
+    opened = []
+
+    def begin(forced):
+        opened.append(Server(setup, tmp_path, forced))
+        return opened[-1]
+
+    yield begin
+    for server in opened:
+        server.close()
 
 
 @pytest.mark.plain_only("the server starts the shell in an environment of its own")
 @example("forced command")
-def test_login(start, server, text):
+def test_login(start, ssh_server, text):
     """Of one to whom the shell is the forced command, and of one whose login shell it is."""
+    server = ssh_server(text)
     asking = [subprocess.Popen(server.client(user, "id"), stdin=subprocess.DEVNULL,
                                stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
               for user in ("operator", "guest")]
@@ -156,6 +164,7 @@ os.execvp(words[0], words)
 """
 
 
+@pytest.mark.plain_only("the line's program is not of this project")
 @example("serial")
 def test_serial(setup, start, tmp_path, text):
     """At a terminal of no known size, which the program finds as its input."""
@@ -186,10 +195,10 @@ words = %r
 def test_asyncio(start, text):
     child = start(text)
     expect_rows(child, ">")
-    child.send("one<tab>")
-    expect_rows(child, "> one")
+    child.send("one<tab>!")
+    expect_rows(child, "> one!")  # the completion is over
     child.send("<c-c>")
-    expect_rows(child, "> oneagain", ">")
+    expect_rows(child, "> one!again", ">")
     child.send("two<enter>")
     expect_rows(child, "two ['one'] True", ">")
     child.send("<c-d>")
@@ -199,16 +208,31 @@ def test_asyncio(start, text):
 @example("threads")
 def test_threads(start, text):
     child = start(text)
-    expect_rows(child, "found 42", ">")
+    expect_rows(child, "found Linux", ">")
     child.send("x<enter>")
-    expect_rows(child, "found 42", "> x", "x")
+    expect_rows(child, "found Linux", "> x", "x")
+    child.expect_end()
+
+
+@example("fork")
+def test_fork(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    child.send("7<enter>")
+    expect_rows(child, "> 7", "42", ">")
+    child.send("<c-c>")
+    expect_rows(child, "42", "> again", ">")
+    child.send("8<enter>")
+    expect_rows(child, "> 8", "48", ">")
+    child.send("<c-d>")
     child.expect_end()
 
 
 @example("timeout")
 def test_timeout(start, text):
     child = start(text)
-    expect_rows(child, "name> None", "name>")
+    child.wait_screen("the end of the time, also before there is a prompt", lambda rows: (
+        rows[0] in ("name> None", "None") and rows[1] == "name>"))
     child.send("ann<enter>")
     expect_rows(child, "name> ann", "ann")
     child.expect_end()
@@ -316,6 +340,7 @@ def test_confirm(start, text):
 def test_log(start, text):
     """Ctrl-C that hits the callable is a Ctrl-C at the prompt, in the end."""
     child = start("""
+sys.setswitchinterval(100)  # no other thread in the moment before the callable is over
 class Stream:  # of a terminal that is slow
     def __init__(self, stream): self.stream = stream
     def __getattr__(self, name): return getattr(self.stream, name)
@@ -361,6 +386,7 @@ def test_what_is_not_marked_is_shown(start):
 # --- The standard module --------------------------------------------------------------------------
 
 
+@pytest.mark.plain_only("the standard module keeps some memory to its end")
 def test_what_loads_the_standard_module(setup, run):
     found = run("""
 def loads(text):
@@ -377,29 +403,39 @@ tell("loads", [loads(text) for text in (
 
 
 SHELL = """
-import Keyline
-def complete(key, line):
-    print("\\r", end="", flush=True)
-    return "ow"
-Keyline.addHistory("before", "exec", "")
-line = Keyline.readline("> ", complete, "exec", "")
+import keyline_shell
+shell = keyline_shell.Shell()
+top = shell.mode("exec", "router> ")
+@top.command("greet NAME", help="Say hello")
+def greet(name):
+    print("hello", name)
+shell.run()
 """
 
 
 @example("debugger")
-def test_debugger(setup, start, text):
+def test_debugger(start, text):
+    """The shell and the debugger take turns, each with its own history."""
     child = start("""
 with open("shell.py", "w") as file:
     file.write(%r)
 words = %r
 os.execv(sys.executable, [sys.executable] + words[1:])
 """ % (SHELL, text.split()))
-    expect_rows(child, "-> import Keyline", "(Pdb)")
-    child.send("c<enter>")
-    expect_rows(child, "(Pdb) c", ">")
-    child.send("sh<tab><enter>")
-    child.wait_screen("its end", lambda rows: "-> import Keyline" in rows[2:])
-    child.send("line<tab><c-u>q<enter>")
+    expect_rows(child, "-> import keyline_shell", "(Pdb)")
+    child.send("b 7<enter>c<enter>")
+    expect_rows(child, "(Pdb) c", "router>")
+    child.send("gr<tab>bob<enter>")
+    expect_rows(child, "router> greet bob", "> %s/shell.py(7)greet()" % child.home,
+                '-> print("hello", name)', "(Pdb)")
+    child.send("p name<enter><up><up><enter>")
+    expect_rows(child, "(Pdb) p name", "'bob'", "(Pdb) c", "hello bob", "router>")
+    child.send("<up>")
+    expect_rows(child, "hello bob", "router> greet bob")
+    child.send("<c-u>exit<enter>")
+    child.wait_screen("the program anew", lambda rows: [row for row in rows if row][-2:] == [
+        "-> import keyline_shell", "(Pdb)"] and "router> exit" in rows)
+    child.send("<up><c-u>q<enter>")
     child.expect_end()
 
 

@@ -7,10 +7,9 @@ import sys
 
 import pytest
 
-from script import ROOT
+from stub import FOLDER, FUNCTIONS, callback, parameters
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-STUBS = os.path.join(ROOT, "Cli")
 
 # For each method a call with each number of arguments that the stub allows, and those with
 # None where it allows that. In this order: the editor keeps lines once it has started,
@@ -49,35 +48,6 @@ def news(*arguments):
     return answer
 """
 
-# What is no value of a type: for each parameter of that type a call is refused.
-WRONG = {"str": ["1", "b'x'", "None"], "bool": ["1", "None"], "int": ["'1'", "None"]}
-RIGHT = {"str": "'x'", "bool": "True", "int": "1"}
-
-
-def stub():
-    """The stub's functions and the names that it gives to types, by name."""
-    with open(os.path.join(STUBS, "Keyline.pyi"), encoding="utf-8") as file:
-        body = ast.parse(file.read()).body
-    functions = {node.name: node for node in body if isinstance(node, ast.FunctionDef)}
-    aliases = {node.targets[0].id: node.value for node in body if isinstance(node, ast.Assign)}
-    return functions, aliases
-
-
-FUNCTIONS, ALIASES = stub()
-
-
-def parameters(name):
-    """The types of a function's arguments, and how many of them have to be given."""
-    found = FUNCTIONS[name].args
-    return ([ast.unparse(argument.annotation) for argument in found.posonlyargs],
-            len(found.posonlyargs) - len(found.defaults))
-
-
-def callback(name):
-    """What a callable of that type is called with, and what it may answer."""
-    arguments, answer = ALIASES[name].slice.elts
-    return [ast.unparse(argument) for argument in arguments.elts], ast.unparse(answer)
-
 
 def test_the_calls_are_all_that_the_stub_allows():
     for name in FUNCTIONS:
@@ -109,51 +79,6 @@ for name, call in %r:
         found = child.expect_fact("returned")
         assert found == ast.unparse(FUNCTIONS[name].returns), (name, call)
     child.expect_end()
-
-
-def test_too_few_and_too_many_arguments(run):
-    """Wherever the stub's numbers end, the module's do."""
-    calls = []
-    for name in FUNCTIONS:
-        types, needed = parameters(name)
-        right = [RIGHT.get(kind, "None") for kind in types]
-        if needed:
-            calls.append((name, ", ".join(right[:needed - 1])))
-        if not FUNCTIONS[name].args.vararg:
-            calls.append((name, ", ".join(right + ["None"])))
-    found = run(KINDS + """
-for name, call in %r:
-    tell("raised", raises(lambda: eval("Keyline.%%s(%%s)" %% (name, call))))
-""" % (calls,)).all("raised")
-    assert len(found) == len(calls) > len(FUNCTIONS)
-    for call, (error, text) in zip(calls, found):
-        assert error == "TypeError" and "argument" in text and "given)" in text, call
-
-
-def test_keywords_are_refused(run):
-    found = run(KINDS + """
-for name in %r:
-    tell("raised", raises(lambda: getattr(Keyline, name)(x=1)))
-""" % (list(FUNCTIONS),)).all("raised")
-    assert [error for error, text in found] == ["TypeError"] * len(FUNCTIONS)
-    assert all("takes no keyword arguments" in text for error, text in found)
-
-
-def test_values_of_other_types(run):
-    calls = []
-    for name in FUNCTIONS:
-        types, needed = parameters(name)
-        for at, kind in enumerate(types):
-            right = [RIGHT.get(other, "None") for other in types[:max(needed, at + 1)]]
-            calls += [(name, ", ".join(right[:at] + [wrong] + right[at + 1:]))
-                      for wrong in WRONG.get(kind, ())]
-    found = run(KINDS + """
-for name, call in %r:
-    tell("raised", raises(lambda: eval("Keyline.%%s(%%s)" %% (name, call))))
-""" % (calls,)).all("raised")
-    assert len(found) == len(calls) > 30
-    assert [call for call, raised in zip(calls, found)
-            if raised is None or raised[0] != "TypeError"] == []
 
 
 @pytest.mark.parametrize("answer", ["None", "'ow'"])
@@ -191,7 +116,7 @@ def test_a_checker_takes_right_uses_and_refuses_wrong_ones(tmp_path):
         [sys.executable, "-m", "mypy", "--strict", "--python-version", "3.9",
          "--config-file=", "--no-error-summary", "--hide-error-context",
          "--cache-dir", str(tmp_path), path],
-        env=dict(os.environ, MYPYPATH=STUBS), capture_output=True, text=True)
+        env=dict(os.environ, MYPYPATH=FOLDER), capture_output=True, text=True)
     said = re.findall(r"^.*?:([0-9]+): error: .*\[([a-z-]+)\]$", found.stdout, re.M)
     with open(path, encoding="utf-8") as file:
         expected = [(str(number), line.split("# error: ")[1].strip())
