@@ -207,6 +207,7 @@ def serves_logins():
         ["unshare", "--user", "--map-user=1000", "true"], stderr=subprocess.DEVNULL).returncode == 0
 
 
+@pytest.hookimpl(trylast=True)  # of what is left when -k and -m have chosen
 def pytest_collection_modifyitems(config, items):
     """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
     markers = []

@@ -56,10 +56,11 @@ static const unsigned confine_allowed[] = {SYS_read,
                                            SYS_exit,
                                            SYS_exit_group};
 
-// Calls that look at files.
-static const unsigned confine_looking[] = {
-    SYS_faccessat, SYS_readlinkat, SYS_getdents64, SYS_dup,     SYS_fcntl,
-    SYS_getuid,    SYS_geteuid,    SYS_getgid,     SYS_getegid, CONFINE_FSTATAT};
+// Calls that look at files, also as the user himself, as newer terminal libraries do.
+static const unsigned confine_looking[] = {SYS_faccessat, SYS_readlinkat, SYS_getdents64,
+                                           SYS_dup,       SYS_fcntl,      SYS_getuid,
+                                           SYS_geteuid,   SYS_getgid,     SYS_getegid,
+                                           SYS_setfsuid,  SYS_setfsgid,   CONFINE_FSTATAT};
 
 // The same, on a machine where a number in them was too small once.
 #ifdef SYS_fcntl64
@@ -73,9 +74,9 @@ static const unsigned confine_allowed_anew[] = {SYS__llseek,
                                                 SYS_clock_gettime64,
                                                 SYS_clock_nanosleep_time64,
                                                 SYS_rt_sigtimedwait_time64};
-static const unsigned confine_looking_anew[] = {SYS_fcntl64,   SYS_stat64,    SYS_lstat64,
-                                                SYS_getuid32,  SYS_geteuid32, SYS_getgid32,
-                                                SYS_getegid32, SYS_statx};
+static const unsigned confine_looking_anew[] = {
+    SYS_fcntl64,  SYS_stat64,    SYS_lstat64,    SYS_getuid32,   SYS_geteuid32,
+    SYS_getgid32, SYS_getegid32, SYS_setfsuid32, SYS_setfsgid32, SYS_statx};
 #endif
 
 #ifdef SYS_open // a machine that also has the calls of old
