@@ -7,6 +7,7 @@
     reader.py, log.py        who waits for keys, and how long; text above the line
     history.py, users.py     the history between sessions; one user after another
     standard.py              commands that most shells have
+    readline.py, cmd.py      programs that were written for other modules
 """
 from .ask import ask, choose, confirm, password
 from .screen import colour, columns, page, progress, table, visible

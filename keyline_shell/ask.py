@@ -22,6 +22,9 @@ def _read(prompt: str, complete: Optional[Completer] = None) -> str:
         try:
             with reader.waiting(editing=True):
                 return Keyline.readline(screen.prompt(prompt), complete, MODE, "")
+        except KeyboardInterrupt as interrupt:
+            screen.mark(interrupt)
+            raise
         except UnicodeDecodeError:
             if not screen.terminal():
                 raise Refused("The line is no UTF-8") from None
@@ -92,6 +95,9 @@ def _hidden(question: str) -> str:
     sys.stdout.write(question)
     sys.stdout.flush()
     try:
-        return keys.read_hidden(sys.stdin.fileno())
-    finally:
-        print(flush=True)
+        typed = keys.read_hidden(sys.stdin.fileno())
+    except KeyboardInterrupt as interrupt:
+        screen.mark(interrupt)
+        raise
+    print(flush=True)
+    return typed

@@ -6,19 +6,23 @@ stays for whoever reads next.
 import os
 import sys
 import termios
-from contextlib import contextmanager
+from contextlib import contextmanager, suppress
 from typing import Iterator
 
 from .reader import reader
 
 CTRL_C, CTRL_D, CTRL_U, CTRL_W, CTRL_Z = b"\x03", b"\x04", b"\x15", b"\x17", b"\x1a"
 
+GONE = "no terminal any more"
+
 
 @contextmanager
 def raw(fd: int) -> Iterator[None]:
     """Gives each key as it is, without showing it."""
-    before = termios.tcgetattr(fd)
-    settings = termios.tcgetattr(fd)
+    try:
+        before, settings = termios.tcgetattr(fd), termios.tcgetattr(fd)
+    except termios.error:
+        raise EOFError(GONE) from None
     settings[0] &= ~(termios.ICRNL | termios.INLCR | termios.IGNCR | termios.IXON)
     settings[3] &= ~(termios.ICANON | termios.ECHO | termios.ISIG | termios.IEXTEN)
     settings[6][termios.VMIN], settings[6][termios.VTIME] = 1, 0
@@ -26,7 +30,8 @@ def raw(fd: int) -> Iterator[None]:
     try:
         yield
     finally:
-        termios.tcsetattr(fd, termios.TCSADRAIN, before)
+        with suppress(termios.error):  # gone
+            termios.tcsetattr(fd, termios.TCSADRAIN, before)
 
 
 def _key(fd: int) -> bytes:
@@ -37,7 +42,7 @@ def _key(fd: int) -> bytes:
         except OSError:  # no terminal any more
             key = b""
     if not key:
-        raise EOFError("no terminal any more")
+        raise EOFError(GONE)
     if key in (CTRL_C, CTRL_Z):
         raise KeyboardInterrupt("Ctrl-%s pressed" % ("C" if key == CTRL_C else "Z"))
     return key

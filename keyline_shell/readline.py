@@ -10,6 +10,7 @@ anything imports readline.
 What a program asks for and cannot have is said once, on standard error.
 """
 import builtins
+import codecs
 import importlib.util
 import io
 import os
@@ -118,17 +119,21 @@ def _read(prompt: str) -> str:
     above, newline, last = prompt.rpartition("\n")
     sys.stdout.write(screen.printed(above) + newline)
     _prompt = screen.prompt(last)
+    utf8 = codecs.lookup(sys.stdin.encoding).name == "utf-8"
     recalled = _run_hooks()
     while True:
         _tell_history(recalled)
-        Keyline.keyBindingsEnabledIs(_completer is not None and _tab_completes)
+        Keyline.keyBindingsEnabledIs(_completer is not None and _tab_completes and utf8)
         _tabbed = None
         sys.stdout.flush()
         try:
             return Keyline.readline(_prompt, _on_key, MODE, "")
         except EOFError:
             raise EOFError from None
-        except UnicodeDecodeError as error:  # behind letters outside ASCII
+        except UnicodeDecodeError as error:
+            if not utf8:
+                return error.object.decode(sys.stdin.encoding, sys.stdin.errors or "strict")
+            # TAB or "?" behind letters outside ASCII.
             _give_up("\n")
             sys.stderr.write("no completion here; Up brings back what is left of the line\n")
             recalled = error.object[:error.start].decode()
@@ -346,6 +351,8 @@ def _replace(path: str, lines: Sequence[str]) -> None:
                 device.write(data)
             return
     part = "%s.%d" % (path, os.getpid())
+    with suppress(FileNotFoundError):  # of a process of this number that came to nothing
+        os.unlink(part)
     descriptor = os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o600)
     try:
         with open(descriptor, "wb") as file:

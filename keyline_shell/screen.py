@@ -90,9 +90,17 @@ def replace(text: str) -> bool:
     return drawn
 
 
-def give_up(mark: str) -> None:
+def give_up(shown: str) -> None:
     """Goes on below a line that was interrupted, wherever in it the cursor is."""
-    print(mark if plain else ERASE + mark)
+    print(shown if plain else ERASE + shown)
+
+
+def mark(interrupt: KeyboardInterrupt) -> None:
+    """Shows the key that ended a question; the row's end is for whom the command returns to."""
+    if terminal():
+        shown = {"Ctrl-C": "^C", "Ctrl-Z": "^Z"}.get(str(interrupt)[:6], "")
+        sys.stdout.write(shown if plain else ERASE + shown)
+        sys.stdout.flush()
 
 
 # --- Text ------------------------------------------------------------------------------
@@ -229,9 +237,11 @@ def page(text: Union[str, Iterable[str]]) -> bool:
             sys.stdout.flush()
             try:
                 key = keys.read(sys.stdin.fileno(), b" \r\nqQ")
-            finally:
-                sys.stdout.write("\r" + " " * len(MORE) + "\r" if plain else ERASE_ROW)
-                sys.stdout.flush()
+            except KeyboardInterrupt as interrupt:
+                mark(interrupt)
+                raise
+            sys.stdout.write("\r" + " " * len(MORE) + "\r" if plain else ERASE_ROW)
+            sys.stdout.flush()
             if key in b"qQ":
                 return False
             room = window()[1] - 1  # it may have changed meanwhile

@@ -45,7 +45,6 @@ class Session:
                 else:
                     with self.editor():
                         shell.status = self.commands()
-                sys.stdout.flush()
             finally:
                 shell.log.hide()
         finally:
@@ -90,7 +89,7 @@ class Session:
                 stack.callback(idle.stop)
             yield
             if reader.over == "idle":
-                print("%% No key for %g seconds: good-bye" % self.shell.idle)
+                print("%% No key for %g seconds: good-bye" % self.shell.idle, flush=True)
                 self.shell.status = IDLE
 
     def signals(self, stack: ExitStack) -> None:
@@ -134,7 +133,8 @@ class Session:
         except OSError:
             if screen.terminal():
                 raise
-            self.shell.leave()  # the terminal is gone
+            drop_output()  # with the terminal
+            self.shell.leave()
 
     def read(self, mode: Mode, prompt: str) -> Optional[str]:
         """A line; None when the user has said otherwise that it is not to be run."""
@@ -241,23 +241,34 @@ class Session:
                     break
                 Keyline.addHistory(line, mode.name, parent(mode))
                 self.execute(mode, line)
+                sys.stdout.flush()
             except UnicodeDecodeError:
                 return wrong("line %d: %% The line is no UTF-8\n" % count)
             except EOFError:
                 return wrong("line %d: %s\n%% There is no answer\n" % (
                     count, screen.visible(line)))
             except KeyboardInterrupt:
-                return 130
+                return 128 + signal.SIGINT
+            except BrokenPipeError:  # nobody reads what is printed
+                drop_output()
+                return 128 + signal.SIGPIPE
             except (Mistake, Refused, OSError) as error:
                 where = "line %d: " % count
                 return wrong(where + screen.visible(line) + "\n"
                              + explain(where, line, error, sys.maxsize))
-            sys.stdout.flush()
         return self.shell.status
 
 
 def parent(mode: Mode) -> str:
     return mode.parent.name if mode.parent else ""
+
+
+def drop_output() -> None:
+    """What is still to be written goes nowhere, and fails no more."""
+    null = os.open(os.devnull, os.O_WRONLY)
+    os.dup2(null, sys.stdout.fileno())
+    os.close(null)
+    sys.stdout.flush()
 
 
 def wrong(text: str) -> int:

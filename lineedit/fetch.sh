@@ -2,8 +2,8 @@
 # Obtains the line editor's archive:  lineedit/fetch.sh FOLDER
 #
 # Prints the path of a file with the sum that is pinned in archive.sha256: the one that
-# KEYLINE_LIBEDIT_ARCHIVE names, the one in FOLDER, or that of the distribution's source package,
-# which is put into FOLDER.  The package is looked for in the sources that this machine's apt
+# KEYLINE_LIBEDIT_ARCHIVE names, the one in FOLDER or in build/editor/archive, or that of the
+# distribution's source package, which is put into FOLDER.  The package is looked for in the sources that this machine's apt
 # has, in either form of source list, and when these have another version, at the same places in
 # the suites that are known to carry it.  Of the machine's apt only sources, keys and network
 # settings are used, and only read.
@@ -152,7 +152,12 @@ if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then
     archive=$KEYLINE_LIBEDIT_ARCHIVE
     [ -f "$archive" ] || die "KEYLINE_LIBEDIT_ARCHIVE names $archive, which is no file"
 elif [ ! -f "$archive" ]; then
-    fetch < /dev/null
+    shared=$here/../build/editor/archive/$archive_name # ./demo and ./check put it there
+    if [ -f "$shared" ]; then
+        archive=$shared
+    else
+        fetch < /dev/null
+    fi
 fi
 check_sum "$archive"
 printf '%s\n' "$archive"

@@ -155,6 +155,25 @@ def run(setup):
     return lambda script, **options: run_script(setup, script, **options)
 
 
+@pytest.fixture
+def single_byte_locale(tmp_path):
+    """The environment of a locale in which each byte is a character."""
+    (tmp_path / "charmap").write_text(
+        "<code_set_name> ISO-8859-1\n<comment_char> %\n<escape_char> /\n<mb_cur_min> 1\n"
+        "<mb_cur_max> 1\nCHARMAP\n"
+        + "".join("<U%04X> /x%02x a\n" % (code, code) for code in range(256))
+        + "END CHARMAP\n")
+    (tmp_path / "source").write_text(
+        "comment_char %\nescape_char /\nLC_CTYPE\nupper <U0041>..<U005A>\n"
+        "lower <U0061>..<U007A>\ndigit <U0030>..<U0039>\n"
+        "print <U0020>..<U007E>;<U00A0>..<U00FF>\nEND LC_CTYPE\n")
+    # It warns of each category that the source leaves out, and says so in its status.
+    subprocess.run(["localedef", "-c", "-f", "./charmap", "-i", "./source",
+                    "./single.ISO-8859-1"], cwd=tmp_path, capture_output=True)
+    assert os.path.exists(tmp_path / "single.ISO-8859-1" / "LC_CTYPE")
+    return {"LC_ALL": None, "LC_CTYPE": "single.ISO-8859-1", "LOCPATH": str(tmp_path)}
+
+
 def mounts():
     """Whether this user may mount a file system."""
     with tempfile.TemporaryDirectory() as folder:
@@ -169,6 +188,12 @@ def makes_pid_namespaces():
     """Whether this user may make a process the first of a PID namespace."""
     return subprocess.run(["unshare", "--pid", "--fork", "true"],
                           stderr=subprocess.DEVNULL).returncode == 0
+
+
+def serves_logins():
+    """Whether this user may be one to whom somebody logs in: root has to be another for that."""
+    return os.getuid() != 0 or subprocess.run(
+        ["unshare", "--user", "--map-user=1000", "true"], stderr=subprocess.DEVNULL).returncode == 0
 
 
 def pytest_collection_modifyitems(config, items):
@@ -188,6 +213,7 @@ def pytest_collection_modifyitems(config, items):
             ("small_disk", mounts, "this user may mount nothing"),
             ("first_process", makes_pid_namespaces,
              "this user may make no PID namespace"),
+            ("ssh_server", serves_logins, "this user may make no user namespace"),
             ("others", lambda: os.getuid() == 0, "this user is not root")):
         needing = [item for item in items if name in getattr(item, "fixturenames", ())]
         if needing and not able():

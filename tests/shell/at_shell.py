@@ -42,10 +42,10 @@ def changed_shell(statements):
 class ShellUser:
     """A user at a Terminal that runs the shell."""
 
-    def __init__(self, terminal, *rows):
+    def __init__(self, terminal, *rows, cursor=None):
         self.terminal = terminal
         self.above = []
-        self.expect(*(rows or (WELCOME, "demo> ")))
+        self.expect(*(rows or (WELCOME, "demo> ")), cursor=cursor)
 
     def expect(self, *rows, cursor=None):
         """Waits until these rows stand below those that were expected before.

@@ -333,6 +333,7 @@ except KeyboardInterrupt:
     child.expect_end()
 
 
+@pytest.mark.plain_only("bash keeps some memory to its end")
 def test_a_program_is_stopped_and_goes_on(start):
     """A shell with job control is its parent."""
     child = start("""
@@ -425,15 +426,40 @@ for line in "tab: complete", "set editing-mode emacs", "# nothing", "C-x: undo",
 readline.read_init_file()
 readline.set_startup_hook(lambda: readline.insert_text("ready"))
 for number in range(2):
-    print(input("> "))
+    print(repr(input("> ")))
 """)
     expect_rows(child, SAID + "keys are bound in the editor settings, see keyline(7)",
                 SAID + "a line cannot begin with text in it: Up brings that", ">")
-    child.send("<up>!<enter>")
-    expect_rows(child, "> ready!", "ready!", ">")
-    child.send("<up><up><enter>")
-    expect_rows(child, "> ready!", "ready!")
+    child.send("<up>/<tab><enter>")  # no file's name: it is text
+    expect_rows(child, "> ready/", "'ready/\\t'", ">")
+    child.send("<up><up>?<enter>")
+    expect_rows(child, "> ready/        ?", "'ready/\\t?'")
     child.expect_end()
+
+
+def test_a_thread_is_told_nothing_of_the_line(start):
+    child = start("""
+from keyline_shell import readline
+readline.install()
+def look():
+    wait_for("go")
+    for number in range(2):
+        tell("line", readline.get_line_buffer())
+        readline.redisplay()
+beside(look)
+input("> ")
+""")
+    expect_rows(child, ">")
+    child.send("x")
+    expect_rows(child, "> x")
+    child.go("go")
+    child.expect_fact("line", "")
+    child.expect_fact("line", "")
+    child.send("<enter>")
+    child.expect_end()
+    for what in "known", "drawn anew":
+        assert child.display.raw.count(b"%s the line is %s only" % (
+            SAID[:-1].encode(), what.encode())) == 1
 
 
 def test_behind_letters_outside_ascii(run_program):
@@ -457,6 +483,22 @@ for number in range(3):
     child.expect_end()
 
 
+def test_letters_of_another_locale(run_program, single_byte_locale):
+    """They are read, and nothing is completed."""
+    child = run_program("""
+import readline
+readline.set_completer(lambda text, state: ["never", None][state])
+for number in range(2):
+    print(ascii(input("> ")))
+""", env=single_byte_locale)
+    expect_rows(child, ">")
+    child.send("<0xfc>ber?<tab>x<enter>")
+    child.wait("the line", lambda: b"'\\xfcber?\\tx'" in child.display.raw)
+    child.send("<up><enter>")
+    child.expect_end()
+    assert child.display.raw.count(b"'\\xfcber?\\tx'") == 2
+
+
 # --- Histories, as the standard module has them ------------------------------------------
 
 
@@ -478,6 +520,7 @@ readline.remove_history_item(1)
 readline.replace_history_item(0, "eins")
 tell("all", all())
 os.umask(0)
+open("file.%d" % os.getpid(), "w").close()
 readline.write_history_file("file")
 tell("rights", oct(os.stat("file").st_mode))
 os.chmod("file", 0o640)
@@ -491,6 +534,7 @@ readline.write_history_file("link")
 tell("held", held())
 tell("rights", oct(os.stat("file").st_mode))
 tell("link", os.path.islink("link"))
+tell("files", sorted(os.listdir(".")))
 open("file", "wb").write(b"a\n\nb\xff\nc\n")
 readline.clear_history()
 readline.read_history_file("file")
@@ -513,6 +557,7 @@ tell("home", open(os.environ["HOME"] + "/.history", "rb").read())
     assert found.all("held") == [letters + b"\n" + letters, b"\n" + letters]
     assert found.all("rights") == ["0o100600", "0o100640"]
     assert found.one("link")
+    assert found.one("files") == ["file", "link", "script.py"]
     assert found.one("home") == b"a\nb\xff\nc\n"
 
 

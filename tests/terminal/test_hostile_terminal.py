@@ -4,16 +4,47 @@ What blocks there is the child's own write, and the tests wait until they see it
 While they hold the output, nothing at all is taken from the terminal.
 """
 import os
-import platform
 import select
 import signal
+import subprocess
+import time
 
 import pytest
 
 from log_file import append, usage, wait_state
 from reads import READERS, eof
+from script import DEADLINE
 
-WRITE = {"x86_64": "1", "aarch64": "64"}.get(platform.machine())
+
+
+def number_of_write():
+    """What a process sleeps in that writes to a full pipe, or None where nothing tells it."""
+    reader, writer = os.pipe()
+    os.set_blocking(writer, False)
+    try:
+        while True:
+            os.write(writer, bytes(4096))
+    except BlockingIOError:
+        os.set_blocking(writer, True)
+    process = subprocess.Popen(["/bin/sh", "-c", "echo"], stdout=writer)
+    end = time.monotonic() + DEADLINE
+    try:
+        while time.monotonic() < end:
+            with open("/proc/%d/syscall" % process.pid, encoding="utf-8") as file:
+                call = file.read().split()
+            if call[1:2] == ["0x1"]:
+                return call[0]
+    except OSError:
+        pass
+    finally:
+        process.kill()
+        process.wait()
+        os.close(reader)
+        os.close(writer)
+    return None
+
+
+WRITE = number_of_write()
 needs_write = pytest.mark.only_where(WRITE is not None, "the number of write() is not known")
 C_PRESSED = ("KeyboardInterrupt", "Ctrl-C pressed")
 HUNG_UP = "signal.signal(signal.SIGHUP, signal.SIG_IGN)\n"

@@ -3,7 +3,6 @@
 Each read of each test checks that (child.py: attempt); here the ways and the settings vary.
 """
 import os
-import subprocess
 import termios
 
 import pytest
@@ -117,25 +116,6 @@ def test_decoding_error_of_simple(run):
     (name, message), line = found.results()
     assert name == "UnicodeDecodeError" and "'utf-8' codec can't decode" in message
     assert line == "b"
-
-
-@pytest.fixture
-def single_byte_locale(tmp_path):
-    """The environment of a locale in which each byte is a character."""
-    (tmp_path / "charmap").write_text(
-        "<code_set_name> ISO-8859-1\n<comment_char> %\n<escape_char> /\n<mb_cur_min> 1\n"
-        "<mb_cur_max> 1\nCHARMAP\n"
-        + "".join("<U%04X> /x%02x a\n" % (code, code) for code in range(256))
-        + "END CHARMAP\n")
-    (tmp_path / "source").write_text(
-        "comment_char %\nescape_char /\nLC_CTYPE\nupper <U0041>..<U005A>\n"
-        "lower <U0061>..<U007A>\ndigit <U0030>..<U0039>\n"
-        "print <U0020>..<U007E>;<U00A0>..<U00FF>\nEND LC_CTYPE\n")
-    # It warns of each category that the source leaves out, and says so in its status.
-    subprocess.run(["localedef", "-c", "-f", "./charmap", "-i", "./source",
-                    "./single.ISO-8859-1"], cwd=tmp_path, capture_output=True)
-    assert os.path.exists(tmp_path / "single.ISO-8859-1" / "LC_CTYPE")
-    return {"LC_ALL": None, "LC_CTYPE": "single.ISO-8859-1", "LOCPATH": str(tmp_path)}
 
 
 # Exceptions that a callback left

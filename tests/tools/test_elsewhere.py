@@ -1,12 +1,14 @@
 """tools/elsewhere leaves nothing behind, whatever ends it, and tells what it saw."""
 import glob
 import os
+import select
 import signal
 import subprocess
 
+import pexpect
 import pytest
 
-from script import DEADLINE
+from script import DEADLINE, ROOT, environment
 from test_setup import Machine, tool
 
 WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
@@ -54,11 +56,15 @@ def left(machine):
 @in_a_world
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
-    process = begin(machine, "exec tail -f /dev/null")
-    with open(machine.folder / "alive", "rb") as alive:  # waits for the one that writes
+    # As somebody else, and so without what the kernel does when a parent ends.
+    process = begin(machine, "exec setpriv --reuid=65534 --clear-groups "
+                             "sh -c 'echo >&3; exec tail -f /dev/null'")
+    with open(machine.folder / "alive", "rb") as alive:
+        assert alive.readline() == b"\n"
         assert left(machine)
         process.send_signal(getattr(signal, name))
-        alive.read()  # its end is that of the last process in there
+        assert select.select([alive], [], [], DEADLINE)[0], "there are still processes"
+        assert alive.read() == b""  # its end is that of the last of them
     process.communicate(timeout=DEADLINE)
     assert process.returncode != 0
     assert left(machine) == []
@@ -102,6 +108,16 @@ def test_the_line_of_a_result():
     assert not result(61.7, (4370, 1, 0, 700)).passed()
     assert not result(61.7, None).passed()
     assert not result(None, None).passed()
+
+
+def test_the_prompt_of_the_shell_is_seen(setup, tmp_path):
+    """As it is shown at a terminal, and nothing before it."""
+    elsewhere = tool("elsewhere")
+    said = pexpect.run("%s %s" % (setup.interpreter, os.path.join(ROOT, "shell")), timeout=DEADLINE,
+                       env=environment(setup, str(tmp_path), None), events={"demo> ": "exit\r"})
+    ends = [end for end in range(len(said)) if elsewhere.at_prompt(said[:end])]
+    assert ends and b"exit leaves" in said[:ends[0]]
+    assert said[ends[-1]:].strip().startswith(b"exit")
 
 
 def test_what_was_counted():

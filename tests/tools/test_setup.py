@@ -391,6 +391,15 @@ def test_archive_is_fetched_once(mirror):
     assert mirror.fetch() == first
 
 
+def test_archive_that_another_build_has(mirror):
+    """It is not fetched once more for the fuzzers or a package."""
+    shared = mirror.folder / "build" / "editor" / "archive"
+    shared.mkdir(parents=True)
+    (shared / NAME).write_bytes(ARCHIVE)
+    found, _ = mirror.fetch()
+    assert os.path.samefile(found, shared / NAME)
+
+
 def test_archive_that_nobody_carries(mirror):
     mirror.carry("trixie", "3.1-20250104-1", b"another")
     mirror.source("list", "trixie")

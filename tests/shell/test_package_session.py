@@ -1,0 +1,307 @@
+"""A session of keyline_shell: Ctrl-C in commands, idle users, signals, the end."""
+import signal
+import time
+
+import pytest
+
+from at_shell import ShellUser
+
+SHELL = """
+import os, signal, subprocess, sys, threading, time
+from keyline_shell import *
+from keyline_shell import screen
+shell = Shell(%s)
+top = shell.mode("exec", "> ")
+low = top.mode("low", "low> ", "down")
+
+@shell.command("wait")
+def wait():
+    tell("waits")
+    time.sleep(1000)
+
+@shell.command("spin")
+def spin():
+    tell("waits")
+    while True: pass
+
+@shell.command("child")
+def child():
+    process = subprocess.Popen(["sh", "-c", "echo child; exec sleep 1000"])
+    print("ended", process.wait())
+
+@shell.command("stubborn")
+def stubborn():
+    try:
+        tell("waits")
+        time.sleep(1000)
+    except KeyboardInterrupt:
+        tell("caught")
+        print("not yet")
+
+@shell.command("secret")
+def secret(): print(repr(password()))
+
+@shell.command("count <1-1000>")
+def count(most): page(str(number) for number in range(most))
+
+%s
+status = shell.run()
+tell("handlers", [signal.getsignal(number) in (signal.SIG_DFL, signal.default_int_handler)
+                  for number in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGQUIT,
+                                 signal.SIGHUP)])
+tell("wakeup", signal.set_wakeup_fd(-1))
+tell("threads", threading.active_count())
+sys.exit(status)
+"""
+
+
+@pytest.fixture
+def user(start):
+    return ShellUser(start(SHELL % ("", "")), "> ")
+
+
+def expect_tidy(child):
+    child.expect_fact("handlers", [True] * 5)
+    child.expect_fact("wakeup", -1)
+    child.expect_fact("threads", 1)
+
+
+def leave(user, end="clean"):
+    user.terminal.send("<c-u>end<enter>exit<enter>")
+    expect_tidy(user.terminal)
+    user.terminal.expect_end(end)
+
+
+# --- Ctrl-C, Ctrl-Z ------------------------------------------------------------------------
+
+
+@pytest.mark.smoke
+@pytest.mark.parametrize("command", ["wait", "spin"])
+@pytest.mark.parametrize("way", ["key", "signal"])
+def test_ctrl_c_ends_a_command_and_not_the_shell(user, command, way):
+    user.type("down<enter>", "> down", "low> ")
+    for again in range(3):
+        user.terminal.send(command + "<enter>")
+        user.terminal.expect_fact("waits")
+        if way == "key":
+            user.terminal.send("<c-c>")
+        else:
+            user.terminal.signal(signal.SIGINT)
+        user.expect("low> " + command, "^C" if way == "key" else "", "low> ")
+    leave(user)
+
+
+def test_ctrl_c_ends_also_what_a_command_started(user):
+    user.terminal.send("child<enter>")
+    user.terminal.wait_screen("the child", lambda rows: rows[1] == "child")
+    user.type("<c-c>", "> child", "child", "^C", "> ")
+    leave(user)
+
+
+def test_a_command_may_have_its_own_way_with_ctrl_c(user):
+    user.terminal.send("stubborn<enter>")
+    user.terminal.expect_fact("waits")
+    user.terminal.send("<c-c>")
+    user.terminal.expect_fact("caught")
+    user.expect("> stubborn", "^Cnot yet", "> ")
+    leave(user)
+
+
+def test_ctrl_z_in_a_command_does_nothing(user):
+    user.terminal.send("wait<enter>")
+    user.terminal.expect_fact("waits")
+    user.terminal.send("<c-z>")
+    user.terminal.wait("the key", lambda: b"^Z" in user.terminal.display.raw)
+    user.terminal.send("<c-c>")
+    user.expect("> wait", "^Z^C", "> ")
+    leave(user)
+
+
+# --- Idle ----------------------------------------------------------------------------------
+
+IDLE = "idle=%g, warning=%g"
+
+
+def ended_idle(user, seconds):
+    expect_tidy(user.terminal)
+    user.terminal.expect_end("status 124")
+    user.terminal.assert_settings_as_found()
+    assert "%% No key for %g seconds: good-bye" % seconds in user.terminal.display.rows()
+
+
+@pytest.mark.smoke
+def test_a_user_who_is_idle_is_warned_and_logged_out(start):
+    user = ShellUser(start(SHELL % (IDLE % (1.5, 0.5), "")), "> ")
+    begun = time.monotonic()
+    user.type("half a line", "> half a line")
+    user.expect("% No key for 1 seconds: the session ends in 0.5", "> half a line")
+    warned = time.monotonic() - begun
+    ended_idle(user, 1.5)
+    assert 0.9 < warned and 1.4 < time.monotonic() - begun
+
+
+def test_each_key_counts_and_log_lines_do_not(start):
+    """Ten keys, half the time apart; log lines come all the time, also after the last one."""
+    child = start("open('log', 'w').close()\n" + SHELL % (IDLE % (1, 0), """
+shell.log_file, shell.log_shown = "log", True
+def write():
+    with open("log", "a", buffering=1) as log:
+        while True:
+            time.sleep(0.05)
+            print("news", file=log)
+threading.Thread(target=write, daemon=True).start()
+threading.active_count = lambda: 1
+"""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    begun = time.monotonic()
+    child.send("abcdefghij", size=1, pause=0.5)  # the keys are the input, as slow as they are
+    assert child.status is None
+    last = time.monotonic() - 0.5
+    expect_tidy(child)
+    child.expect_end("status 124")
+    assert 0.9 < time.monotonic() - last and last - begun > 4
+    assert b"> abcdefghij" in child.display.raw
+
+
+@pytest.mark.parametrize("command, shown", [
+    ("secret", "Password: "), ("count 100", "--More--"), ("down", "low> ")])
+def test_idle_wherever_keys_are_awaited(start, command, shown):
+    child = start(SHELL % (IDLE % (0.6, 0), ""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send(command + "<enter>")
+    child.wait_screen(shown, lambda rows: any(row == shown.rstrip() for row in rows))
+    expect_tidy(child)
+    child.expect_end("status 124")
+    child.assert_settings_as_found()
+
+
+def test_a_command_that_runs_is_not_idle(start):
+    child = start(SHELL % (IDLE % (0.5, 0.2), """
+@top.command("work")
+def work():
+    wait_for("done")
+    tell("worked")
+"""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send("work<enter>")
+    begun = time.monotonic()
+    child.wait("the work's time", lambda: time.monotonic() > begun + 1)
+    child.go("done")
+    child.expect_fact("worked")
+    assert b"No key" not in child.display.raw
+    expect_tidy(child)
+    child.expect_end("status 124")
+
+
+def test_no_processor_time_while_nothing_happens(start):
+    child = start(SHELL % (IDLE % (100, 10), ""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    path = "/proc/%d/task" % child.process.pid
+
+    def wakes():
+        import os
+        total = 0
+        for task in os.listdir(path):
+            with open("%s/%s/status" % (path, task), encoding="utf-8") as file:
+                total += sum(int(line.split()[1]) for line in file if "ctxt_switches" in line)
+        return total
+
+    begun, before = time.monotonic(), wakes()
+    child.wait("a second", lambda: time.monotonic() > begun + 1)
+    assert wakes() - before <= 2
+    child.send("exit<enter>")
+    expect_tidy(child)
+    child.expect_end("clean")
+
+
+# --- Other ends ------------------------------------------------------------------------------
+
+SAVED = """
+import atexit
+shell.history = "history"
+"""
+
+
+@pytest.mark.parametrize("name", ["SIGTERM", "SIGQUIT"])
+@pytest.mark.parametrize("where", ["prompt", "command", "password", "page", "stubborn"])
+def test_ended_in_good_order_by_a_signal(start, name, where):
+    """The terminal is as it was, the history is kept, and the signal is what ended it."""
+    user = ShellUser(start(SHELL % ("", SAVED)), "> ")
+    child = user.terminal
+    keys = {"prompt": "half", "command": "wait<enter>", "password": "secret<enter>",
+            "page": "count 100<enter>", "stubborn": "stubborn<enter>"}[where]
+    child.send("down<enter>")
+    user.expect("> down", "low> ")
+    child.send(keys)
+    if where in ("command", "stubborn"):
+        child.expect_fact("waits")
+    else:
+        shown = {"prompt": "low> half", "password": "Password:", "page": "--More--"}[where]
+        child.wait_screen(shown, lambda rows: shown in rows)
+    child.signal(getattr(signal, name))
+    if where == "stubborn":
+        child.expect_fact("caught")
+    child.expect_end(name)
+    assert child.display.raw.rfind(b"\x1b[?2004h") < child.display.raw.rfind(b"\x1b[?2004l")
+    with open(child.home + "/history", encoding="utf-8") as file:
+        assert "exec\tdown\n" in file.read()
+
+
+def test_a_handler_of_the_program_stays(start):
+    child = start(SHELL % ("", """
+signal.signal(signal.SIGTERM, lambda *_: tell("handled"))
+"""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.signal(signal.SIGTERM)
+    child.send("exit<enter>")
+    child.expect_fact("handled")
+    child.expect_fact("handlers", [True, True, False, True, True])
+    child.expect_fact("wakeup", -1)
+    child.expect_fact("threads", 1)
+    child.expect_end("clean")
+
+
+def test_event_loops_in_commands_do_not_deafen_the_shell(start):
+    """They take the way on which signals are told for themselves, and give it up."""
+    user = ShellUser(start(SHELL % ("", """
+import asyncio
+@top.command("loop")
+def loop():
+    async def work():
+        asyncio.get_running_loop().add_signal_handler(signal.SIGUSR1, print)
+        asyncio.get_running_loop().remove_signal_handler(signal.SIGUSR1)
+        print("looped")
+    asyncio.run(work())
+""")), "> ")
+    user.type("loop<enter>", "> loop", "looped", "> ")
+    user.terminal.signal(signal.SIGTERM)
+    user.terminal.expect_end("SIGTERM")
+
+
+def test_an_unforeseen_error_leaves_the_terminal(start):
+    child = start(SHELL % ("", """
+@top.command("fail")
+def fail(): raise RuntimeError("on purpose")
+"""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send("fail<enter>")
+    child.expect_fact("exception", ("RuntimeError", "on purpose"))
+    child.expect_end("exception")
+    assert child.display.raw.rfind(b"\x1b[?2004h") < child.display.raw.rfind(b"\x1b[?2004l")
+
+
+def test_one_session_after_another(start):
+    """In one process, on one terminal; each finds nothing of the one before."""
+    child = start(SHELL.replace("status = shell.run()", "shell.run(); status = shell.run()")
+                  % ("banner='hello'", """
+shell.standard()
+"""))
+    user = ShellUser(child, "hello", "> ")
+    user.type("term hist size 5<enter>", "> term hist size 5", "> ")
+    user.type("down<enter>", "> down", "low> ")
+    user.type("<c-d>", "low> ^D", "> ")
+    user.type("<c-d>", "> ^D", "hello", "> ")
+    user.type("<up>", "> ")
+    user.type("show term<enter>", "> show term", "width 80, history of 1024 lines",
+              "TAB and ? give help", "> ")
+    leave(user)
