@@ -144,6 +144,24 @@ shell.log_file, shell.log_shown = "log", True
     user.leave("<c-u><c-d>")
 
 
+def test_help_may_speak_while_others_do(start):
+    """What help says comes when help is there; nobody waits for the other."""
+    user = ShellUser(start(SHELL % ('"> "', """
+import threading
+def values():
+    threading.Thread(target=shell.say, args=["from a thread"]).start()
+    shell.say("from help")
+    return ["eth0"]
+shell.kind("PORT", values=values)
+top.command("port PORT")(lambda port: None)
+""")), "> ")
+    user.terminal.send("port ?")
+    user.terminal.wait_screen("all three", lambda rows: (
+        {"from help", "from a thread", "  eth0"} <= set(rows)
+        and [row for row in rows if row][-1] == "> port"))
+    user.leave("<c-u><c-d>")
+
+
 def test_nothing_is_left_of_what_they_say(start, tmp_path):
     user = ShellUser(start(SHELL % ('"> "', SAYING), env={"TMPDIR": str(tmp_path)}), "> ")
     user.type("later<enter>", "> later", "> ")
