@@ -52,6 +52,7 @@ tell("handlers", [signal.getsignal(number) in (signal.SIG_DFL, signal.default_in
                   for number in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGQUIT,
                                  signal.SIGHUP)])
 tell("wakeup", signal.set_wakeup_fd(-1))
+assert shell.current is None
 tell("threads", threading.active_count())
 sys.exit(status)
 """
