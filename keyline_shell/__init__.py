@@ -1,4 +1,4 @@
-"""Ready-made parts for an interactive command shell on Keyline; see keyline_shell(7).
+"""Ready-made parts for an interactive command shell on Keyline; see keyline_shell(3).
 
     shell.py, session.py     what a shell is made of, and one user's session with it
     words.py, help.py        the command language: trees of words, help, completion, mistakes
@@ -15,4 +15,5 @@ from .shell import Mode, Shell
 from .words import Kind, Mistake, Refused, Tree, Word
 
 __all__ = ["Kind", "Mistake", "Mode", "Refused", "Shell", "Tree", "Word", "ask", "choose",
-           "colour", "columns", "confirm", "page", "password", "progress", "table", "visible"]
+           "colour", "columns", "confirm", "page", "password", "progress", "table", "users",
+           "visible"]

@@ -246,6 +246,8 @@ def _tell_history(recalled: str) -> None:
     if _known < 0:
         Keyline.clearHistory()
         _known = 0
+    elif not Keyline.history(MODE):  # a shell of the program's own may have emptied it
+        _known = 0
     for line in _history[_known:] + [recalled]:
         # What the editor cannot have, a file may hold.
         Keyline.addHistory(line.replace("\0", "?").encode(errors="replace").decode(), MODE, "")

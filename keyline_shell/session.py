@@ -4,7 +4,7 @@ import signal
 import sys
 from contextlib import ExitStack, contextmanager
 from types import FrameType
-from typing import Callable, Dict, Iterator, Optional, TextIO
+from typing import Callable, Dict, Iterator, Optional, TextIO, Union
 
 import Keyline
 
@@ -94,8 +94,10 @@ class Session:
 
     def signals(self, stack: ExitStack) -> None:
         """While a line is read, the module takes the keys; at other times they come here."""
-        handlers: Dict[signal.Signals, Handler] = {
-            signal.SIGINT: self.on_key, signal.SIGTSTP: lambda number, frame: None}
+        handlers: Dict[signal.Signals, Union[Handler, signal.Handlers]] = {
+            # Programs that a command starts get Ctrl-C, and are not stopped by Ctrl-Z either:
+            # nobody would continue them.
+            signal.SIGINT: self.on_key, signal.SIGTSTP: signal.SIG_IGN}
         ends = [number for number in (signal.SIGTERM, signal.SIGQUIT)
                 if signal.getsignal(number) == signal.SIG_DFL]
         handlers.update(dict.fromkeys(ends, self.on_end))
@@ -103,7 +105,8 @@ class Session:
             # A lost terminal shows as the end of input, so that the session ends in order.
             handlers[signal.SIGHUP] = self.on_key
         for number, handler in handlers.items():
-            stack.callback(signal.signal, number, signal.signal(number, handler))
+            before = signal.signal(number, handler)
+            stack.callback(signal.signal, number, before or signal.SIG_DFL)
         self.ends = Ends(ends)
         stack.callback(self.ends.stop)
 

@@ -97,4 +97,5 @@ def test_log(count: int = 3, rate: int = 0) -> None:
 
 
 if __name__ == "__main__":
-    sys.exit(shell.main("./demo", "a small network device"))
+    with log:
+        sys.exit(shell.main("./demo", "a small network device"))

@@ -78,6 +78,18 @@ class Setup:
         self.under_valgrind = under
         if under:
             self.interpreter = under_valgrind(interpreter, sanitizer_logs)
+        self.looks_early = bool(sanitizer_logs) and not under and self.loses_memory()
+
+    def python_path(self):
+        """Where the children look for modules."""
+        early = [os.path.join(ROOT, "tests", "support", "leaks")] if self.looks_early else []
+        return ":".join([self.module_dir] + early)
+
+    def loses_memory(self):
+        """Whether the sanitizer finds leaks of the interpreter when it does nothing at all."""
+        result = subprocess.run([self.interpreter, "-c", "pass"], check=False,
+                                env=dict(os.environ, **self.sanitizer_environment()))
+        return result.returncode != 0 and bool(self.sanitizer_reports())
 
     def module(self):
         """The path of the shared object."""
@@ -196,6 +208,7 @@ def serves_logins():
         ["unshare", "--user", "--map-user=1000", "true"], stderr=subprocess.DEVNULL).returncode == 0
 
 
+@pytest.hookimpl(trylast=True)  # of what is left when -k and -m have chosen
 def pytest_collection_modifyitems(config, items):
     """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
     markers = []

@@ -58,7 +58,7 @@ while read -r candidate; do
 done < <(candidates "${1:-}")
 
 list=$(for version in "${!found[@]}"; do printf '%s %s\n' "$version" "${found[$version]}"; done |
-    sort -V)
+    sort -k 1,1V)
 if [ -z "$list" ]; then
     if [ -n "${KEYLINE_PYTHON:-}" ]; then
         if "$KEYLINE_PYTHON" -I -S -c "$free_threaded" > /dev/null 2>&1 < /dev/null; then

@@ -52,38 +52,70 @@ def expect(user, *rows):
 
 @pytest.mark.smoke
 def test_the_program(user):
-    expect(user, "switch> ")
+    rows = ["switch> "]
+    expect(user, *rows)
     user.send("?")
-    rows = ["switch> ", "show    what there is", "exit    good-bye"]
-    expect(user, *rows, "switch> ")
-    user.send("sh<tab>")
-    expect(user, *rows, "switch> show")
-    user.send("x<tab>")
-    expect(user, *rows, "switch> showx")
-    user.send("<bs><enter>")
-    rows += ["switch> show", "you typed 'show'"]
-    expect(user, *rows, "switch> ")
-    user.send("<up>")
-    expect(user, *rows, "switch> show")
-    user.send("<c-c>")
-    rows += ["switch> show"]
-    expect(user, *rows, "switch> ")
-    user.send("more")
-    expect(user, *rows, "switch> more")
+    rows = ["switch> ?", "  configure  Change the settings",
+            "  exit       Leave this mode; in exec mode, the shell",
+            "  show       ", "switch> "]
+    expect(user, *rows)
+    user.send("sh<tab>s<tab><enter>")
+    rows[-1:] = ["switch> show settings", "Name  Value", "mtu    1500", "switch> "]
+    expect(user, *rows)
+    user.send("con<enter>mt 9001<enter>")
+    rows[-1:] = ["switch> con", "switch(config)# mt 9001", "                   ^",
+                 '% Unknown word "9001": expected <68-9000>', "switch(config)# "]
+    expect(user, *rows)
+    user.send("<up><bs><bs><bs><bs>9000<enter>sh s<enter>")
+    rows[-1:] = ["switch(config)# mt 9000", "switch(config)# sh s", "Name  Value",
+                 "mtu    9000", "switch(config)# "]
+    expect(user, *rows)
+    user.send("no mtu<enter>sh s<enter>")
+    rows[-1:] = ["switch(config)# no mtu", "switch(config)# sh s", "Name  Value", "mtu    1500",
+                 "switch(config)# "]
+    expect(user, *rows)
+    user.send("half")
+    expect(user, *rows[:-1], "switch(config)# half")
     user.send("<c-z>")
-    rows += ["switch> more"]
-    expect(user, *rows, "switch> ")
+    rows[-1:] = ["switch(config)# half^Z", "switch> "]
+    expect(user, *rows)
     user.send("<c-d>")
     user.expect_end("clean")
+
+
+def test_the_program_in_a_pipe(run):
+    program, = re.findall("```python\n(.*?)```", read("README.md"), re.S)
+    assert program.rstrip().count("\n") <= 16
+    assert run(program, stdin=b"conf\nmtu 1400\nshow settings\n").stdout == (
+        b"Name  Value\nmtu    1400\n")
 
 
 # --- The picture -------------------------------------------------------------------------
 
 
-def test_the_picture_is_what_the_shell_shows(setup, tmp_path):
-    """Drawn under any interpreter, and at any time, it is the same to the last byte."""
-    drawn = tool("picture").picture(setup.interpreter, environment(setup, str(tmp_path), None))
-    assert drawn == read("docs/session.svg"), "tools/picture draws it again"
+@pytest.mark.parametrize("name, drawing", [("session", "picture"), ("log", "moving")])
+def test_the_pictures_are_what_the_shell_shows(setup, tmp_path, name, drawing):
+    """Drawn under any interpreter, and at any time, they are the same to the last byte."""
+    draw = getattr(tool("picture"), drawing)
+    drawn = draw(setup.interpreter, environment(setup, str(tmp_path), None))
+    assert drawn == read("docs/%s.svg" % name), "tools/picture draws it again"
+
+
+def test_the_moving_picture_shows_one_frame_at_a_time():
+    """At any time; and the last one where nothing moves."""
+    frames = xml.dom.minidom.parseString(read("docs/log.svg")).getElementsByTagName("g")
+    assert [frame.getAttribute("visibility") for frame in frames] == (
+        ["hidden"] * (len(frames) - 1) + ["visible"])
+    spans = []
+    for frame in frames:
+        moves, = frame.getElementsByTagName("animate")
+        times = [float(time) for time in moves.getAttribute("keyTimes").split(";")] + [1.0]
+        values = moves.getAttribute("values").split(";")
+        at = values.index("visible")
+        assert values.count("visible") == 1 and len(times) == len(values) + 1
+        spans.append((times[at], times[at + 1]))
+    assert spans[0][0] == 0 and spans[-1][1] == 1 and len(spans) > 10
+    assert all(before[1] == after[0] for before, after in zip(spans, spans[1:]))
 
 
 def test_the_picture_has_every_row_of_the_screen_with_its_look():

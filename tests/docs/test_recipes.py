@@ -195,10 +195,10 @@ words = %r
 def test_asyncio(start, text):
     child = start(text)
     expect_rows(child, ">")
-    child.send("one<tab>")
-    expect_rows(child, "> one")
+    child.send("one<tab>!")
+    expect_rows(child, "> one!")  # the completion is over
     child.send("<c-c>")
-    expect_rows(child, "> oneagain", ">")
+    expect_rows(child, "> one!again", ">")
     child.send("two<enter>")
     expect_rows(child, "two ['one'] True", ">")
     child.send("<c-d>")
@@ -214,10 +214,25 @@ def test_threads(start, text):
     child.expect_end()
 
 
+@example("fork")
+def test_fork(start, text):
+    child = start(text)
+    expect_rows(child, ">")
+    child.send("7<enter>")
+    expect_rows(child, "> 7", "42", ">")
+    child.send("<c-c>")
+    expect_rows(child, "42", "> again", ">")
+    child.send("8<enter>")
+    expect_rows(child, "> 8", "48", ">")
+    child.send("<c-d>")
+    child.expect_end()
+
+
 @example("timeout")
 def test_timeout(start, text):
     child = start(text)
-    expect_rows(child, "name> None", "name>")
+    child.wait_screen("the end of the time, also before there is a prompt", lambda rows: (
+        rows[0] in ("name> None", "None") and rows[1] == "name>"))
     child.send("ann<enter>")
     expect_rows(child, "name> ann", "ann")
     child.expect_end()
@@ -325,6 +340,7 @@ def test_confirm(start, text):
 def test_log(start, text):
     """Ctrl-C that hits the callable is a Ctrl-C at the prompt, in the end."""
     child = start("""
+sys.setswitchinterval(100)  # no other thread in the moment before the callable is over
 class Stream:  # of a terminal that is slow
     def __init__(self, stream): self.stream = stream
     def __getattr__(self, name): return getattr(self.stream, name)
@@ -387,29 +403,39 @@ tell("loads", [loads(text) for text in (
 
 
 SHELL = """
-import Keyline
-def complete(key, line):
-    print("\\r", end="", flush=True)
-    return "ow"
-Keyline.addHistory("before", "exec", "")
-line = Keyline.readline("> ", complete, "exec", "")
+import keyline_shell
+shell = keyline_shell.Shell()
+top = shell.mode("exec", "router> ")
+@top.command("greet NAME", help="Say hello")
+def greet(name):
+    print("hello", name)
+shell.run()
 """
 
 
 @example("debugger")
-def test_debugger(setup, start, text):
+def test_debugger(start, text):
+    """The shell and the debugger take turns, each with its own history."""
     child = start("""
 with open("shell.py", "w") as file:
     file.write(%r)
 words = %r
 os.execv(sys.executable, [sys.executable] + words[1:])
 """ % (SHELL, text.split()))
-    expect_rows(child, "-> import Keyline", "(Pdb)")
-    child.send("c<enter>")
-    expect_rows(child, "(Pdb) c", ">")
-    child.send("sh<tab><enter>")
-    child.wait_screen("its end", lambda rows: "-> import Keyline" in rows[2:])
-    child.send("line<tab><c-u>q<enter>")
+    expect_rows(child, "-> import keyline_shell", "(Pdb)")
+    child.send("b 7<enter>c<enter>")
+    expect_rows(child, "(Pdb) c", "router>")
+    child.send("gr<tab>bob<enter>")
+    expect_rows(child, "router> greet bob", "> %s/shell.py(7)greet()" % child.home,
+                '-> print("hello", name)', "(Pdb)")
+    child.send("p name<enter><up><up><enter>")
+    expect_rows(child, "(Pdb) p name", "'bob'", "(Pdb) c", "hello bob", "router>")
+    child.send("<up>")
+    expect_rows(child, "hello bob", "router> greet bob")
+    child.send("<c-u>exit<enter>")
+    child.wait_screen("the program anew", lambda rows: [row for row in rows if row][-2:] == [
+        "-> import keyline_shell", "(Pdb)"] and "router> exit" in rows)
+    child.send("<up><c-u>q<enter>")
     child.expect_end()
 
 

@@ -113,7 +113,7 @@ def test_a_checker_takes_right_uses_and_refuses_wrong_ones(tmp_path):
     """Each line of the examples that ends in `# error: CODE` is refused so, and no other."""
     path = os.path.join(HERE, "types_examples.py")
     found = subprocess.run(
-        [sys.executable, "-m", "mypy", "--strict", "--python-version", "3.9",
+        [sys.executable, "-m", "mypy", "--strict", "--show-error-codes",
          "--config-file=", "--no-error-summary", "--hide-error-context",
          "--cache-dir", str(tmp_path), path],
         env=dict(os.environ, MYPYPATH=FOLDER), capture_output=True, text=True)

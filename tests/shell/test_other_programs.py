@@ -367,6 +367,8 @@ for number in range(1100):
 readline.input("> ")
 tell("shell", Keyline.history("exec"))
 tell("oldest", Keyline.history("readline")[0])
+Keyline.resetInput()  # at the end of its session
+readline.input("next> ")
 """)
     expect_rows(child, ">")
     child.send("<up>")
@@ -374,6 +376,10 @@ tell("oldest", Keyline.history("readline")[0])
     child.send("<enter>")
     child.expect_fact("shell", ["the shell's"])
     child.expect_fact("oldest", "line 0")
+    expect_rows(child, "next>")
+    child.send("<up><up>")
+    expect_rows(child, "next> line 1098")
+    child.send("<enter>")
     child.expect_end()
 
 

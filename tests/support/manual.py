@@ -13,7 +13,7 @@ from script import ROOT
 
 COOKED = termios.ICANON | termios.ECHO  # what the editor's raw mode takes away
 FOLDER = os.path.join(ROOT, "docs", "manual")
-PAGES = ("Keyline.3", "keyline.7", "keyline_recipes.7", "vantor.3")
+PAGES = ("Keyline.3", "keyline.7", "keyline_recipes.7", "keyline_shell.3", "vantor.3")
 ESCAPES = {r"\e": "\\", r"\&": "", r"\-": "-", r"\ ": " ", r"\(aq": "'", r"\(ga": "`",
            r"\(dq": '"'}
 
@@ -41,7 +41,8 @@ def marked(kind, end, *pages):
 
 
 EXAMPLES = {name: plain(body) for name, body in marked("example", "Ed").items()}
-RECIPES = set(marked("example", "Ed", "keyline_recipes.7"))  # have tests of their own
+RECIPES = set(marked("example", "Ed", "keyline_recipes.7"))  # have tests of their own,
+SHELLS = set(marked("example", "Ed", "keyline_shell.3"))  # as have these
 TABLES = {name: {plain(key): plain(text) for key, text in re.findall(
     r"(?m)^\.It (.*?)(?: Ta (.*))?$", body)}
           for name, body in marked("table", "El").items()}

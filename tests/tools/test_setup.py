@@ -145,6 +145,39 @@ def test_package_that_no_source_has(machine):
     assert "cannot install first rare (log: " in said
 
 
+UNPACKING = {
+    "apt-get": """
+        case " $* " in *" update "*) touch "$MACHINE/updated" ;; *" download "*)
+            [ -e "$MACHINE/updated" ] || exit 100
+            echo "$*" >> "$MACHINE/fetched"
+            for name; do
+                case $name in -* | download) ;; *) echo "$name" > "${name}_1.0.deb" ;; esac
+            done ;;
+        esac""",
+    "dpkg": """mkdir -p "$3/usr" && cp "$2" "$3/usr/$(cat "$2")" """,
+}
+
+
+def test_packages_that_are_only_unpacked(machine):
+    """They are fetched once, and again when they are others; nothing is installed."""
+    for name, text in UNPACKING.items():
+        machine.program(name, text)
+    unpacked = machine.root / "build" / "unpacked"
+    for packages in "build a\nunpack b\nunpack c\n", "unpack d\n":
+        (machine.root / "tools" / "packages").write_text(packages)
+        for said in True, False:
+            result = machine.run("unpack_packages")
+            assert (result.returncode, bool(result.stderr)) == (0, said), result.stderr
+    assert os.listdir(unpacked / "usr") == ["d"]
+    assert sorted(os.listdir(unpacked)) == ["packages", "usr"]
+    assert len((machine.folder / "fetched").read_text().splitlines()) == 2
+    assert (machine.folder / "installed").read_text() == ""
+    machine.program("apt-get", "exit 100")
+    (machine.root / "tools" / "packages").write_text("unpack e\n")
+    result = machine.run("unpack_packages")
+    assert result.returncode == 1 and "cannot fetch e (log: " in result.stderr
+
+
 # --- ./demo ------------------------------------------------------------------------------
 
 
