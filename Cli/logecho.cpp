@@ -37,7 +37,7 @@ conlog_call(PyObject *callback, int first, int second)
     // interpreter looks next; so does the one of a result that is no int.
     if (result == nullptr)
         return false;
-    bool redraw = result != Py_None && PyLong_AsLong(result) > 0;
+    bool redraw = result != Py_None && PyLong_AsLongLong(result) > 0;
     if (redraw)
         rl_forced_update_display();
     Py_DECREF(result);

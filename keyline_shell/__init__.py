@@ -9,7 +9,6 @@
     standard.py              commands that most shells have
     readline.py, cmd.py      programs that were written for other modules
 """
-from . import users
 from .ask import ask, choose, confirm, password
 from .screen import colour, columns, page, progress, table, visible
 from .shell import Mode, Shell

@@ -90,7 +90,7 @@ def password(question: str = "Password: ", twice: str = "") -> str:
 
 
 def _hidden(question: str) -> str:
-    if not screen.terminal():
+    if not sys.stdin.isatty():  # wherever the output goes
         return _read(question)
     sys.stdout.write(question)
     sys.stdout.flush()

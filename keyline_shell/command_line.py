@@ -5,7 +5,7 @@ import signal
 import sys
 from typing import TYPE_CHECKING
 
-from . import screen, users
+from . import screen
 
 if TYPE_CHECKING:
     from .shell import Shell
@@ -25,6 +25,8 @@ def main(shell: "Shell", program: str, description: str) -> int:
     options = parser.parse_args()
     try:
         if options.connect:
+            from . import users
+
             return users.connect(options.connect)
         if options.watch:
             open(options.watch).close()
@@ -34,6 +36,8 @@ def main(shell: "Shell", program: str, description: str) -> int:
         if options.idle is not None:
             shell.idle, shell.warning = options.idle, min(shell.warning, options.idle)
         if options.serve:
+            from . import users
+
             how = "%s --connect %s" % (program, options.serve)
             return users.serve(options.serve, shell.run, how)
         if options.file:

@@ -1,10 +1,8 @@
 """Text above the line being edited: lines of a log file, and what other threads say."""
 import _thread
 import os
-import shutil
 import signal
 import sys
-import tempfile
 import threading
 from contextlib import suppress
 
@@ -13,6 +11,7 @@ import Keyline
 from . import screen
 from .reader import reader
 
+NEWS = "news"  # the name of this object's own file
 KEYS = {signal.SIGINT, signal.SIGTSTP}
 
 
@@ -36,7 +35,9 @@ class Log:
         if self.path:
             Keyline.loggingSyncEnabledIs(self.path)
         if self.folder:
-            shutil.rmtree(self.folder, ignore_errors=True)
+            with suppress(OSError):
+                os.unlink(os.path.join(self.folder, NEWS))
+                os.rmdir(self.folder)
         self.path = self.folder = ""
 
     def say(self, text: str) -> None:
@@ -44,8 +45,8 @@ class Log:
         text = screen.visible(text.rstrip("\n") + "\n")
         with self.lock:
             thread = reader.thread
-            if thread is None or not reader.editing:
-                sys.stdout.write(text)
+            if thread is None or not reader.editing:  # a command's output, question or page
+                sys.stdout.write(text if thread is None else "\n" + text)
                 sys.stdout.flush()
             elif self.path and not self.folder:
                 # The editor watches one file.  So prompt and line stay where they are, and are
@@ -59,8 +60,10 @@ class Log:
 
     def write(self, text: str) -> None:
         if not self.folder:
+            import tempfile  # which takes its time
+
             folder = tempfile.mkdtemp(prefix="keyline-")
-            path = os.path.join(folder, "news")
+            path = os.path.join(folder, NEWS)
             open(path, "w").close()
             self.show(path)
             self.folder = folder

@@ -8,7 +8,6 @@ place, what is printed begins on a new row.
 """
 import os
 import re
-import subprocess
 import sys
 import textwrap
 import time
@@ -25,6 +24,7 @@ RETURN, ERASE, ERASE_ROW = "\x1b8", "\x1b[J", "\r\x1b[K"
 INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
 # Asks the terminal for marks around what is pasted, between which no key gives help.
 MARKS, NO_MARKS = "\x1b[?2004h", "\x1b[?2004l"
+LOOK = "\x1b\\[[0-9;:]*m"  # the sequence that changes it
 LOOKS = {"bold": 1, "dim": 2, "underline": 4, "reverse": 7, "red": 31, "green": 32,
          "yellow": 33, "blue": 34, "magenta": 35, "cyan": 36, "white": 37}
 MORE = "--More--"
@@ -35,6 +35,8 @@ Item = TypeVar("Item")
 
 def look() -> None:
     """Finds out what the terminal of the user who comes now can do."""
+    import subprocess  # nothing of this is for shells without a terminal
+
     global plain
     plain = True
     widths.clear()
@@ -156,28 +158,35 @@ def fold(text: str, columns: int, indent: int = 2) -> str:
                          break_on_hyphens=False) + "\n"
 
 
+def _coloured() -> bool:
+    return os.environ.get("TERM", "dumb") != "dumb" and not os.environ.get("NO_COLOR")
+
+
 def colour(text: str, *looks: str) -> str:
-    """Text in a colour, bold, ..., see LOOKS; as it is where nobody sees that."""
-    if plain or not terminal() or os.environ.get("NO_COLOR"):
-        return text
-    return "\x1b[%sm%s\x1b[0m" % (";".join(str(LOOKS[name]) for name in looks), text)
+    """Text in a colour, bold, ..., see LOOKS; as it is where nobody sees or wants that."""
+    codes = ";".join(str(LOOKS[name]) for name in looks)
+    return "\x1b[%sm%s\x1b[0m" % (codes, text) if terminal() and _coloured() else text
 
 
 def prompt(text: str) -> str:
     """A prompt for the editor: what changes its look is marked as taking no column."""
-    text = re.sub("([%s][^%s]*[%s])|(\x1b\\[[0-9;:]*m)" % (INVISIBLE, VISIBLE, VISIBLE),
+    if not _coloured():  # it may have been made on another terminal
+        text = re.sub(INVISIBLE + LOOK + VISIBLE + "|" + LOOK, "", text)
+    text = re.sub("(%s[^%s]*%s)|(%s)" % (INVISIBLE, VISIBLE, VISIBLE, LOOK),
                   lambda match: match[1] or INVISIBLE + match[2] + VISIBLE, text)
     return text if plain else INVISIBLE + MARKS + VISIBLE + text
 
 
 def printed(text: str) -> str:
     """A prompt as it is to be printed, without the marks for the editor."""
+    if not _coloured():
+        text = re.sub(LOOK, "", text)
     return text.replace(INVISIBLE, "").replace(VISIBLE, "")
 
 
 def bare(text: str) -> str:
     """The last row of a prompt, without what takes no column."""
-    text = re.sub("%s[^%s]*%s|\x1b\\[[0-9;:]*m" % (INVISIBLE, VISIBLE, VISIBLE), "", text)
+    text = re.sub("%s[^%s]*%s|%s" % (INVISIBLE, VISIBLE, VISIBLE, LOOK), "", text)
     return text.rpartition("\n")[2]
 
 

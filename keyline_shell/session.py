@@ -105,7 +105,8 @@ class Session:
             # A lost terminal shows as the end of input, so that the session ends in order.
             handlers[signal.SIGHUP] = self.on_key
         for number, handler in handlers.items():
-            stack.callback(signal.signal, number, signal.signal(number, handler))
+            before = signal.signal(number, handler)
+            stack.callback(signal.signal, number, before or signal.SIG_DFL)
         self.ends = Ends(ends)
         stack.callback(self.ends.stop)
 

@@ -8,7 +8,8 @@ import tempfile
 
 import pytest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [os.path.join(HERE, "support"), os.path.join(os.path.dirname(HERE), "tools")]
 
 # pylint: disable=wrong-import-position
 from script import ROOT, run_script
@@ -77,6 +78,18 @@ class Setup:
         self.under_valgrind = under
         if under:
             self.interpreter = under_valgrind(interpreter, sanitizer_logs)
+        self.looks_early = bool(sanitizer_logs) and not under and self.loses_memory()
+
+    def python_path(self):
+        """Where the children look for modules."""
+        early = [os.path.join(ROOT, "tests", "support", "leaks")] if self.looks_early else []
+        return ":".join([self.module_dir] + early)
+
+    def loses_memory(self):
+        """Whether the sanitizer finds leaks of the interpreter when it does nothing at all."""
+        result = subprocess.run([self.interpreter, "-c", "pass"], check=False,
+                                env=dict(os.environ, **self.sanitizer_environment()))
+        return result.returncode != 0 and bool(self.sanitizer_reports())
 
     def module(self):
         """The path of the shared object."""

@@ -56,14 +56,18 @@ out_can(EditLine *el, int what)
 }
 
 /* out_do():
- *	Have it done, if the terminal can
+ *	Have it done, if the terminal can. Only what has padding needs an interpreter.
  */
 libedit_private void
 out_do(EditLine *el, int what)
 {
 	const char *string = out_can(el, what);
 
-	if (string != NULL)
+	if (string == NULL)
+		return;
+	if (strchr(string, '$') == NULL)
+		(void)fputs(string, el->el_outfile);
+	else
 		terminal_tputs(el, string, 1);
 }
 

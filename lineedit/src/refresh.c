@@ -283,7 +283,7 @@ re_refresh(EditLine *el)
 	if (line->cursor >= line->lastchar) {
 		line->cursor = line->lastchar;
 		if (el->el_map.current == el->el_map.alt && line->lastchar != line->buffer)
-			line->cursor--;
+			line->cursor = text_base(line->cursor - 1, line->buffer);
 	}
 	re_make(el, (size_t)(line->cursor - line->buffer));
 	out_move(el, &r->drawn, r->drawn.cursor.v, r->drawn.cursor.h);

@@ -81,14 +81,14 @@ window_reflowed(const layout_t *l, int width, coord_t cursor)
 		row = layout_row(l, v);
 		for (h = 0; h < row->end && (v < cursor.v || h < cursor.h); h += w) {
 			w = layout_cell_width(row, h);
-			if (to.h + w > width) {
+			if (to.h > 0 && to.h + w > width) {
 				to.v++;
 				to.h = 0;
 			}
 			to.h += w;
 		}
 		if (v < cursor.v ? row->joined != ROW_JOINED :
-		    h < row->end && to.h + layout_cell_width(row, h) > width) {
+		    h < row->end && to.h > 0 && to.h + layout_cell_width(row, h) > width) {
 			to.v++;
 			to.h = 0;
 		}

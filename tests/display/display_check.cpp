@@ -263,13 +263,13 @@ DisplayCheck::compare_scrolled(const Layout &layout, size_t shown, bool had_more
            std::to_string(least_scrolled);
 }
 
-// A window that was cleared has the prompt at its top.
+// A window that was cleared has the prompt at its top, or had, if the key did more.
 void
 DisplayCheck::begin_if_cleared()
 {
     if (terminal->clears() != clears) {
         clears = terminal->clears();
-        start = terminal->scrolled();
+        start = terminal->cleared_from();
         top = highest_top = 0;
         least_scrolled = most_scrolled = start;
         above.clear();

@@ -136,6 +136,15 @@ TEST_F(EditorDisplay, RowsClearedWithBlanksNoLongerGoOn)
     expect_right(session);
 }
 
+// The cursor of vi's commands stands on the last character, not on its mark.
+TEST_F(EditorDisplay, EnterOnAMarkInVi)
+{
+    DisplaySession session = session_of("\033k8 \r", 20);
+    session.vi = true;
+    session.history = {"ab\u0301"};
+    expect_right(session);
+}
+
 // It is asked where its cursor is, in vain, once.
 TEST_F(EditorDisplay, ResizeOfATerminalThatDoesNotAnswer)
 {
@@ -163,6 +172,23 @@ TEST_F(EditorDisplay, ResizeOfALineThatIsTallerThanTheWindow)
     event.rows = 24;
     event.columns = 40;
     session.events.push_back(event);
+    expect_right(session);
+}
+
+// A wide character has no room in a row of one column, and takes one all the same.
+TEST_F(EditorDisplay, ResizeToOneColumnAndBack)
+{
+    DisplaySession session = session_of("", 1);
+    session.prompt = "漢字";
+    session.above = 4;
+    DisplayEvent event;
+    event.kind = DisplayEvent::Resize;
+    event.rows = 24;
+    for (int columns : {11, 1}) {
+        event.columns = columns;
+        session.events.push_back(event);
+    }
+    session.events.push_back(session_of("a", 1).events[0]);
     expect_right(session);
 }
 

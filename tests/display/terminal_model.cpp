@@ -102,6 +102,12 @@ TerminalModel::clears() const
     return clearings;
 }
 
+size_t
+TerminalModel::cleared_from() const
+{
+    return cleared_row;
+}
+
 const std::vector<std::string> &
 TerminalModel::errors() const
 {
@@ -294,6 +300,7 @@ TerminalModel::act(Action action, int count)
         break;
     case Action::EraseAll:
         clearings++;
+        cleared_row = scrolled();
         for (size_t i = top; i < lines.size(); i++)
             lines[i] = Row();
         [[fallthrough]];

@@ -50,7 +50,8 @@ class TerminalModel
     int beeps() const;
     // What it has answered since the last time.
     std::string take_answers();
-    int clears() const; // how often the whole window was cleared
+    int clears() const;          // how often the whole window was cleared
+    size_t cleared_from() const; // the number of its first row then
     // What the program has done wrong so far, in words.
     const std::vector<std::string> &errors() const;
     void forget_errors();
@@ -77,6 +78,7 @@ class TerminalModel
     int bells = 0;
     std::string answers;
     int clearings = 0;
+    size_t cleared_row = 0;
     std::string sequence; // of escape, so far
     char32_t character = 0;
     int character_left = 0; // bytes that it still wants

@@ -93,10 +93,29 @@ def test_the_program_in_a_pipe(run):
 # --- The picture -------------------------------------------------------------------------
 
 
-def test_the_picture_is_what_the_shell_shows(setup, tmp_path):
-    """Drawn under any interpreter, and at any time, it is the same to the last byte."""
-    drawn = tool("picture").picture(setup.interpreter, environment(setup, str(tmp_path), None))
-    assert drawn == read("docs/session.svg"), "tools/picture draws it again"
+@pytest.mark.parametrize("name, drawing", [("session", "picture"), ("log", "moving")])
+def test_the_pictures_are_what_the_shell_shows(setup, tmp_path, name, drawing):
+    """Drawn under any interpreter, and at any time, they are the same to the last byte."""
+    draw = getattr(tool("picture"), drawing)
+    drawn = draw(setup.interpreter, environment(setup, str(tmp_path), None))
+    assert drawn == read("docs/%s.svg" % name), "tools/picture draws it again"
+
+
+def test_the_moving_picture_shows_one_frame_at_a_time():
+    """At any time; and the last one where nothing moves."""
+    frames = xml.dom.minidom.parseString(read("docs/log.svg")).getElementsByTagName("g")
+    assert [frame.getAttribute("visibility") for frame in frames] == (
+        ["hidden"] * (len(frames) - 1) + ["visible"])
+    spans = []
+    for frame in frames:
+        moves, = frame.getElementsByTagName("animate")
+        times = [float(time) for time in moves.getAttribute("keyTimes").split(";")] + [1.0]
+        values = moves.getAttribute("values").split(";")
+        at = values.index("visible")
+        assert values.count("visible") == 1 and len(times) == len(values) + 1
+        spans.append((times[at], times[at + 1]))
+    assert spans[0][0] == 0 and spans[-1][1] == 1 and len(spans) > 10
+    assert all(before[1] == after[0] for before, after in zip(spans, spans[1:]))
 
 
 def test_the_picture_has_every_row_of_the_screen_with_its_look():

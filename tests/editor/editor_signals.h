@@ -20,6 +20,7 @@ inline void (*again)();   // it, while it runs; null: no more
 inline int steps;         // so many have been taken
 inline int signal_at;     // raise a signal at this one; 0: at none
 inline int signal_raised; // which one
+inline bool is_limited;   // the step is of a wait that does not last for ever
 
 inline void
 step()
@@ -101,7 +102,9 @@ int
 select(int nfds, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
 {
     static auto *call = real(&select, select_name);
+    is_limited = limit != nullptr && limit->tv_sec + limit->tv_usec > 0;
     step();
+    is_limited = false;
     int result = call(nfds, reads, writes, others, limit);
     step();
     return result;

@@ -49,6 +49,8 @@ import Keyline
 line: str = Keyline.readline("> ")
 lines: int = Keyline.history()
 Keyline.simpleReadline(b"> ")
+from keyline_shell import Shell
+status: str = Shell().run()
 """
 
 
@@ -230,7 +232,7 @@ def test_checkers_find_the_types(setup, tmp_path, tmp_path_factory):
          "--cache-dir", str(tmp_path_factory.getbasetemp() / "mypy"),
          "--python-executable", setup.interpreter, str(uses)], capture_output=True, text=True, cwd=str(tmp_path))
     said = re.findall("^[^:]*:([0-9]+): error: .*\\[([a-z-]+)\\]$", found.stdout, re.M)
-    assert said == [("4", "assignment"), ("5", "arg-type")], found.stdout + found.stderr
+    assert said == [("4", "assignment"), ("5", "arg-type"), ("7", "assignment")], found.stdout + found.stderr
 
 
 # The packages themselves

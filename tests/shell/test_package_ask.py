@@ -1,4 +1,5 @@
 """The questions of keyline_shell, with answers, Ctrl-C, Ctrl-D, Ctrl-Z, and from a pipe."""
+import os
 import termios
 
 import pytest
@@ -108,6 +109,25 @@ def test_a_password_is_not_shown(user):
     assert b"right" not in user.terminal.display.raw.replace(b"so 'right'", b"")
     user.leave("<c-d>")
     user.terminal.assert_settings_as_found()
+
+
+def test_a_password_is_not_shown_wherever_the_output_goes(start):
+    child = start("sys.stdout = open('out', 'w')\n" + SHELL)
+    child.send("secret<enter>")
+    out = child.home + "/out"
+
+    def asked():
+        if not os.path.exists(out):
+            return False
+        with open(out, encoding="utf-8") as file:
+            return file.read().endswith("Password: ")
+
+    child.wait("the question", asked)
+    child.send("hidden<enter>exit<enter>")
+    child.expect_end("clean")
+    with open(out, encoding="utf-8") as file:
+        assert file.read().count("hidden") == 1  # as the command prints it
+    assert b"hidden" not in child.display.raw
 
 
 QUESTIONS = [("erase", "Erase it? [y/N] "), ("speed", "Speed [slow]: "),

@@ -49,10 +49,19 @@ def test_mistakes_are_pointed_at_behind_any_prompt(start, prompt, rows):
     user.leave("<c-u><c-d>")
 
 
-@pytest.mark.parametrize("variables", [{"TERM": "dumb"}, {"NO_COLOR": "1"}])
-def test_no_colours_where_nobody_sees_or_wants_them(start, variables):
-    user = ShellUser(start(SHELL % ('lambda: colour("lab> ", "red")', ""), env=variables), "lab> ")
-    assert b"\x1b[31m" not in user.terminal.display.raw
+COLOURED = ['lambda: colour("lab> ", "red")', 'colour("lab> ", "red")',
+            '"\\x1b[31mlab> \\x1b[0m"', '"\\x01\\x1b[31m\\x02lab> \\x01\\x1b[0m\\x02"']
+
+
+@pytest.mark.parametrize("prompt", COLOURED)
+@pytest.mark.parametrize("variables", [{"TERM": "dumb"}, {"NO_COLOR": "1"}, {"TERM": None}, {}])
+def test_colours_where_somebody_sees_and_wants_them(start, prompt, variables):
+    user = ShellUser(start(SHELL % (prompt, ""), env=variables), "lab> ")
+    user.type("?", *(["lab>"] if variables.get("TERM", "") != "" else []), "lab> ?",
+              "  exit  Leave this mode; in exec mode, the shell",
+              "  show  ", "lab> ")
+    found = user.terminal.display.raw.count(b"\x1b[31m")
+    assert found == (0 if variables else 3)
     user.leave("<c-d>")
 
 

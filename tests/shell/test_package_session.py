@@ -177,6 +177,17 @@ def test_idle_wherever_keys_are_awaited(start, command, shown):
     child.assert_settings_as_found()
 
 
+def test_the_warning_at_a_question_has_rows_of_its_own(start):
+    child = start(SHELL % (IDLE % (1, 0.5), ""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send("secret<enter>")
+    expect_tidy(child)
+    child.expect_end("status 124")
+    assert [row for row in child.display.rows() if row] == [
+        "> secret", "Password:", "% No key for 0.5 seconds: the session ends in 0.5",
+        "% No key for 1 seconds: good-bye"]
+
+
 def test_a_command_that_runs_is_not_idle(start):
     child = start(SHELL % (IDLE % (0.5, 0.2), """
 @top.command("work")
@@ -217,6 +228,17 @@ def test_no_processor_time_while_nothing_happens(start):
 
 
 # --- Other ends ------------------------------------------------------------------------------
+
+@pytest.mark.parametrize("command", ["wait", "stubborn"])
+def test_a_terminal_lost_in_a_command_ends_it(user, command):
+    user.terminal.send(command + "<enter>")
+    user.terminal.expect_fact("waits")
+    user.terminal.hang_up()
+    if command == "stubborn":
+        user.terminal.expect_fact("caught")
+    expect_tidy(user.terminal)
+    user.terminal.expect_end("clean")
+
 
 SAVED = """
 import atexit
@@ -307,3 +329,42 @@ shell.standard()
     user.type("show term<enter>", "> show term", "width 80, history of 1024 lines",
               "TAB and ? give help", "> ")
     leave(user)
+
+
+# --- What is typed -----------------------------------------------------------------------------
+
+NAMES = ["/etc/passwd", "!ls", "`id`", "$(id)", "|id", "~/.profile", "< /etc/passwd", "> made"]
+
+
+def test_nothing_that_is_typed_opens_a_file_or_starts_a_program(start):
+    """The interpreter tells of every file and program; the history's file is the only one."""
+    child = start(SHELL % ("history='kept'", """
+shell.standard()
+@shell.command("say LINE")
+def say(line): print(visible(line))
+@shell.command("ask")
+def ask_all(): print(ask("Who"), choose("Which", ["one", "two"]), confirm("So"), sep="|")
+shell.kind("PORT", values=lambda: ["eth0", "/etc/passwd"])
+@shell.command("port PORT")
+def port(name): print(name)
+def hook(event, arguments):
+    if event in ("open", "os.listdir", "os.scandir", "glob.glob", "subprocess.Popen", "os.exec",
+                 "os.fork", "os.posix_spawn", "os.system"):
+        tell("done", (event, str(arguments[0])))
+@shell.command("begin")
+def begin(): sys.addaudithook(hook)
+"""))
+    child.wait("the prompt", lambda: b"> " in child.display.raw)
+    child.send("begin<enter>")
+    for name in NAMES:
+        child.send("%s<enter>say %s<tab>?<enter>port %s<tab>?<c-u>" % ((name,) * 3))
+        child.send("ask<enter>%s<enter>%s<tab>?<c-u>one<enter>%s<enter>n<enter>" % ((name,) * 3))
+        child.send("secret<enter>%s<enter>" % name)
+    child.send("count 100<enter>v!q<c-x><c-e><esc>v<c-u>exit<enter>")
+    child.wait("the end", lambda: child.status is not None)
+    done = [value for fact, value in child.facts if fact == "done"]
+    child.facts = [fact for fact in child.facts if fact[0] != "done"]
+    assert child.display.raw.count(b"|one|False") == len(NAMES)
+    assert {one for one in done if not one[1].isdigit()} == {("open", "kept")}  # not descriptors
+    expect_tidy(child)
+    child.expect_end("clean")

@@ -1,5 +1,6 @@
 """The example shell as its user sees it: help, completion, mistakes, history, keys."""
 import os
+import re
 import signal
 
 import pytest
@@ -607,3 +608,76 @@ shell.history, session.Session.recall = "there", recall
     user.above = []
     child.send("exit<enter>")
     child.expect_end()
+
+
+# --- What else there is to play with ---------------------------------------------------------
+
+
+def configuring(user):
+    user.type("conf<enter>", "demo> conf", "demo(config)# ")
+    return user
+
+
+def test_interfaces_as_a_table_and_by_name(user):
+    configuring(user)
+    user.type("list<enter>", "demo(config)# list", "Interface  Address", "demo(config)# ")
+    user.type("int eth 1<enter>ip add 10.0.0.1/8<enter>int loop 0<enter>exit<enter>",
+              "demo(config)# int eth 1", "demo(config-if)# ip add 10.0.0.1/8",
+              "demo(config-if)# int loop 0", "demo(config-if)# exit", "demo(config)# ")
+    user.type("list ?", "demo(config)# list ?", "  ethernet1", "  loopback0",
+              "  <cr>       run the command", "demo(config)# list ")
+    user.type("l<tab><enter>", "demo(config)# list loopback0", "Interface   Address",
+              "loopback 0  none", "demo(config)# ")
+    user.type("list<enter>", "demo(config)# list", "Interface   Address",
+              "ethernet 1  10.0.0.1/8", "loopback 0  none", "demo(config)# ")
+    user.type("list ether2<enter>", "demo(config)# list ether2", " " * 19 + "^",
+              '% Unknown word "ether2": expected INTERFACE', "demo(config)# ")
+    user.leave()
+
+
+def test_progress_and_its_end_by_ctrl_c(user):
+    configuring(user)
+    user.type("probe count 1<enter>", "demo(config)# probe count 1", "demo(config)# ")
+    user.type("probe count 1000<enter>", "demo(config)# probe count 1000",
+              "testing: 0 of 1000, 0 %", cursor=(0, len("testing: 0 of 1000, 0 %")))
+    user.terminal.send("<c-c>")
+    user.terminal.wait_screen("the end", lambda rows: [
+        row for row in rows if row][-1] == "demo(config)#")
+    assert re.search(r"^testing: \d+ of 1000, \d+ %\^C$", "\n".join(user.terminal.display.rows()),
+                     re.M)
+    user.terminal.send("end<enter>exit<enter>")
+    user.terminal.expect_end("clean")
+
+
+def test_questions(user):
+    configuring(user)
+    user.type("setup<enter>slow<enter>abc<enter>abc<enter>", "demo(config)# setup",
+              "Speed [fast]: slow", "Password:", "Again:",
+              "% A password has at least four letters", "demo(config)# ")
+    user.type("setup<enter><enter>abcd<enter>abcd<enter>n<enter>", "demo(config)# setup",
+              "Speed [fast]:", "Password:", "Again:", "Keep this, at fast speed [y/n] n",
+              "demo(config)# ")
+    user.type("setup<enter><enter>abcd<enter>abcd<enter>y<enter>lab<enter>", "demo(config)# setup",
+              "Speed [fast]:", "Password:", "Again:", "Keep this, at fast speed [y/n] y",
+              "Name of the device [demo]: lab", "lab(config)# ")
+    user.leave()
+
+
+def test_no_hostname_is_the_first_one(user):
+    configuring(user)
+    user.type("host lab<enter>no host<enter>", "demo(config)# host lab", "lab(config)# no host",
+              "demo(config)# ")
+    user.leave()
+
+
+def test_the_history_and_the_patience_of_the_command_line(start, tmp_path):
+    path = tmp_path / "history"
+    user = ShellUser(start(shell("--history", str(path))))
+    user.type("! one<enter>", "demo> ! one", "demo> ")
+    user.leave()
+    child = start(shell("--history", str(path), "--idle", "0.5"))
+    user = ShellUser(child)
+    user.terminal.send("<up>")
+    child.wait_screen("the line", lambda rows: "demo> exit" in rows)
+    child.expect_end("status 124")
+    assert "% No key for 0.5 seconds: good-bye" in child.display.rows()

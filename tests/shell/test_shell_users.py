@@ -101,6 +101,18 @@ def test_a_user_who_hangs_up_makes_room(serving):
     ShellUser(second, WAITING, WELCOME, "demo> ").leave("exit<enter>")
 
 
+def test_a_user_who_sleeps_makes_room(start, tmp_path):
+    path = str(tmp_path / "shell")
+    server = start(shell("--serve", path, "--idle", "1"), columns=200)
+    server.wait_screen("the server", lambda rows: rows[0].startswith("waiting for users"))
+    users = [start(shell("--connect", path)) for number in range(2)]
+    for user in users:
+        user.expect_end("clean")
+        assert "% No key for 1 seconds: good-bye" in user.display.rows()
+    server.signal(signal.SIGTERM)
+    server.expect_end("clean")
+
+
 def test_a_user_who_is_tired_of_waiting(serving):
     first = ShellUser(serving())
     second = serving()

@@ -213,7 +213,8 @@ def main():
         if number is not None:
             os.set_inheritable(number, False)
     path = sys.argv[1]
-    if hasattr(libc, "__lsan_do_leak_check"):
+    early = hasattr(sys.modules.get("sitecustomize"), "look")  # and better: see leaks/ there
+    if hasattr(libc, "__lsan_do_leak_check") and not early:
         atexit.register(look_for_leaks)
     wait_for("start")
     with open(path, encoding="utf-8") as file:

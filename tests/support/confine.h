@@ -15,6 +15,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#ifdef SYS_newfstatat
+enum { CONFINE_FSTATAT = SYS_newfstatat };
+#else
+enum { CONFINE_FSTATAT = SYS_fstatat64 };
+#endif
+
 // Calls that touch nothing but the process itself and what it has open.
 static const unsigned confine_allowed[] = {SYS_read,
                                            SYS_pread64,
@@ -51,10 +57,27 @@ static const unsigned confine_allowed[] = {SYS_read,
                                            SYS_exit_group};
 
 // Calls that look at files, also as the user himself, as newer terminal libraries do.
-static const unsigned confine_looking[] = {SYS_newfstatat, SYS_faccessat, SYS_readlinkat,
-                                           SYS_getdents64, SYS_dup,       SYS_fcntl,
-                                           SYS_getuid,     SYS_geteuid,   SYS_getgid,
-                                           SYS_getegid,    SYS_setfsuid,  SYS_setfsgid};
+static const unsigned confine_looking[] = {SYS_faccessat, SYS_readlinkat, SYS_getdents64,
+                                           SYS_dup,       SYS_fcntl,      SYS_getuid,
+                                           SYS_geteuid,   SYS_getgid,     SYS_getegid,
+                                           SYS_setfsuid,  SYS_setfsgid,   CONFINE_FSTATAT};
+
+// The same, on a machine where a number in them was too small once.
+#ifdef SYS_fcntl64
+static const unsigned confine_allowed_anew[] = {SYS__llseek,
+                                                SYS_fstat64,
+                                                SYS_mmap2,
+                                                SYS__newselect,
+                                                SYS_pselect6_time64,
+                                                SYS_ppoll_time64,
+                                                SYS_futex_time64,
+                                                SYS_clock_gettime64,
+                                                SYS_clock_nanosleep_time64,
+                                                SYS_rt_sigtimedwait_time64};
+static const unsigned confine_looking_anew[] = {
+    SYS_fcntl64,  SYS_stat64,    SYS_lstat64,    SYS_getuid32,   SYS_geteuid32,
+    SYS_getgid32, SYS_getegid32, SYS_setfsuid32, SYS_setfsgid32, SYS_statx};
+#endif
 
 #ifdef SYS_open // a machine that also has the calls of old
 static const unsigned confine_allowed_of_old[] = {SYS_select, SYS_poll, SYS_time,
@@ -62,7 +85,7 @@ static const unsigned confine_allowed_of_old[] = {SYS_select, SYS_poll, SYS_time
 static const unsigned confine_looking_of_old[] = {SYS_access, SYS_stat, SYS_readlink};
 #endif
 
-enum { CONFINE_AT_MOST = 160 };
+enum { CONFINE_AT_MOST = 200 };
 
 struct confine_filter {
     struct sock_filter steps[CONFINE_AT_MOST];
@@ -107,7 +130,8 @@ confine_allow_if(struct confine_filter *filter, unsigned call, unsigned argument
                  uint16_t test, uint32_t value, int wanted)
 {
     confine_step(filter, BPF_JMP | BPF_JEQ | BPF_K, 0, 4, call);
-    confine_look(filter, offsetof(struct seccomp_data, args) + 8 * argument);
+    const size_t low = __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__ ? 4 : 0;
+    confine_look(filter, offsetof(struct seccomp_data, args) + 8 * argument + low);
     confine_step(filter, BPF_JMP | test | BPF_K, wanted ? 0 : 1, wanted ? 1 : 0, value);
     confine_decide(filter, SECCOMP_RET_ALLOW);
     confine_decide(filter, SECCOMP_RET_KILL_PROCESS);
@@ -122,6 +146,11 @@ confine(int may_look)
     uint32_t self = (uint32_t)getpid();
     confine_look(&filter, offsetof(struct seccomp_data, nr));
     CONFINE_ALLOW(&filter, confine_allowed);
+#ifdef SYS_fcntl64
+    CONFINE_ALLOW(&filter, confine_allowed_anew);
+    if (may_look)
+        CONFINE_ALLOW(&filter, confine_looking_anew);
+#endif
 #ifdef SYS_open
     CONFINE_ALLOW(&filter, confine_allowed_of_old);
     if (may_look)
@@ -135,7 +164,9 @@ confine(int may_look)
     confine_allow_if(&filter, SYS_kill, 0, BPF_JEQ, self, 1);
     confine_allow_if(&filter, SYS_tgkill, 0, BPF_JEQ, self, 1);
     // What a descriptor stands for may be asked, but not what a path does.
-    confine_allow_if(&filter, SYS_newfstatat, 3, BPF_JSET, 0x1000 /* AT_EMPTY_PATH */, 1);
+    const uint32_t empty_path = 0x1000; // AT_EMPTY_PATH, with other features
+    confine_allow_if(&filter, CONFINE_FSTATAT, 3, BPF_JSET, empty_path, 1);
+    confine_allow_if(&filter, SYS_statx, 2, BPF_JSET, empty_path, 1);
     confine_decide(&filter, SECCOMP_RET_KILL_PROCESS);
 
     struct sock_fprog program = {filter.length, filter.steps};

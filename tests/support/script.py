@@ -31,7 +31,7 @@ def environment(setup, home, changes):
     """The child's whole environment."""
     result = {
         "PATH": os.environ["PATH"], "HOME": home, "TERM": "xterm", "LC_ALL": "C.UTF-8",
-        "PYTHONPATH": setup.module_dir, "PYTHONDONTWRITEBYTECODE": "1",
+        "PYTHONPATH": setup.python_path(), "PYTHONDONTWRITEBYTECODE": "1",
     }
     result.update(setup.sanitizer_environment())
     result.update(changes or {})

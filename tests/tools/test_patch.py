@@ -223,3 +223,12 @@ def test_what_the_law_forbids(project, name, old, new, said):
 def test_a_file_of_ours_is_not_patched(project):
     project.write("lineedit/src/one.c", "ours\n")
     assert "01-first: changes src/one.c, which is a file of ours" in project.refused("check")
+
+
+# --- The series as it is -----------------------------------------------------------------
+
+
+def test_the_series_holds_the_law():
+    done = subprocess.run([os.path.join(ROOT, "tools", "patch"), "check"], check=False,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+    assert (done.stdout, done.returncode) == ("", 0)

@@ -1,0 +1,46 @@
+"""The sanitizer under the tests themselves: what is lost is found, with every interpreter."""
+import pytest
+
+LOST = {
+    "memory": "libc.malloc.restype = ctypes.c_void_p\n"
+              "def lose(): libc.malloc(4321)\n",
+    "text": "def lose(): ctypes.pythonapi.Py_IncRef(ctypes.py_object('x' * 4321))\n",
+}
+
+
+@pytest.mark.parametrize("what", LOST)
+def test_what_is_lost_is_found(setup, run, what):
+    """A few of many may still be known to a register."""
+    found = run("import Keyline\n" + LOST[what] + """
+def many(count):
+    for number in range(count):
+        lose()
+many(100)
+many(1)
+""", end="status 99" if setup.sanitizer_logs and not setup.under_valgrind else "clean")
+    assert not found.stderr
+    reports = setup.sanitizer_reports()
+    assert bool(reports) == bool(setup.sanitizer_logs)
+    for report in reports:
+        assert "leak" in report or "lost" in report
+
+
+def test_nothing_is_lost(setup, run):
+    """Names that the interpreter keeps, among them new ones, are no leaks."""
+    run("import sys\nimport Keyline\n"
+        "for number in range(100): sys.intern('name%d' % number)\n"
+        "for number in range(100): setattr(sys, 'other%d' % number, number)\n")
+    assert not setup.sanitizer_reports()
+
+
+def test_what_a_thread_holds_is_not_lost(run):
+    """A thread that waits at the end has things that nobody else knows."""
+    run("import threading, time\nimport Keyline\n"
+        "there = threading.Barrier(11)\n"
+        "def hold(number):\n"
+        "    text, lock = 'x' * (number + 1000), threading.Lock()\n"
+        "    there.wait()\n"
+        "    threading.Event().wait()\n"
+        "    print(text, lock)\n"
+        "for number in range(10): beside(hold, number)\n"
+        "there.wait()\n")
