@@ -8,7 +8,6 @@ key, the answer's edit, the whole redraw, the hand-over of the lock and of the s
 with 1 when the work at 5,000 characters takes more than 5 ms.
 """
 import os
-import pty
 import select
 import statistics
 import sys
@@ -16,14 +15,18 @@ import sysconfig
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "tools"))
+
+from pty_child import PtyChild  # noqa: E402
+
 LENGTHS = (10, 1000, 5000, 20000)
 ANSWERS = {"nothing": None, "text": "\bx"}
 ROUNDS = 200
 GOAL_LENGTH, GOAL = 5000, 0.005
 
 
-def child(answer):
-    """Reads one line and writes the times to descriptor 3: wall clock, processor."""
+def complete_lines(answer, descriptor):
+    """Reads one line and writes the times to the descriptor: wall clock, processor."""
     import Keyline
 
     left = []
@@ -39,50 +42,45 @@ def child(answer):
     Keyline.readline("> ", complete)
     wall = statistics.median(times[0] for times in work)
     processor = statistics.mean(times[1] for times in work)
-    os.write(3, ("%r %r %d" % (wall, processor, len(work))).encode())
+    os.write(descriptor, ("%r %r %d" % (wall, processor, len(work))).encode())
 
 
-def empty(master, limit):
+def empty(child, limit):
     """Takes what the child has written, waiting for at most limit seconds."""
-    if select.select([master], [], [], limit)[0]:
-        try:
-            os.read(master, 65536)
-        except OSError:  # the child has ended
-            pass
+    try:
+        child.read(limit)
+    except OSError:  # the child has ended
+        pass
 
 
-def type_keys(master, data):
+def type_keys(child, data):
     while data:
-        readable, writable, _ = select.select([master], [master], [])
-        if readable:
-            os.read(master, 65536)
-        if writable:
-            data = data[os.write(master, data[:256]):]
+        child.read(0)
+        if select.select([], [child.master], [], 0.01)[1]:
+            data = data[os.write(child.master, data[:256]):]
 
 
 def measure(folder, length, kind):
     reading, writing = os.pipe()
-    pid, master = pty.fork()
-    if pid == 0:
-        os.dup2(writing, 3)
-        environment = dict(os.environ, TERM="xterm", LC_ALL="C.UTF-8", PYTHONPATH=folder)
-        os.execve(sys.executable, [sys.executable, __file__, "--child", kind], environment)
+    child = PtyChild([sys.executable, __file__, "--child", kind, str(writing)],
+                     dict(os.environ, TERM="xterm", LC_ALL="C.UTF-8", PYTHONPATH=folder),
+                     pass_fds=[writing])
     os.close(writing)
-    empty(master, 10)  # the prompt
-    type_keys(master, b"a" * length + b"\t" * ROUNDS + b"\r")
+    empty(child, 10)  # the prompt
+    type_keys(child, b"a" * length + b"\t" * ROUNDS + b"\r")
     while not select.select([reading], [], [], 0)[0]:
-        empty(master, 0.01)
+        empty(child, 0.01)
     wall, processor, count = os.read(reading, 1000).split() or sys.exit("the child failed")
-    os.waitpid(pid, 0)
+    child.child.wait()
     os.close(reading)
-    os.close(master)
+    os.close(child.master)
     assert int(count) == ROUNDS - 1
     return float(wall), float(processor)
 
 
 def main():
     if sys.argv[1:2] == ["--child"]:
-        child(ANSWERS[sys.argv[2]])
+        complete_lines(ANSWERS[sys.argv[2]], int(sys.argv[3]))
         return 0
     version = sysconfig.get_python_version()
     folder = os.path.abspath(

@@ -10,15 +10,17 @@ end.
 """
 import argparse
 import os
-import pty
 import re
-import select
 import subprocess
 import sys
 import tempfile
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "tools"))
+
+from pty_child import PtyChild  # noqa: E402
+
 LIMIT = 50  # ms
 PAUSE = 0.02
 # Two sets of keys, typed in turn, so that a key's echo is its first showing. None of them
@@ -59,8 +61,8 @@ print(time.monotonic() - start)
 class User:
     """Types keys and looks for their echo in what the terminal is sent."""
 
-    def __init__(self, master):
-        self.master = master
+    def __init__(self, shell):
+        self.shell = shell
         self.shown = bytearray()
         self.line = b""
         self.keys = 0
@@ -74,12 +76,10 @@ class User:
         self.wanted = KEYS[kind][at:at + 1]
         self.line = (b"" if at == 0 else self.line) + self.wanted
         self.typed_at = time.monotonic()
-        os.write(self.master, (KILL if at == 0 else b"") + self.wanted)
+        self.shell.write((KILL if at == 0 else b"") + self.wanted)
 
     def look(self, limit):
-        if not select.select([self.master], [], [], limit)[0]:
-            return
-        data = os.read(self.master, 65536)
+        data = self.shell.read(limit)
         self.shown += data
         if self.wanted and self.wanted in data:
             self.echoes.append((time.monotonic() - self.typed_at) * 1000)
@@ -113,26 +113,25 @@ def main():
 
 def flood(options, path):
     open(path, "w").close()
-    master, slave = pty.openpty()
     reading, writing = os.pipe()
-    shell = subprocess.Popen(
-        [sys.executable, "-c", SHELL, path, str(writing)], stdin=slave, stdout=slave,
-        pass_fds=[writing], env=dict(os.environ, PYTHONPATH=options.folder, TERM="xterm"))
-    user = User(master)
+    shell = PtyChild([sys.executable, "-c", SHELL, path, str(writing)],
+                     dict(os.environ, PYTHONPATH=options.folder, TERM="xterm"),
+                     pass_fds=[writing])
+    user = User(shell)
     while b"> " not in user.shown:
         user.look(1)
     start = time.monotonic()
     writer = subprocess.Popen([sys.executable, "-S", "-c", WRITER, path, str(options.lines),
                                str(options.rate)], stdout=subprocess.PIPE)
     last = b"LINE %07d OF" % (options.lines - 1)
-    user.until(lambda: last in user.shown[-9000:] or shell.poll() is not None)
+    user.until(lambda: last in user.shown[-9000:] or shell.child.poll() is not None)
     took = time.monotonic() - start
     while user.wanted or not user.is_line_shown() and time.monotonic() - user.typed_at < 1:
         user.look(0.1)
     right = user.is_line_shown()
-    os.write(master, b"\n")
+    shell.write(b"\n")
     right = right and os.read(reading, 1000) == user.line
-    shell.wait()
+    shell.child.wait()
     return report(options, user, took, float(writer.communicate()[0]), right)
 
 

@@ -8,15 +8,19 @@ nothing back. By contract an interrupt that hits the callable ends the process. 
 number of presses until then, or that there was no end.
 """
 import os
-import pty
 import random
-import select
+import subprocess
 import sys
 import tempfile
 import threading
 import time
 
-SHELL = os.path.join(os.path.dirname(os.path.dirname(os.path.abspath(__file__))), "shell")
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(ROOT, "tools"))
+
+from pty_child import PtyChild  # noqa: E402
+
+SHELL = os.path.join(ROOT, "shell")
 PLAIN = "from keyline_shell import log; log.Log.on_news = log.Log.print_news; "
 RUN = ("import runpy, sys; %s"
        "sys.argv[1:] = ['--watch', %r]; runpy.run_path(%r, run_name='__main__')")
@@ -25,11 +29,10 @@ RUN = ("import runpy, sys; %s"
 def presses_until_the_end(module_dir, python, changes, rate, most):
     """The number of presses, and whether the last one ended the shell."""
     with tempfile.NamedTemporaryFile("a") as log:
-        child, master = pty.fork()
-        if child == 0:
-            os.environ.update(PYTHONPATH=module_dir, TERM="xterm", EDITRC="/dev/null")
-            os.dup2(os.open("/dev/null", os.O_WRONLY), 2)
-            os.execv(python, [python, "-c", RUN % (changes, log.name, SHELL)])
+        shell = PtyChild(
+            [python, "-c", RUN % (changes, log.name, SHELL)],
+            dict(os.environ, PYTHONPATH=module_dir, TERM="xterm", EDITRC="/dev/null"),
+            stderr=subprocess.DEVNULL)
         over = threading.Event()
 
         def write():
@@ -40,23 +43,22 @@ def presses_until_the_end(module_dir, python, changes, rate, most):
         pressed, seen = 0, b""
         try:
             while b"demo> " not in seen:
-                seen += os.read(master, 4096)
+                seen += shell.read(None)
             writer.start()
             while pressed < most:
                 time.sleep(random.uniform(0, 0.004))  # at any moment
-                os.write(master, b"\x03")
+                shell.write(b"\x03")
                 pressed += 1
                 shown, limit = b"", time.monotonic() + 5
                 while b"^C" not in shown and time.monotonic() < limit:
-                    if select.select([master], [], [], 0.01)[0]:
-                        shown += os.read(master, 65536)
+                    shown += shell.read(0.01)
             ended = False
         except OSError:  # which is how the terminal ends
             ended = True
         over.set()
         writer.join()
-        os.close(master)
-        os.waitpid(child, 0)
+        os.close(shell.master)
+        shell.child.wait()
         return pressed, ended
 
 

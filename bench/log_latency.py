@@ -8,7 +8,6 @@ Prints the medians and their ratio; ends with 1 when it is above 3.
 """
 import argparse
 import os
-import pty
 import statistics
 import struct
 import subprocess
@@ -18,6 +17,10 @@ import threading
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "tools"))
+
+from pty_child import PtyChild, is_asleep  # noqa: E402
+
 LIMIT = 3
 
 SHELL = """
@@ -51,16 +54,14 @@ def main():
 
 
 def compare(options, program, logs):
-    master, slave = pty.openpty()
     reading, writing = os.pipe()
-    shell = subprocess.Popen(
-        [sys.executable, "-c", SHELL, logs["shell"], str(writing)], stdin=slave,
-        stdout=slave, pass_fds=[writing], env=dict(os.environ, PYTHONPATH=options.folder))
+    shell = PtyChild([sys.executable, "-c", SHELL, logs["shell"], str(writing)],
+                     dict(os.environ, PYTHONPATH=options.folder), pass_fds=[writing])
     bare = subprocess.Popen([program, logs["bare"]], stdout=subprocess.PIPE)
     answers = {"shell": reading, "bare": bare.stdout.fileno()}
     taken = {"shell": [], "bare": []}
-    os.read(master, 100)  # the prompt
-    threading.Thread(target=drain, args=(master,), daemon=True).start()
+    shell.read(None)  # the prompt
+    threading.Thread(target=drain, args=(shell,), daemon=True).start()
     try:
         files = {name: os.open(logs[name], os.O_WRONLY | os.O_APPEND) for name in logs}
         for number in range(options.lines + 100):
@@ -72,9 +73,9 @@ def compare(options, program, logs):
                 if number >= 100:
                     taken[name].append((after - before) / 1000)
     finally:
-        shell.kill()
+        shell.child.kill()
         bare.kill()
-        shell.wait()
+        shell.child.wait()
         bare.wait()
     for name, words in ("shell", "shell's callable"), ("bare", "bare program"):
         print("to the %-17s median %6.1f us, 99th percentile %7.1f us" % (
@@ -86,8 +87,11 @@ def compare(options, program, logs):
     return int(ratio > LIMIT)
 
 
-def drain(fd):
-    while os.read(fd, 4096):
+def drain(child):
+    try:
+        while child.read(None):
+            pass
+    except OSError:  # the child has ended
         pass
 
 
@@ -95,9 +99,8 @@ def wait_for_sleep(pid):
     """A log line comes when nothing was going on for a while."""
     while True:
         time.sleep(0.001)
-        with open("/proc/%d/stat" % pid, encoding="utf-8") as file:
-            if file.read().rpartition(")")[2].split()[0] == "S":
-                return
+        if is_asleep(pid):
+            return
 
 
 if __name__ == "__main__":

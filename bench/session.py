@@ -4,13 +4,15 @@ Nothing here knows what the child is. Children run on the last processor and the
 the first, so that where there are two a child has one for itself. What a child costs is the
 processor time that the kernel counts for its threads, system calls included, in ns.
 """
-import fcntl
 import os
 import select
-import struct
-import subprocess
-import termios
+import sys
 import time
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+sys.path.insert(0, os.path.join(ROOT, "tools"))
+
+from pty_child import PtyChild, is_asleep  # noqa: E402
 
 DEADLINE = 120  # seconds; only a child that hangs meets it
 PROCESSORS = sorted(os.sched_getaffinity(0))
@@ -21,45 +23,34 @@ class Lost(Exception):
     """The child did not do what was waited for."""
 
 
-class Session:
+class Session(PtyChild):
     """A child at a terminal.
 
     None in command stands for the number of the descriptor that the child writes facts to.
-    wrap is a command that starts another, such as strace.
+    wrap is a command that starts another, such as strace. The terminal does not control the
+    child's session, which would take a call of this interpreter in the child before it starts,
+    and be counted.
     """
 
     def __init__(self, command, environment, wrap=()):
         reading, writing = os.pipe()
         self.facts = reading
-        self.master, slave = os.openpty()
-        fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("4H", ROWS, COLUMNS, 0, 0))
         command = [str(writing) if word is None else word for word in command]
         os.sched_setaffinity(0, PROCESSORS[-1:])
         self.started = time.perf_counter_ns()
         try:
-            self.child = subprocess.Popen(
-                [*wrap, *command], stdin=slave, stdout=slave, stderr=slave, env=environment,
-                pass_fds=[writing], start_new_session=True)
+            super().__init__([*wrap, *command], environment, ROWS, COLUMNS, controlling=False,
+                             pass_fds=[writing])
         finally:
             os.sched_setaffinity(0, PROCESSORS[:1])
-        os.close(slave)
-        os.close(writing)
-        self.pid = self.child.pid
+            os.close(writing)
         self.wrapped = bool(wrap)  # the child is one of the wrap's
         self.output = b""
         self.taken = 0  # bytes of output ever
 
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *reason):
-        self.close()
-
     def close(self):
-        os.close(self.master)
         os.close(self.facts)
-        self.child.kill()
-        self.child.wait()
+        super().close()
 
     def end(self):
         """Ends the child with Ctrl-D, which it takes at an empty line."""
@@ -74,16 +65,14 @@ class Session:
 
     def send(self, data):
         self.output = b""
-        os.write(self.master, data)
+        self.write(data)
 
     def take(self, limit=DEADLINE):
         """Takes what is there; False when there was nothing for limit seconds."""
-        if not select.select([self.master], [], [], limit)[0]:
-            return False
-        data = os.read(self.master, 65536)
+        data = self.read(limit)
         self.output += data
         self.taken += len(data)
-        return True
+        return bool(data)
 
     def wait(self, text):
         """Takes output until text is in what came since the last send."""
@@ -103,7 +92,7 @@ class Session:
     def rest(self):
         """Takes output until the child sleeps and nothing more comes."""
         limit = time.monotonic() + DEADLINE
-        while self.take(0) or not self._asleep() or self.take(0):  # written before it slept
+        while self.take(0) or not is_asleep(self.pid) or self.take(0):  # written before it slept
             if time.monotonic() > limit:
                 raise Lost("no rest after %r" % self.output[-300:])
             time.sleep(0.0002)
@@ -167,10 +156,6 @@ class Session:
         return [float(number) for number in os.read(self.facts, 1000).split()]
 
     # What it costs
-
-    def _asleep(self):
-        with open("/proc/%d/stat" % self.pid, "rb") as file:
-            return file.read().rpartition(b")")[2].split()[0] == b"S"
 
     def _tasks(self, name):
         folder = "/proc/%d/task" % self.pid

@@ -23,6 +23,9 @@ import threading
 import time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(0, os.path.join(os.path.dirname(HERE), "tools"))
+
+from pty_child import open_terminal, start_at  # noqa: E402
 
 # ---- sessions ----
 
@@ -143,13 +146,13 @@ class Runner:
     """Runs sessions in children of a process at a terminal."""
 
     def __init__(self, interpreter, environment):
-        self.master, slave = os.openpty()
+        self.master, slave = open_terminal()
         self.link, link = socket.socketpair()
         self.errors = tempfile.TemporaryFile()
-        self.process = subprocess.Popen(
-            [interpreter, os.path.join(HERE, "methods_child.py"), str(link.fileno()),
-             str(self.master)], stdin=slave, stdout=slave, stderr=self.errors,
-            pass_fds=[link.fileno(), self.master], env=environment, start_new_session=True)
+        self.process = start_at(
+            slave, [interpreter, os.path.join(HERE, "methods_child.py"), str(link.fileno()),
+                    str(self.master)], environment, controlling=False, stderr=self.errors,
+            pass_fds=[link.fileno(), self.master])
         os.close(slave)
         link.close()
         self.answers = self.link.makefile("rb")

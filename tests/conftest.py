@@ -8,7 +8,8 @@ import tempfile
 
 import pytest
 
-sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "support"))
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path[:0] = [os.path.join(HERE, "support"), os.path.join(os.path.dirname(HERE), "tools")]
 
 # pylint: disable=wrong-import-position
 from script import ROOT, run_script

@@ -1,8 +1,7 @@
 """The terminal that the tests sit at.
 
 A Terminal starts a script (see child.py) on a pseudo terminal of its own, of fixed type and
-size, with a fixed locale and an otherwise empty environment. pexpect starts and ends the
-child, pyte is the screen. Keys are given by name: send("show<tab>"), "<c-c>", "<up>",
+size, with a fixed locale and an otherwise empty environment. pyte is the screen. Keys are given by name: send("show<tab>"), "<c-c>", "<up>",
 "<0xe9>". Nothing is ever slept for: every wait is for a state, with one generous deadline,
 and what the child writes is taken from it all the time. A wait that fails tells the story.
 """
@@ -15,33 +14,16 @@ import select
 import shutil
 import signal
 import socket
-import struct
 import sys
 import termios
 import time
 
-import pexpect
-import ptyprocess
-
+from pty_child import open_terminal, set_window, start_at
 from screen import Display, changed_settings, keys
 from script import CHILD, DEADLINE, RESULTS, Failure, ended, environment, write_script
 
 ANYTHING = object()
 TIOCGPTPEER = 0x5441  # opens the other side of a pseudo terminal
-
-class Spawn(pexpect.spawn):
-    """pexpect's spawn, with descriptors handed on and without its pauses."""
-
-    def __init__(self, command, arguments, pass_fds, **options):
-        self.handed_on = pass_fds
-        super().__init__(command, arguments, **options)
-        self.delaybeforesend = self.delayafterread = None
-        self.ptyproc.delayafterclose = self.ptyproc.delayafterterminate = 0
-
-    def _spawnpty(self, args, **options):
-        for fd in self.handed_on:
-            os.set_inheritable(fd, True)
-        return ptyprocess.PtyProcess.spawn(args, pass_fds=self.handed_on, **options)
 
 
 class Terminal:
@@ -67,25 +49,25 @@ class Terminal:
         self.home, path = write_script(script)
         self.link, link = socket.socketpair()
         self.sources = {self.link.fileno(): self._take_facts}
-        self.other_master, other_slave = os.openpty() if other else (None, None)
+        self.other_master, other_slave = open_terminal() if other else (None, None)
         self.pipe_end, writing = os.pipe() if pipe else (None, None)
         if other:
-            fcntl.ioctl(other_slave, termios.TIOCSWINSZ, struct.pack("4H", 24, 80, 0, 0))
             self.sources[self.other_master] = self.other.feed
         if pipe:
             self.sources[self.pipe_end] = self.piped.extend
         given = [link.fileno(), other_slave, writing]
         numbers = ["-" if fd is None else str(fd) for fd in given]
-        self.process = Spawn(
-            setup.interpreter, [CHILD, path] + numbers,
-            [fd for fd in given if fd is not None], cwd=self.home,
-            env=environment(setup, self.home, env), dimensions=(rows, columns),
-            timeout=DEADLINE)
+        self.master, slave = open_terminal(rows, columns)
+        self.process = start_at(
+            slave, [setup.interpreter, CHILD, path] + numbers,
+            environment(setup, self.home, env), cwd=self.home,
+            pass_fds=[fd for fd in given if fd is not None])
+        os.close(slave)
         link.close()
         if pipe:
             os.close(writing)
         # Both stay open here, so that the settings can be asked for after the child's end.
-        self.master, self.other_slave = self.process.child_fd, other_slave
+        self.other_slave = other_slave
         self.slave = fcntl.ioctl(self.master, TIOCGPTPEER, os.O_RDWR | os.O_NOCTTY)
         os.set_blocking(self.master, False)
         self.sources[self.master] = self._take_output
@@ -134,13 +116,12 @@ class Terminal:
         for fd in select.select(waiting, [], [], limit)[0]:
             if fd != self.pidfd:
                 self._take(fd)
-            elif not self.process.isalive():
+            elif self.process.poll() is not None:
                 self._ended()
 
     def _ended(self):
         """Notes how the child ended, and takes the last of its output."""
-        self.status = (-self.process.signalstatus if self.process.signalstatus
-                       else self.process.exitstatus)
+        self.status = self.process.returncode
         self._note("ended", ended(self.status))
         self.last_settings = self.settings()
         if self.slave is not None:
@@ -216,7 +197,7 @@ class Terminal:
         """Gives the window a new size; the kernel tells the child."""
         self._note("resized", "%dx%d" % (rows, columns))
         self.display.screen.resize(rows, columns)
-        self.process.setwinsize(rows, columns)
+        set_window(self.master, rows, columns)
 
     def hang_up(self):
         """Takes the terminal away, as the end of a remote login does."""
@@ -224,8 +205,8 @@ class Terminal:
         del self.sources[self.master]
         os.close(self.slave)
         self.slave = None
-        self.process.ptyproc.fileobj.close()
-        self.process.ptyproc.closed = True
+        os.close(self.master)
+        self.master = None
 
     # What is expected
 
@@ -366,10 +347,11 @@ class Terminal:
     def close(self):
         """Ends the child if it is still there, and puts everything away."""
         if self.status is None:
-            self.process.kill(signal.SIGKILL)
+            self.process.kill()
             while self.status is None:
                 self._pump(1)
-        self.process.close()
+        if self.master is not None:
+            os.close(self.master)
         os.close(self.pidfd)
         self.link.close()
         shutil.rmtree(self.home, ignore_errors=True)

@@ -16,7 +16,7 @@ kept = []  # what the module only borrows
 
 def keyline_reader():
     import Keyline  # pylint: disable=import-outside-toplevel
-    import screen  # pylint: disable=import-outside-toplevel
+    from keyline_shell import screen  # pylint: disable=import-outside-toplevel
 
     def complete(_, line):
         screen.replace("")

@@ -12,10 +12,11 @@ import select
 import signal
 import socket
 import struct
-import subprocess
 import termios
 import threading
 import time
+
+from pty_child import open_terminal, set_window, start_at, window
 
 DEADLINE = 20  # seconds; only a terminal or a child that hangs meets it
 # What kind of terminal it is: all answer it in turn, and no child asks it.
@@ -32,22 +33,6 @@ def wait_until(what, state):
         if time.monotonic() > limit:
             raise Lost("waited for: " + what)
         time.sleep(0.001)
-
-
-def window(descriptor):
-    """Columns and rows."""
-    rows, columns = struct.unpack("4H", fcntl.ioctl(descriptor, termios.TIOCGWINSZ, b"\0" * 8))[:2]
-    return columns, rows
-
-
-def set_window(descriptor, columns, rows):
-    fcntl.ioctl(descriptor, termios.TIOCSWINSZ, struct.pack("4H", rows, columns, 0, 0))
-
-
-def at_terminal(command, slave, environment):
-    """Starts a command in a session of its own that the terminal belongs to."""
-    return subprocess.Popen(["setsid", "--ctty", *command], stdin=slave, stdout=slave,
-                            stderr=slave, env=environment)
 
 
 class Line:
@@ -142,7 +127,8 @@ class Line:
         wait_until("an answer of the terminal", lambda: not self.asked)
 
     def window(self):
-        return window(self.tty)
+        """Columns and rows."""
+        return window(self.tty)[::-1]
 
     def cell(self):
         """Width and height of a cell in pixels."""
@@ -153,10 +139,9 @@ class Line:
     # The child
 
     def start_child(self, command, environment):
-        master, self.slave = os.openpty()
-        set_window(master, *self.window())
+        master, self.slave = open_terminal(*window(self.tty))
         self.output = b""
-        self.child = at_terminal(command, self.slave, environment)
+        self.child = start_at(self.slave, command, environment)
         self.master = master
 
     def end_child(self):
@@ -186,7 +171,7 @@ class Line:
             raise Lost("the child has ended: %r" % self.output[-300:])
         with self.lock:
             more = select.select([self.master], [], [], 0)[0]
-        if more or window(self.slave) != self.window():
+        if more or window(self.slave) != window(self.tty):
             return False
         unread = struct.unpack("i", fcntl.ioctl(self.slave, termios.FIONREAD, b"\0" * 4))[0]
         return self.state() == b"T" or self.state() == b"S" and not unread

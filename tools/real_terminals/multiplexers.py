@@ -3,7 +3,7 @@ import os
 import subprocess
 import threading
 
-from line import at_terminal, set_window
+from pty_child import open_terminal, set_window, start_at
 from terminal import Terminal, output_of, taken, trimmed
 
 
@@ -14,16 +14,15 @@ class InPty(Terminal):
     master = None
 
     def attach(self, command):
-        self.master, slave = os.openpty()
-        set_window(self.master, self.columns, self.height)
-        self.process = at_terminal(command, slave, {
+        self.master, slave = open_terminal(self.height, self.columns)
+        self.process = start_at(slave, command, {
             **os.environ, "TERM": "xterm-256color", "LC_ALL": "C.UTF-8", "SHELL": "/bin/sh",
             "SCREENDIR": self.folder})
         os.close(slave)
         threading.Thread(target=drain, args=[self.master], daemon=True).start()
 
     def set_size(self):
-        set_window(self.master, self.columns, self.height)
+        set_window(self.master, self.height, self.columns)
 
     def detach(self):
         raise NotImplementedError

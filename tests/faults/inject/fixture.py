@@ -1,7 +1,8 @@
 """The terminal and the processes in which scenarios are played.
 
 This process leads a session of its own on a pseudo terminal; each scenario is played in a
-child that it forks, which is warm already and may die of it.
+child that it forks, which is warm already and may die of it. One process types and reads, so
+it opens the terminal itself, and for itself, where tools/pty_child.py starts another program.
 """
 import fcntl
 import gc
