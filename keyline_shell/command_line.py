@@ -34,7 +34,7 @@ def main(shell: "Shell", program: str, description: str) -> int:
         if options.history:
             shell.history = options.history
         if options.idle is not None:
-            shell.idle, shell.warning = options.idle, min(shell.warning, options.idle)
+            shell.idle = options.idle
         if options.serve:
             from . import users
 

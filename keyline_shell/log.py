@@ -19,7 +19,7 @@ class Log:
     def __init__(self) -> None:
         self.path = ""  # of the file being watched
         self.folder = ""  # of that file, if it is this object's own
-        self.lock = threading.Lock()
+        self.lock = threading.Lock()  # for threads that speak at once
         # The module only borrows the callable.  A bound method is made anew at each look,
         # so it needs a name that lives as long as the log may be shown.
         self.callable = self.on_news
@@ -43,6 +43,10 @@ class Log:
     def say(self, text: str) -> None:
         """Shows text, made visible, in rows of its own; any thread may call it at any time."""
         text = screen.visible(text.rstrip("\n") + "\n")
+        if reader.editing and reader.thread == threading.get_ident():
+            # Within a callable the editor is not to be had: when it is over.
+            threading.Thread(target=self.say, args=[text], daemon=True).start()
+            return
         with self.lock:
             thread = reader.thread
             if thread is None or not reader.editing:  # a command's output, question or page

@@ -85,7 +85,7 @@ class Session:
             if self.shell.history:
                 self.recall()
             if self.shell.idle:
-                idle = Idle(sys.stdin.fileno(), self.shell.idle, self.shell.warning, self.warn)
+                idle = Idle(sys.stdin.fileno(), self.shell.idle, self.warning(), self.warn)
                 stack.callback(idle.stop)
             yield
             if reader.over == "idle":
@@ -120,9 +120,13 @@ class Session:
         reader.over = reader.over or signal.Signals(number).name
         self.on_key(number, frame)
 
+    def warning(self) -> float:
+        """How long before the end: not while a user has hardly begun to be idle."""
+        return min(self.shell.warning, self.shell.idle / 2)
+
     def warn(self) -> None:
         self.shell.say("%% No key for %g seconds: the session ends in %g" % (
-            self.shell.idle - self.shell.warning, self.shell.warning))
+            self.shell.idle - self.warning(), self.warning()))
 
     def loop(self) -> None:
         try:

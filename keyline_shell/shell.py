@@ -136,6 +136,8 @@ class Shell:
         """
         from .session import Session
 
+        if not self.modes:
+            raise ValueError("a shell has at least one mode")
         return Session(self).run(file)
 
     def main(self, program: str, description: str = "") -> int:

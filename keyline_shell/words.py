@@ -125,7 +125,7 @@ class Language:
     def meant(self, tree: Tree, typed: str) -> List[Tuple[str, object]]:
         """The words of the tree that typed may stand for, and its value; keywords first."""
         word = typed.lower()
-        if word in tree:
+        if word in tree and is_keyword(word):
             return [(word, word)]
         found: List[Tuple[str, object]] = [
             (name, name) for name in tree if is_keyword(name) and name.startswith(word)]

@@ -64,9 +64,8 @@ def show_configuration() -> None:
 
 @config.command("list [INTERFACE]", "The interfaces that there are, or one of them")
 def show_interfaces(wanted: str = "") -> None:
-    page(table([(name, settings.get("ip address", "none")) for name, settings in
-                interfaces.items() if wanted in ("", name.replace(" ", ""))],
-               ("Interface", "Address")))
+    page(table([(name, its.get("ip address", "none")) for name, its in interfaces.items()
+                if wanted in ("", name.replace(" ", ""))], ("Interface", "Address")))
 
 
 @config.command("probe [count <1-1000>]", "Test the cables; Ctrl-C ends it")

@@ -13,6 +13,8 @@
 #include <editline/readline.h>
 #endif
 
+#include "adler.h"
+
 static const char *const words[] = {"clear",  "configure", "copy",      "exit",
                                     "help",   "hostname",  "interface", "ping",
                                     "reload", "show",      "write",     NULL};
@@ -85,17 +87,6 @@ keep(char *line)
         lines = realloc(lines, line_room * sizeof *lines);
     }
     lines[line_count++] = line;
-}
-
-static unsigned int low = 1, high; /* the Adler-32 sum */
-
-static void
-add(const char *text)
-{
-    for (; *text != '\0'; text++) {
-        low = (low + (unsigned char)*text) % 65521;
-        high = (high + low) % 65521;
-    }
 }
 
 static void

@@ -10,20 +10,12 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "adler.h"
+
 #define LINE 1048576 /* more than any line of the benchmark */
 
 static char line[LINE];
 static unsigned long count, length;
-static unsigned int low = 1, high; /* the Adler-32 sum of all lines, each with its end */
-
-static void
-add(const char *text)
-{
-    for (; *text != '\0'; text++) {
-        low = (low + (unsigned char)*text) % 65521;
-        high = (high + low) % 65521;
-    }
-}
 
 static void
 take_line(int facts)

@@ -101,7 +101,8 @@ def compiled_globals(setup):
                 written = re.match(r"\.t?bss|\.t?data(?!\.rel\.ro)|\*COM\*", of)
                 # A sanitizer's own begin so.
                 if written and int(size, 16) and not symbol.startswith(("_", ".")):
-                    found.add((re.sub(r"\.\d+$", "", symbol), file))
+                    # Within a function: NAME.1, FUNCTION.NAME or FUNCTION()::NAME.
+                    found.add((re.split(r"\.|::", re.sub(r"\.\d+$", "", symbol))[-1], file))
     return found
 
 

@@ -2,13 +2,12 @@
 
 Each row is brought about, in the midst of a line; the settings are looked at afterwards.
 """
-import os
 import signal
 
 import pytest
 
 import manual
-from log_file import append
+from log_file import append, wait_state
 
 BEFORE = """
 import Keyline
@@ -219,7 +218,7 @@ def test_stopped(start):
     child.send("ab")
     child.expect_shown("ab")
     child.signal(signal.SIGSTOP)
-    os.waitid(os.P_PID, child.process.pid, os.WSTOPPED | os.WNOWAIT)
+    wait_state(child, "T")
     assert not child.settings()[3] & manual.COOKED
     shown = len(child.display.raw)
     child.signal(signal.SIGCONT)

@@ -48,8 +48,7 @@ real(Function *, const char *name)
 }
 
 // Where a time in it is wider than it was, the C library has a second function.
-constexpr const char *select_name =
-    sizeof(time_t) > sizeof(long) ? "__select64" : "select";
+constexpr const char *select_name = sizeof(time_t) > sizeof(long) ? "__select64" : "select";
 
 extern "C" {
 int

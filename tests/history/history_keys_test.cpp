@@ -3,6 +3,7 @@
 #include "../../Cli/history_keys.h"
 #include "../../Cli/keys.h"
 #include "../../lineedit/lineedit.h"
+#include "../support/keymaps.h"
 
 #include <gtest/gtest.h>
 #include <iterator>
@@ -14,8 +15,6 @@
 
 Keymap maps[5];
 int readline_keymaps_supported;
-
-using Calls = std::vector<std::string>;
 
 static KEYMAP_ENTRY_ARRAY keymaps[5];
 static Calls calls;
@@ -43,15 +42,6 @@ name_of(rl_command_func_t *command)
     if (command == nullptr)
         return "none";
     return command == first_command ? "first" : "last";
-}
-
-static std::string
-place_of(Keymap map)
-{
-    for (int i = 0; i < 5; i++)
-        if (maps[i] == map)
-            return std::to_string(i);
-    return "unknown map";
 }
 
 static char **

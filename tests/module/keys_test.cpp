@@ -2,13 +2,12 @@
 // binding functions. The real editor's keymap functions do nothing.
 #include "../../Cli/complete_hook.h"
 #include "../../Cli/keys.h"
+#include "../support/keymaps.h"
 
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
 #include <vector>
-
-using Calls = std::vector<std::string>;
 
 KEYMAP_ENTRY_ARRAY emacs_standard_keymap;
 KEYMAP_ENTRY_ARRAY emacs_meta_keymap;
@@ -31,15 +30,6 @@ name_of(rl_command_func_t *function)
     if (function == complete_line)
         return "complete_line";
     return function == rl_insert ? "insert" : "unknown function";
-}
-
-static std::string
-place_of(Keymap map)
-{
-    for (int i = 0; i < 5; i++)
-        if (maps[i] == map)
-            return std::to_string(i);
-    return "unknown map";
 }
 
 static int

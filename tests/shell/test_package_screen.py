@@ -76,7 +76,8 @@ def test_no_colours_in_a_pipe(run):
 @pytest.mark.parametrize("text, columns, place", [
     ("", 80, (0, 0)), ("abc", 80, (0, 3)), ("abc", 3, (1, 0)), ("abcd", 3, (1, 1)),
     ("a\tb", 80, (0, 9)), ("\t", 5, (1, 0)), ("ab\u6f22", 3, (1, 2)), ("\u6f22", 80, (0, 2)),
-    ("e\u0301", 80, (0, 1)), ("\x07", 80, (0, 2)), ("a\nbc", 80, (1, 2)), ("\u1112\u1161", 80, (0, 2)),
+    ("e\u0301", 80, (0, 1)), ("\x07", 80, (0, 2)), ("a\nbc", 80, (1, 2)),
+    ("\u1112\u1161", 80, (0, 2)),
 ])
 def test_where_text_ends(run, text, columns, place):
     assert run("from keyline_shell import screen\ntell('place', screen.place(%r, %d))" % (
@@ -140,6 +141,24 @@ shell.log_file, shell.log_shown = "log", True
     with open(user.terminal.home + "/log", "a", encoding="utf-8") as file:
         file.write("logged\n")
     user.expect("logged", "> half typed")
+    user.leave("<c-u><c-d>")
+
+
+def test_help_may_speak_while_others_do(start):
+    """What help says comes when help is there; nobody waits for the other."""
+    user = ShellUser(start(SHELL % ('"> "', """
+import threading
+def values():
+    threading.Thread(target=shell.say, args=["from a thread"]).start()
+    shell.say("from help")
+    return ["eth0"]
+shell.kind("PORT", values=values)
+top.command("port PORT")(lambda port: None)
+""")), "> ")
+    user.terminal.send("port ?")
+    user.terminal.wait_screen("all three", lambda rows: (
+        {"from help", "from a thread", "  eth0"} <= set(rows)
+        and [row for row in rows if row][-1] == "> port"))
     user.leave("<c-u><c-d>")
 
 

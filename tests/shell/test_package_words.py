@@ -82,6 +82,7 @@ def test_a_function_of_any_number_gets_what_is_there(run):
     ("set one it after -6", 17, 'Unknown word "-6": expected <-5-5>'),
     ("no", 2, "Incomplete command: expected speed"),
     ("s slow", 0, 'Ambiguous word "s": speed or set'),
+    ("ping host count <1-100>", 16, 'Unknown word "<1-100>": expected <1-100>'),
     ("any 3", 4, ""),
 ])
 def test_mistakes(run, line, column, message):
@@ -115,6 +116,22 @@ tell("raised", raises(lambda: top.command(%r)(lambda %s: None)))
     assert found[0] == error, found
 
 
+def test_a_shell_that_cannot_be_is_refused(run):
+    found = run("""
+from keyline_shell import Shell
+shell = Shell()
+tell("none", raises(shell.run))
+tell("kind", raises(lambda: shell.kind("name")))
+top = shell.mode("exec", "> ")
+for name in "", "exec", "a\\nb":
+    tell("mode", raises(lambda: top.mode(name, "> ")))
+tell("enter", raises(lambda: top.mode("low", "> ", "down NOWHERE")))
+""")
+    for name in "none", "kind", "mode", "enter":
+        assert {error for error, text in found.all(name)} == {"ValueError"}, name
+    assert len(found.all("mode")) == 3
+
+
 def test_trees_and_patterns_are_one_language(run):
     found = lines(run, """
 shell.add({"show": Word("All", None, {"version": Word("One", lambda: print("one"), {
@@ -138,6 +155,38 @@ low.add({"x": Word("X", None, shared)})
 low.command("x b")(lambda: print("b"))
 """, stdin=b"x b", end="exception")
     assert b'Unknown word "b": expected a\n' in result.stderr
+
+
+def test_no_line_is_an_unforeseen_error(run):
+    """Lines of pieces that mean something, cut and joined anywhere, at Enter, TAB and "?"."""
+    found = run("""
+import random
+from keyline_shell import *
+from keyline_shell.help import describe, explain
+shell = Shell()
+top = shell.mode("exec", "> ")
+%s
+random.seed(7)
+pieces = ["ping", "speed", "set", "all", "names", "no", "clock", "in utc", "any", "aa", "10", "count",
+          "<1-100>", "NAME", "LINE", "-3", "<", ">", "-", "|", "[", "]", " ", "  ", "\\t", "\\n", "?",
+          "\\x1b", "\u00fc", "\u6f22", "<cr>", "(", "quiet", "q", "1" * 30, "e", "exit"]
+kinds = {}
+for number in range(3000):
+    line = "".join(random.choice(pieces) + random.choice(["", " "])
+                   for at in range(random.randrange(7)))
+    for what in (lambda: shell.language.parse(top.commands(), line),
+                 lambda: shell.language.complete(top.commands(), line),
+                 lambda: describe(shell.language, top.commands(), line, 40)):
+        try:
+            what()
+            kinds["fits"] = kinds.get("fits", 0) + 1
+        except Mistake as mistake:
+            assert 0 <= mistake.start <= len(line) + 1
+            explain("> ", line, mistake, random.choice([1, 2, 10, 80]))
+            kinds["mistake"] = kinds.get("mistake", 0) + 1
+tell("kinds", kinds)
+""" % COMMANDS).one("kinds")
+    assert found["fits"] > 500 and found["mistake"] > 500
 
 
 HELP = """

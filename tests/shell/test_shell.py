@@ -5,7 +5,7 @@ import signal
 
 import pytest
 
-from at_shell import SHELL, WELCOME, ShellUser, changed_shell, shell
+from at_shell import WELCOME, ShellUser, changed_shell, shell
 
 EXEC = "configure, exit, logging, no, show, terminal"
 SHOW = [
@@ -675,9 +675,10 @@ def test_the_history_and_the_patience_of_the_command_line(start, tmp_path):
     user = ShellUser(start(shell("--history", str(path))))
     user.type("! one<enter>", "demo> ! one", "demo> ")
     user.leave()
-    child = start(shell("--history", str(path), "--idle", "0.5"))
+    child = start(shell("--history", str(path), "--idle", "3"))
     user = ShellUser(child)
     user.terminal.send("<up>")
     child.wait_screen("the line", lambda rows: "demo> exit" in rows)
     child.expect_end("status 124")
-    assert "% No key for 0.5 seconds: good-bye" in child.display.rows()
+    assert [row for row in child.display.rows() if row.startswith("%")] == [
+        "% No key for 1.5 seconds: the session ends in 1.5", "% No key for 3 seconds: good-bye"]

@@ -1,6 +1,8 @@
 """When a child waits, having done all that was asked of it."""
 import select
 
+import pty_child
+
 
 def expect_rest(child):
     """Waits until it has read all keys and sleeps, and takes what it has written.
@@ -15,7 +17,4 @@ def expect_rest(child):
 
 
 def is_asleep(child):
-    if child.status is not None:
-        return False
-    with open("/proc/%d/stat" % child.process.pid, "rb") as file:
-        return file.read().rpartition(b") ")[2][:1] == b"S"
+    return child.status is None and pty_child.is_asleep(child.process.pid)

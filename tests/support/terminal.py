@@ -178,7 +178,8 @@ class Terminal:
                     limit = time.monotonic() + DEADLINE
                 except BlockingIOError:
                     pass
-                time.sleep(pause)  # part of the input
+                if pause:
+                    time.sleep(pause)  # part of the input
 
     def go(self, word):
         """Lets the script's wait_for(word) return."""

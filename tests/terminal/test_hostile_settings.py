@@ -6,7 +6,6 @@ import subprocess
 import pytest
 
 from reads import EOF
-from test_ways_out import single_byte_locale  # noqa: F401
 
 C_PRESSED = ("KeyboardInterrupt", "Ctrl-C pressed")
 LONG = "x" * 10000
@@ -103,7 +102,7 @@ LOCALES = {
 
 
 @pytest.mark.parametrize("name", LOCALES)
-def test_locale(start, single_byte_locale, name):  # noqa: F811
+def test_locale(start, single_byte_locale, name):
     """Typed bytes, an answer and a history line with other characters than ASCII's."""
     env, kind = LOCALES[name]
     child = start("""

@@ -355,6 +355,7 @@ def shorten(setup, plan, story):
     return story
 
 
+@pytest.mark.once
 @pytest.mark.parametrize("number", range(SEQUENCES))
 def test_the_screen_is_the_layout(setup, number):
     for shell in range(SHELLS):

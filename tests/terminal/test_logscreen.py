@@ -120,6 +120,7 @@ read()
     child.expect_end()
 
 
+@pytest.mark.once
 def test_flood(start):
     """Another process writes as fast as it can: no line is lost or told twice, keys are
     echoed meanwhile, and at the end prompt and line are right.

@@ -95,6 +95,7 @@ def last_of_each(script, shown):
     return ends
 
 
+@pytest.mark.once
 @pytest.mark.parametrize("seed", SCRIPTS)
 def test_pasted(start, seed):
     """Keys that wait for one another are shown in one go, and look the same."""

@@ -4,6 +4,7 @@ import termios
 
 import pytest
 
+from log_file import wait_state
 from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt
 
 ENDING = ("SIGTERM", "SIGHUP", "SIGQUIT")
@@ -157,7 +158,7 @@ def test_stopped_and_continued(start):
     for again in range(2):
         drawn = len(child.display.raw)
         child.signal(signal.SIGSTOP)
-        child.wait("the child to be stopped", lambda: state(child) == "T")
+        wait_state(child, "T")
         restore(child)
         child.signal(signal.SIGCONT)
         child.wait("raw mode again", lambda: child.settings() == raw)
@@ -165,11 +166,6 @@ def test_stopped_and_continued(start):
     child.send("c<enter>")
     child.expect_line("abc")
     child.expect_end()
-
-
-def state(child):
-    with open("/proc/%d/stat" % child.process.pid, encoding="utf-8") as file:
-        return file.read().rpartition(")")[2].split()[0]
 
 
 def restore(child):

@@ -6,7 +6,6 @@ import pytest
 
 from log_file import append
 from reads import EOF, READERS, eof, interrupt
-from test_ways_out import single_byte_locale  # noqa: F401, a fixture
 
 C_LOCALE = {"LC_ALL": None, "LANG": "C", "PYTHONCOERCECLOCALE": "0"}
 TEXT = "Büro 漢字 e\u0301 \U0001f600"
@@ -119,7 +118,7 @@ def test_typed_in_the_locale_of_ascii(start):
     child.expect_end()
 
 
-def test_typed_in_a_locale_of_bytes(start, single_byte_locale):  # noqa: F811
+def test_typed_in_a_locale_of_bytes(start, single_byte_locale):
     """The line is handed out as the bytes that were typed, which are no UTF-8."""
     child = start("""
 import Keyline
@@ -153,7 +152,7 @@ def test_byte_for_byte_from_a_pipe(run, reader, env):
     assert found.results() == [result for line, result in UNEDITED] + [eof(reader)]
 
 
-def test_byte_for_byte_in_a_locale_of_bytes(run, single_byte_locale):  # noqa: F811
+def test_byte_for_byte_in_a_locale_of_bytes(run, single_byte_locale):
     found = run("for number in range(%d): read()" % len(UNEDITED), env=single_byte_locale,
                 stdin=b"".join(line for line, result in UNEDITED))
     assert found.results() == [result for line, result in UNEDITED]

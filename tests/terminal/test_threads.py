@@ -9,6 +9,7 @@ import signal
 
 import pytest
 
+from log_file import wait_state
 from reads import READERS
 
 REFUSED = ("RuntimeError", "a line is being read already")
@@ -298,7 +299,7 @@ def begin(start, statement):
     child.send("ab")
     child.expect_shown("ab")
     child.signal(signal.SIGSTOP)
-    os.waitid(os.P_PID, child.process.pid, os.WSTOPPED | os.WNOWAIT)
+    wait_state(child, "T")
     append(child, "log", "first\n")
     append(child, "log.new", "second\n")
     os.rename(os.path.join(child.home, "log.new"), os.path.join(child.home, "log"))

@@ -130,6 +130,7 @@ def adler(lines):
     return zlib.adler32("".join(line + "\n" for line in lines).encode(), 0)
 
 
+@pytest.mark.once
 @pytest.mark.parametrize("size, pause", [(4096, 0), (700, 0.002), (61, 0.0005), (7, 0.0001)],
                          ids=["at once", "bursts", "lines", "pieces"])
 def test_ten_thousand_lines(start, size, pause):
@@ -143,6 +144,7 @@ def test_ten_thousand_lines(start, size, pause):
     child.expect_end()
 
 
+@pytest.mark.once
 @pytest.mark.parametrize("size, pause", [(4096, 0), (700, 0.002)], ids=["at once", "bursts"])
 def test_a_hundred_thousand_characters(start, size, pause):
     """One line, and other lines typed right behind it."""

@@ -5,10 +5,9 @@ import select
 import signal
 import subprocess
 
-import pexpect
 import pytest
 
-from script import DEADLINE, ROOT, environment
+from script import DEADLINE, ROOT
 from test_setup import Machine, tool
 
 WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
@@ -57,8 +56,8 @@ def left(machine):
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
     # As somebody else, and so without what the kernel does when a parent ends.
-    process = begin(machine, "exec setpriv --reuid=65534 --clear-groups "
-                             "sh -c 'echo >&3; exec tail -f /dev/null'")
+    process = begin(machine, "exec /usr/bin/python3 -c 'import os, signal; os.setuid(65534); "
+                             "os.write(3, b\"\\n\"); signal.pause()'")
     with open(machine.folder / "alive", "rb") as alive:
         assert alive.readline() == b"\n"
         assert left(machine)
@@ -110,14 +109,16 @@ def test_the_line_of_a_result():
     assert not result(None, None).passed()
 
 
-def test_the_prompt_of_the_shell_is_seen(setup, tmp_path):
+def test_the_prompt_of_the_shell_is_seen(setup, start):
     """As it is shown at a terminal, and nothing before it."""
     elsewhere = tool("elsewhere")
-    said = pexpect.run("%s %s" % (setup.interpreter, os.path.join(ROOT, "shell")), timeout=DEADLINE,
-                       env=environment(setup, str(tmp_path), None), events={"demo> ": "exit\r"})
-    ends = [end for end in range(len(said)) if elsewhere.at_prompt(said[:end])]
-    assert ends and b"exit leaves" in said[:ends[0]]
-    assert said[ends[-1]:].strip().startswith(b"exit")
+    child = start("os.execv(sys.executable, [sys.executable, %r])" % os.path.join(ROOT, "shell"))
+    child.wait_screen("the prompt", lambda rows: "demo>" in rows)
+    raw = bytes(child.display.raw)
+    ends = [end for end in range(len(raw) + 1) if elsewhere.at_prompt(raw[:end])]
+    assert ends and b"demo> " in raw[:ends[0]]
+    child.send("exit<enter>")
+    child.expect_end()
 
 
 def test_what_was_counted():

@@ -33,7 +33,7 @@ FAILURES = {
     "PyUnicode_AsUTF8": RAISES_NULL,
     "PyList_New": RAISES_NULL,
     "PyList_Append": RAISES_MINUS,
-    "PyLong_AsLong": RAISES_MINUS,
+    "PyLong_AsLongLong": RAISES_MINUS,
     "PyObject_AsFileDescriptor": RAISES_MINUS,
     "PyMapping_HasKeyString": null(0),
     "PySys_GetObject": null(0),
