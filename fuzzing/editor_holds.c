@@ -80,6 +80,7 @@ editor_shows(struct editor_shown *shown)
     shown->cursor = (size_t)(el->el_line.cursor - el->el_line.buffer);
     shown->rows = el->el_terminal.t_size.v;
     shown->columns = el->el_terminal.t_size.h;
+    shown->window = el->el_terminal.t_window.h;
     shown->is_old = el->el_refresh.resized;
     return 1;
 }

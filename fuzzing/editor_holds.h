@@ -18,6 +18,7 @@ struct editor_shown {
     size_t cursor;
     int rows;
     int columns;
+    int window; /* the columns of the window that it was told of last, or 0 */
     int is_old; /* the size is new, and nothing drawn in it yet */
 };
 

@@ -140,7 +140,10 @@ screen_wrong()
         terminal->forget_errors();
     is_fresh = false;
     DisplayCheck check(terminal.get(), *type);
-    if (columns_now != 0 && terminal->width() != columns_now)
+    // At a width that was set by hand the editor ends rows itself, also when the window
+    // has that width, too, and has not told so.
+    if ((columns_now != 0 && terminal->width() != columns_now) ||
+        (shown.window != 0 && shown.window != shown.columns))
         check.ignore_joins();
     Layout layout =
         naive_layout(shown.prompt, shown.ignore, std::wstring(shown.line, shown.length),

@@ -48,7 +48,7 @@ class Session:
             finally:
                 shell.log.hide()
         finally:
-            sys.stdin = before
+            sys.stdin, shell.current = before, None
         ended = getattr(signal, reader.over, None)
         if ended:  # now the signal does what it does by itself
             os.kill(os.getpid(), ended)

@@ -4,13 +4,12 @@ import tempfile
 import threading
 import time
 from ipaddress import IPv4Interface
-from typing import Dict
 
 from keyline_shell import (Refused, Shell, Word, ask, choose, colour, confirm, page, password,
                            progress, table, visible)
 
 names = {"hostname": "demo"}
-interfaces: Dict[str, Dict[str, str]] = {}  # the settings of each
+interfaces: dict[str, dict[str, str]] = {}  # the settings of each
 log = tempfile.NamedTemporaryFile(prefix="demo-", suffix=".log")
 shell = Shell(banner="? helps, TAB completes, exit leaves", log=log.name, idle=3600, warning=60)
 shell.standard()
@@ -88,11 +87,12 @@ def setup() -> None:
 def test_log(count: int = 3, rate: int = 0) -> None:
     def write() -> None:
         with open(shell.log_file, "a", buffering=1 if rate else -1) as file:
-            for at in range(1, count + 1):
+            at = 0
+            while shell.current and (at := at + 1) <= count:  # none when the session is over
                 time.sleep(1 / rate if rate else 0)
                 file.write(time.strftime("%b %d %H:%M:%S %%TEST-6: line ") + f"{at} of {count}\n")
 
-    threading.Thread(target=write, daemon=True).start() if rate else write()
+    threading.Thread(target=write).start() if rate else write()
 
 
 if __name__ == "__main__":

@@ -1,10 +1,12 @@
 """A session of keyline_shell: Ctrl-C in commands, idle users, signals, the end."""
 import signal
+import threading
 import time
 
 import pytest
 
 from at_shell import ShellUser
+from log_file import append
 
 SHELL = """
 import os, signal, subprocess, sys, threading, time
@@ -50,6 +52,7 @@ tell("handlers", [signal.getsignal(number) in (signal.SIG_DFL, signal.default_in
                   for number in (signal.SIGINT, signal.SIGTSTP, signal.SIGTERM, signal.SIGQUIT,
                                  signal.SIGHUP)])
 tell("wakeup", signal.set_wakeup_fd(-1))
+assert shell.current is None
 tell("threads", threading.active_count())
 sys.exit(status)
 """
@@ -144,25 +147,29 @@ def test_a_user_who_is_idle_is_warned_and_logged_out(start):
 
 def test_each_key_counts_and_log_lines_do_not(start):
     """Keys, a quarter of the time apart; log lines come all the time, also after the last one."""
-    child = start("open('log', 'w').close()\n" + SHELL % (IDLE % (2, 0), """
-shell.log_file, shell.log_shown = "log", True
-def write():
-    with open("log", "a", buffering=1) as log:
-        while True:
-            time.sleep(0.05)
-            print("news", file=log)
-threading.Thread(target=write, daemon=True).start()
-threading.active_count = lambda: 1
-"""))
+    child = start("open('log', 'w').close()\n" + SHELL % (
+        IDLE % (2, 0), "shell.log_file, shell.log_shown = 'log', True"))
     child.wait("the prompt", lambda: b"> " in child.display.raw)
-    begun = time.monotonic()
-    child.send("abcdefghij", size=1, pause=0.5)  # the keys are the input, as slow as they are
-    assert child.status is None
-    last = time.monotonic() - 0.5
-    expect_tidy(child)
-    child.expect_end("status 124")
+    over = threading.Event()
+
+    def write():
+        while not over.wait(0.05):
+            append(child, "news\n")
+
+    writer = threading.Thread(target=write)
+    writer.start()
+    try:
+        begun = time.monotonic()
+        child.send("abcdefghij", size=1, pause=0.5)  # the keys are the input, as slow as they are
+        assert child.status is None
+        last = time.monotonic() - 0.5
+        expect_tidy(child)
+        child.expect_end("status 124")
+    finally:
+        over.set()
+        writer.join()
     assert 1.9 < time.monotonic() - last and last - begun > 4
-    assert b"> abcdefghij" in child.display.raw
+    assert b"> abcdefghij" in child.display.raw and child.display.raw.count(b"news\r\n") > 50
 
 
 @pytest.mark.parametrize("command, shown", [
