@@ -155,12 +155,12 @@ quoted(const std::string &text)
 {
     std::string all = "\"";
     char code[8];
-    for (char c : text) {
-        if ((c >= 0 && c < ' ') || c == 127) {
+    for (unsigned char c : text) { // as char is on some machines anyway
+        if (c < ' ' || c == 127) {
             snprintf(code, sizeof code, "\\%03o", static_cast<unsigned>(c));
             all += code;
         } else {
-            all += c;
+            all += static_cast<char>(c);
         }
     }
     return all + "\"";
