@@ -92,10 +92,8 @@ def password(question: str = "Password: ", twice: str = "") -> str:
 def _hidden(question: str) -> str:
     if not sys.stdin.isatty():  # wherever the output goes
         return _read(question)
-    sys.stdout.write(question)
-    sys.stdout.flush()
     try:
-        typed = keys.read_hidden(sys.stdin.fileno())
+        typed = keys.read_hidden(sys.stdin.fileno(), question)
     except KeyboardInterrupt as interrupt:
         screen.mark(interrupt)
         raise

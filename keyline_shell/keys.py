@@ -17,8 +17,11 @@ GONE = "no terminal any more"
 
 
 @contextmanager
-def raw(fd: int) -> Iterator[None]:
-    """Gives each key as it is, without showing it."""
+def raw(fd: int, prompt: str) -> Iterator[None]:
+    """Gives each key as it is, without showing it.
+
+    The prompt is written when that is so: nobody who has seen it types something that shows.
+    """
     try:
         before, settings = termios.tcgetattr(fd), termios.tcgetattr(fd)
     except termios.error:
@@ -28,6 +31,8 @@ def raw(fd: int) -> Iterator[None]:
     settings[6][termios.VMIN], settings[6][termios.VTIME] = 1, 0
     termios.tcsetattr(fd, termios.TCSADRAIN, settings)
     try:
+        sys.stdout.write(prompt)
+        sys.stdout.flush()
         yield
     finally:
         with suppress(termios.error):  # gone
@@ -48,19 +53,19 @@ def _key(fd: int) -> bytes:
     return key
 
 
-def read(fd: int, wanted: bytes) -> bytes:
+def read(fd: int, prompt: str, wanted: bytes) -> bytes:
     """Waits for one of the wanted keys; others do nothing."""
-    with raw(fd):
+    with raw(fd, prompt):
         while True:
             key = _key(fd)
             if key in wanted:
                 return key
 
 
-def read_hidden(fd: int) -> str:
+def read_hidden(fd: int, prompt: str) -> str:
     """A line that is not shown while it is typed; Ctrl-D in an empty one raises EOFError."""
     typed = b""
-    with raw(fd):
+    with raw(fd, prompt):
         while True:
             key = _key(fd)
             if key in b"\r\n":

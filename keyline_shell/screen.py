@@ -242,10 +242,8 @@ def page(text: Union[str, Iterable[str]]) -> bool:
     for line in lines:
         need = max(1, _rows(line))
         if room > 0 and used and used + need > room:
-            sys.stdout.write(MORE)
-            sys.stdout.flush()
             try:
-                key = keys.read(sys.stdin.fileno(), b" \r\nqQ")
+                key = keys.read(sys.stdin.fileno(), MORE, b" \r\nqQ")
             except KeyboardInterrupt as interrupt:
                 mark(interrupt)
                 raise
