@@ -175,11 +175,12 @@ flavour_hash()
     } | sha256sum
 }
 
-exec 9> "$outdir/lock"
+# One at a time builds a flavour, and one at a time fetches the archive for all of them.
+exec 9> "$target/lock"
 flock 9
 
-if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then
-    "$here/fetch.sh" "$outdir/archive" > /dev/null # a wrong one is told also with nothing to build
+if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then # a wrong one is told also with nothing to build
+    flock "$outdir/lock" "$here/fetch.sh" "$outdir/archive" > /dev/null
 fi
 
 hash=$(flavour_hash)
@@ -190,7 +191,7 @@ if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; the
 fi
 [ $ask = no ] || exit 1
 
-archive=$("$here/fetch.sh" "$outdir/archive")
+archive=$(flock "$outdir/lock" "$here/fetch.sh" "$outdir/archive")
 unpack_and_patch
 (compile) >> "$log" 2>&1 < /dev/null || die "$package does not compile (log: $log)"
 
