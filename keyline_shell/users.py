@@ -122,8 +122,12 @@ def connect(path: str) -> int:
         size = os.get_terminal_size(0)
         hello = "%d %d %s\n" % (size.lines, size.columns, os.environ.get("TERM", "dumb"))
         link.sendall(hello.encode())
-        if not select.select([link], [], [], 0.5)[0]:
-            print("waiting for the user before you to leave", flush=True)
+        said = False
+        # Again and again: the interpreter would not see a Ctrl-C right before an endless wait.
+        while not select.select([link], [], [], 0.5)[0]:
+            if not said:
+                print("waiting for the user before you to leave", flush=True)
+            said = True
         _, received, _, _ = socket.recv_fds(link, 1, 1)
         if not received:
             raise ConnectionError("nobody serves any more")

@@ -185,8 +185,10 @@ fi
 
 hash=$(flavour_hash)
 if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; then
-    # Same contents under newer dates: say so to the build tool that compares dates.
-    [ -z "$(find "$here" -newer "$library" -print -quit)" ] || touch "$library"
+    # Same contents under newer dates: say so to the build tool that compares dates. A copy of
+    # the sources elsewhere has newer ones always, and is not what others here link with.
+    [[ $outdir != "${here%/*}"/* ]] ||
+        [ -z "$(find "$here" -newer "$library" -print -quit)" ] || touch "$library"
     exit 0
 fi
 [ $ask = no ] || exit 1
