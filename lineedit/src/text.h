@@ -44,12 +44,6 @@ libedit_private void		text_settle(EditLine *);
 libedit_private void		text_swap(wchar_t *, wchar_t *, wchar_t *);
 libedit_private wchar_t		text_case(wchar_t, int);
 
-/*
- * A byte that may begin a character comes with its sign, which wchar_t has on some
- * machines only
- */
-#define	text_is_byte(ch)	((int)(ch) < 0)
-
 /* A mark goes with the character before it, its base */
 #define	text_is_mark(ch)	((ch) >= 0x300 && layout_width(ch) == 0)
 
