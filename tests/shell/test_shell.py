@@ -590,7 +590,7 @@ def test_what_users_wrote_is_shown_made_visible(run, tmp_path):
         assert all(letter == "\n" or letter.isprintable() for letter in output)
 
 
-def test_what_is_recalled_is_shown_made_visible(start, tmp_path):
+def test_what_is_recalled_is_shown_made_visible(start):
     """At a terminal, where lines can come from a file, not from keys."""
     child = start(changed_shell("""
 import Keyline

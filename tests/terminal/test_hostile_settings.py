@@ -5,8 +5,6 @@ import subprocess
 
 import pytest
 
-from reads import EOF
-
 C_PRESSED = ("KeyboardInterrupt", "Ctrl-C pressed")
 LONG = "x" * 10000
 

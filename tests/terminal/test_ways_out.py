@@ -2,7 +2,6 @@
 
 Each read of each test checks that (child.py: attempt); here the ways and the settings vary.
 """
-import os
 import termios
 
 import pytest

@@ -109,7 +109,7 @@ def test_the_line_of_a_result():
     assert not result(None, None).passed()
 
 
-def test_the_prompt_of_the_shell_is_seen(setup, start):
+def test_the_prompt_of_the_shell_is_seen(start):
     """As it is shown at a terminal, and nothing before it."""
     elsewhere = tool("elsewhere")
     child = start("os.execv(sys.executable, [sys.executable, %r])" % os.path.join(ROOT, "shell"))
