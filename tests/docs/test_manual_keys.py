@@ -132,9 +132,7 @@ VI_INSERT = [("ab<bs>c", "ac"), ("<c-v><esc>", "\x1b"), ("abcd<c-w>", ""),
 def test_vi_insert_mode(start, tmp_path, typed, line):
     (tmp_path / "settings").write_text("bind -v\n")
     child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
-    child.expect_prompt()
-    child.send(typed.replace("!", "<esc>") + "<enter>")
-    child.expect_line(line)
+    child.enter(typed.replace("!", "<esc>"), line)
     child.expect_end()
 
 
@@ -150,9 +148,7 @@ def test_keys_of_the_shell(start, tmp_path, settings):
     child = start(SCRIPT % (HISTORY, 6), env={"EDITRC": str(tmp_path / "settings")})
     for typed, line in (("ab<tab>", "ab"), ("ab?", "ab"), ("<c-r>sho<c-r>", "show version"),
                         ("ab cd<c-w>", "ab ")):
-        child.expect_prompt()
-        child.send(typed + "<enter>")
-        child.expect_line(line)
+        child.enter(typed, line)
     child.expect_fact("asked", (b"\t", "ab"))
     child.expect_fact("asked", (b"?", "ab"))
     for key, error in (("<c-c>", ("KeyboardInterrupt", "Ctrl-C pressed")),

@@ -159,9 +159,7 @@ def test_a_line_is_read_and_completed_and_log_news_shown(begin, setup):
                       lambda rows: rows[:2] == ["link down", "1> show all"])
     child.send("<enter>")
     child.expect_line("show all")
-    child.expect_prompt()
-    child.send("<up><enter>")
-    child.expect_line("show")
+    child.enter("<up>", "show")
     child.expect_end()
 
 

@@ -1,9 +1,10 @@
 """The terminal that the tests sit at.
 
 A Terminal starts a script (see child.py) on a pseudo terminal of its own, of fixed type and
-size, with a fixed locale and an otherwise empty environment. pyte is the screen. Keys are given by name: send("show<tab>"), "<c-c>", "<up>",
-"<0xe9>". Nothing is ever slept for: every wait is for a state, with one generous deadline,
-and what the child writes is taken from it all the time. A wait that fails tells the story.
+size, with a fixed locale and an otherwise empty environment. pyte is the screen. Keys are given
+by name: send("show<tab>"), "<c-c>", "<up>", "<0xe9>". Nothing sleeps: every wait is for a state,
+with one generous deadline, and meanwhile what the child writes is read. A wait that fails reports
+facts, output, screen and the last messages.
 """
 import ast
 import collections
@@ -240,6 +241,13 @@ class Terminal:
     def expect_line(self, line):
         __tracebackhide__ = True
         return self.expect_fact("line", line)
+
+    def enter(self, keys, line=None):
+        """At a new prompt, types keys and Enter; the read gives line, or what was typed."""
+        __tracebackhide__ = True
+        self.expect_prompt()
+        self.send(keys + "<enter>")
+        self.expect_line(keys if line is None else line)
 
     def expect_raised(self, name, message):
         __tracebackhide__ = True

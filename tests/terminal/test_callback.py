@@ -212,9 +212,7 @@ read(done)
     child.expect_fact("history", [])
     child.send("c<enter>")
     child.expect_line("abc")
-    child.expect_prompt()
-    child.send("a<left>b<tab><enter>")
-    child.expect_line("ba-done")
+    child.enter("a<left>b<tab>", "ba-done")
     child.expect_end()
 
 
@@ -275,9 +273,7 @@ tell("grown", [now - was for was, now in zip(before, after)])
 def test_simple_read_before_any_callback(start):
     """The keys are bound and no readline call has said anything of a callback yet."""
     child = start("import Keyline; Keyline.keyBindingsEnabledIs(True); simple_read()")
-    child.expect_prompt()
-    child.send("scr<tab>?x<enter>")
-    child.expect_line("scrx")
+    child.enter("scr<tab>?x", "scrx")
     child.expect_end()
     assert child.display.rows()[:2] == ["1> scrx", ""]
 
@@ -331,9 +327,7 @@ read(fails)
 simple_read()
 %s
 """ % second)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.send("ab<tab>")
     child.expect_raised("EOFError", "simpleReadline returned NULL")

@@ -319,7 +319,5 @@ read(done)
     name, message = child.expect_fact("raised")
     assert name == "UnicodeDecodeError"
     assert "'utf-8' codec can't decode" in message and "unexpected end of data" in message
-    child.expect_prompt()
-    child.send("<up><c-u>ab<tab><enter>")
-    child.expect_line("ab-done")
+    child.enter("<up><c-u>ab<tab>", "ab-done")
     child.expect_end()

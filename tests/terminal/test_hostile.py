@@ -25,9 +25,7 @@ def expect_lines(child, *lines):
     """Types each line at a prompt of its own, and the child ends."""
     __tracebackhide__ = True
     for line in lines:
-        child.expect_prompt()
-        child.send("x" + line[1:] + "<c-a>" + line[0] + "<del><enter>")
-        child.expect_line(line)
+        child.enter("x" + line[1:] + "<c-a>" + line[0] + "<del>", line)
     child.expect_end()
 
 
@@ -45,9 +43,7 @@ def test_closed_standard_error(start, reader, when, term):
         + (close if when == "between reads" else "") + "on()\n" + reader + "\n"
         + "tell('kind', 'inotify' in os.readlink('/proc/self/fd/2'))\nread()",
         env={"TERM": term})
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_prompt()
     append(child, "a line\n")
     if reader == "read()":  # the other has no reader of ours before there is set-up
@@ -78,9 +74,7 @@ def test_standard_output_closed_between_reads(start, reader):
     """The editor does not notice, and edits what nobody sees; opened again it is seen."""
     child = start(reader + "\nkept = os.dup(1)\nos.close(1)\n" + reader
                   + "\nos.dup2(kept, 1)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.send("wo<c-a>t<enter>")
     child.expect_line("two")
     expect_lines(child, "three")
@@ -100,9 +94,7 @@ def test_standard_input_closed_between_reads(start, reader):
     """No raw mode and no key: the input is at its end, until it is there again."""
     child = start(reader + "\nkept = os.dup(0)\nos.close(0)\n" + reader
                   + "\nos.dup2(kept, 0)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_raised(*eof(reader))
     expect_lines(child, "two")
 
@@ -148,9 +140,7 @@ read()
 def test_all_three_closed_between_reads(start, reader):
     child = start(reader + "\nkept = os.dup(0)\nfor number in range(3): os.close(number)\n"
                   + reader + "\nfor number in range(3): os.dup2(kept, number)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_raised(*eof(reader))
     expect_lines(child, "two")
 
@@ -216,9 +206,7 @@ Keyline.resetInput()
 read()
 """ % (reader, reader))
     for line in ("one", "two", "three"):
-        child.expect_prompt()
-        child.send("x" + line + "<c-a><del><c-l><enter>")
-        child.expect_line(line)
+        child.enter("x" + line + "<c-a><del><c-l>", line)
         seen = bytes(child.display.raw)
     child.expect_end()
     assert b'No entry for terminal type "xterm"' in seen
@@ -246,9 +234,7 @@ def test_output_to_a_full_device(start, reader, also):
 def test_output_to_a_full_device_between_reads(start, reader):
     child = start("kept = os.dup(1)\n%s\nos.dup2(os.open('/dev/full', os.O_WRONLY), 1)\n%s\n"
                   "os.dup2(kept, 1)\n%s" % (reader, reader, reader))
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.send("wo<c-a>t<c-l><enter>")
     child.expect_line("two")
     expect_lines(child, "three")
@@ -336,9 +322,7 @@ while not (read(complete) or "").endswith("c"):
     pass
 """ % (room, "read()" if first else ""))
     if first:
-        child.expect_prompt()
-        child.send("one<enter>")
-        child.expect_line("one")
+        child.enter("one")
     child.wait("raw mode or the end of the read",
                lambda: child.facts or child.settings() != child.found)
     if not child.facts:

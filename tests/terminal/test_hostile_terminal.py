@@ -97,9 +97,7 @@ def wait_as_found(child):
 def expect_after(child):
     """One more line, which is read as ever."""
     __tracebackhide__ = True
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 

@@ -17,9 +17,7 @@ def test_interrupted_line(start, letter, how):
     child.send("ab")
     child.expect_shown("ab")
     interrupt(child, letter, how)
-    child.expect_prompt()
-    child.send("cd<enter>")
-    child.expect_line("cd")
+    child.enter("cd")
     child.expect_end()
 
 
@@ -48,12 +46,8 @@ def test_before_during_and_after_a_key(start, letter, how, threads):
     child.expect_taken()
     interrupt(child, letter, how)
     # What is left of the key is ordinary text then, and nothing else is left over.
-    child.expect_prompt()
-    child.send("[A<enter>")
-    child.expect_line("[A")
-    child.expect_prompt()
-    child.send("<up>x<enter>")
-    child.expect_line("x")
+    child.enter("[A")
+    child.enter("<up>x", "x")
     child.expect_end()
 
 
@@ -76,9 +70,7 @@ for number in range(5): read()
         child.expect_taken()
         # The key itself would be quoted, or would not be a key at all.
         interrupt(child, letter, "sent" if typed == "ab<c-v>" else how)
-    child.expect_prompt()
-    child.send("abc<left>x<enter>")
-    child.expect_line("abxc")
+    child.enter("abc<left>x", "abxc")
     child.expect_end()
 
 
@@ -94,9 +86,7 @@ read()
 signal.pthread_sigmask(signal.SIG_UNBLOCK, [%d])
 read()
 """ % (number, number, number))
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     child.expect_raised(*raised)
     child.expect_prompt()
     assert child.prompt == 3, "the interrupted read had shown its prompt"
@@ -142,9 +132,7 @@ thread.join()
         child.send("ab")
         child.expect_shown("ab")
         interrupt(child, letter, how)
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 

@@ -76,15 +76,11 @@ def test_bursts(start, layout, height, single):
 def test_lines_written_while_the_shell_was_busy(start):
     """They wait for the next read, and come above its prompt; what is off shows nothing."""
     child = start(SCRIPT + "on()\nread()\nwait_for('more')\nread()\noff()\nread()")
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     append(child, "one\ntwo\n")
     child.go("more")
     child.wait_screen("the log", lambda rows: rows[:4] == ["1> a", "one", "two", "2>"])
-    child.expect_prompt()
-    child.send("b<enter>")
-    child.expect_line("b")
+    child.enter("b")
     child.expect_prompt()
     append(child, "three\n")
     child.send("c<enter>")

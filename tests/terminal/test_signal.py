@@ -57,9 +57,7 @@ def test_ending_signal_gives_the_terminal_back(start, reader, name, before):
     """At a fresh prompt, amid a line, and at the prompt after a landing."""
     child = start("bystander = Bystander()\nsignal.signal(signal.SIGINT, "
                   "signal.default_int_handler)\n" + ("read()\n" * 2 + reader))
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     if before == "<c-c>":
         interrupt(child, "C", "typed")
@@ -100,9 +98,7 @@ read()
     if handler == "handled":
         child.expect_fact("seen", int(getattr(signal, name)))
         child.facts = [fact for fact in child.facts if fact[0] != "seen"]
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 
@@ -142,9 +138,7 @@ def test_simple_read_and_the_usual_keyboard_interrupt(start):
     child.signal(signal.SIGINT)
     child.send("c<enter>")
     child.expect_raised("KeyboardInterrupt", "")
-    child.expect_prompt()
-    child.send("d<enter>")
-    child.expect_line("d")
+    child.enter("d")
     child.expect_end()
 
 

@@ -68,9 +68,7 @@ def test_interrupt_between_the_bytes(start, how):
     child.send("a<0xe6><0xbc>")
     child.expect_taken()
     interrupt(child, "C", how)
-    child.expect_prompt()
-    child.send("b<0xa2>c<enter>")
-    child.expect_line("bc")
+    child.enter("b<0xa2>c", "bc")
     child.expect_end()
 
 

@@ -88,9 +88,7 @@ def test_keys_behind_enter_were_not_echoed(start):
     child.expect_prompt()
     child.send("<enter>abc")
     child.expect_line("")
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("abc")
+    child.enter("", "abc")
     child.wait_screen("the note", lambda screen: screen[:2] == ["1>", "note: 2> abc"])
     child.expect_end()
 

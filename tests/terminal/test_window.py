@@ -47,9 +47,7 @@ def test_width_makes_the_editor_wrap(start, columns, width, wide):
     """For a screen whose kernel does not know its width. What makes no sense becomes 80."""
     child = start("import Keyline; read(); Keyline.TerminalWidthIs(%d); read()" % width,
                   columns=columns)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.display.screen.resize(24, wide)
     child.send(NUMBERS)
@@ -92,9 +90,7 @@ def test_width_keeps_the_number_of_rows(start):
     screens = []
     for change in ("pass", "Keyline.TerminalWidthIs(40)"):
         child = start("import Keyline; read(); %s; read()" % change, rows=4, columns=40)
-        child.expect_prompt()
-        child.send("<enter>")
-        child.expect_line("")
+        child.enter("")
         child.expect_prompt()
         child.send(NUMBERS * 2 + "<c-a>x")
         child.expect_taken()
