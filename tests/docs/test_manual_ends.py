@@ -214,9 +214,7 @@ def test_end(setup, start, label, way):
 def test_stopped(start):
     """The terminal stays raw meanwhile; continued, the line is drawn again and goes on."""
     child = start("read()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(signal.SIGSTOP)
     wait_state(child, "T")
     assert not child.settings()[3] & manual.COOKED
@@ -231,9 +229,7 @@ def test_stopped(start):
 @pytest.mark.parametrize("name", ["SIGPIPE", "SIGXFSZ"])
 def test_signals_that_the_interpreter_ignores(start, name):
     child = start("read()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(getattr(signal, name))
     child.send("c<enter>")
     child.expect_line("abc")

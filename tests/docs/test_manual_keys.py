@@ -162,9 +162,7 @@ def test_keys_of_the_shell(start, tmp_path, settings):
 def test_search(start):
     """Escape keeps what was found, Ctrl-G goes back, a beep says that there is none."""
     child = start(SCRIPT % (HISTORY, 2))
-    child.expect_prompt()
-    child.send("<c-r>conf")
-    child.expect_shown("configure", "bck:conf")
+    child.type("<c-r>conf", "configure", "bck:conf")
     child.send("x")
     child.expect_shown("configure", "bck?confx")
     assert b"\a" in child.display.raw
@@ -172,9 +170,7 @@ def test_search(start):
     child.expect_shown("|configure")
     child.send("<enter>")
     child.expect_line("|configure")
-    child.expect_prompt()
-    child.send("text<c-r>conf")
-    child.expect_shown("configure", "bck:conf")
+    child.type("text<c-r>conf", "configure", "bck:conf")
     child.send("<c-g>")
     child.expect_shown("text")
     child.send("<enter>")

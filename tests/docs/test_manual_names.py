@@ -156,9 +156,7 @@ tell("line", Keyline.readline("> "))
 def test_without_a_terminal_type(start):
     """No control sequences, and the keys do the same."""
     child = start("read()", env={"TERM": None})
-    child.expect_prompt()
-    child.send("abc<left>x<c-a>y")
-    child.expect_shown("yabxc")
+    child.type("abc<left>x<c-a>y", "yabxc")
     child.send("<enter>")
     child.expect_line("yabxc")
     child.expect_end()

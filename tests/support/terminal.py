@@ -284,6 +284,13 @@ class Terminal:
         __tracebackhide__ = True
         return self.wait(what, lambda: predicate(self.display.rows()))
 
+    def type(self, keys, *rows):
+        """At a new prompt, types keys; the screen shows them behind it, or these rows."""
+        __tracebackhide__ = True
+        self.expect_prompt()
+        self.send(keys)
+        self.expect_shown(*(rows or (keys,)))
+
     def expect_cursor(self, row, column):
         """Waits until the cursor stands there; the row counts from the newest prompt's."""
         __tracebackhide__ = True

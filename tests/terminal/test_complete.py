@@ -155,9 +155,7 @@ for number in "12":
 def test_no_callback(start, reader):
     """Nothing is inserted, completed from the files that are there, or drawn."""
     child = start(reader)
-    child.expect_prompt()
-    child.send("scr<tab>?<left><tab>?<end>x")
-    child.expect_shown("scrx")
+    child.type("scr<tab>?<left><tab>?<end>x", "scrx")
     child.send("<enter>")
     child.expect_line("scrx")
     child.expect_end()

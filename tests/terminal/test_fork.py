@@ -62,9 +62,7 @@ if os.getpid() != reader:
 
 def fork(child, way):
     """The user has typed half a line, and there is a child."""
-    child.expect_prompt()
-    child.send("half a ")
-    child.expect_shown("half a")
+    child.type("half a ", "half a")
     if way == "thread":
         child.go("fork")
     elif way == "completion":
@@ -214,9 +212,7 @@ beside(work)
 read()
 os._exit(0)
 """)
-    child.expect_prompt()
-    child.send("half a ")
-    child.expect_shown("half a")
+    child.type("half a ", "half a")
     child.go("fork")
     child.expect_fact("forked", -signal.SIGTERM)
     finish(child)

@@ -163,9 +163,7 @@ BIG = "a line of news\n" * 3000  # more than is told in one go
 def test_many_open_files(start, lowest):
     """The library's descriptors are the next ones; two of them have to be below 1,024."""
     child = start(MANY % lowest)
-    child.expect_prompt()
-    child.send("a")
-    child.expect_shown("a")
+    child.type("a")
     append(child, "a line\n")
     child.expect_fact("news", "a line\n")
     append(child, BIG)

@@ -219,9 +219,7 @@ def test_output_taken_byte_by_byte(start, monkeypatch):
 def test_stopped_terminal(start, reader, before):
     """Nothing is shown while it is stopped, and all of it afterwards."""
     child = start(reader + "\n" + reader)
-    child.expect_prompt()
-    child.send(before)
-    child.expect_shown(before)
+    child.type(before)
     shown = bytes(child.display.raw)
     child.send("<c-s>cx")
     wait_blocked(child)
@@ -240,9 +238,7 @@ def test_stopped_terminal(start, reader, before):
 def test_stopped_at_the_end_of_a_line(start):
     """The row's end cannot be shown, so the read is not over and the terminal is raw."""
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s><enter>")
     wait_blocked(child)
     assert not child.facts and child.settings() != child.found
@@ -256,9 +252,7 @@ def test_stopped_at_the_end_of_a_line(start):
 def test_interrupt_at_a_stopped_terminal(start, how):
     """The key lets the terminal go on by itself. The settings do not wait for that."""
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s>")
     if how == "sent while it writes":
         child.send("c")
@@ -285,9 +279,7 @@ def test_interrupt_at_a_stopped_terminal(start, how):
 @pytest.mark.parametrize("writes", [False, True], ids=["waiting", "writing"])
 def test_ending_signal_at_a_stopped_terminal(start, reader, name, writes):
     child = start(reader)
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s>" + ("cd" if writes else ""))
     if writes:
         wait_blocked(child)

@@ -13,9 +13,7 @@ from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, strike
 @BOTH_WAYS
 def test_interrupted_line(start, letter, how):
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     interrupt(child, letter, how)
     child.enter("cd")
     child.expect_end()
@@ -35,14 +33,10 @@ def test_before_during_and_after_a_key(start, letter, how, threads):
         child.expect_prompt()
         interrupt(child, letter, how)
     # After a key, once it is on the screen.
-    child.expect_prompt()
-    child.send("abc")
-    child.expect_shown("abc")
+    child.type("abc")
     interrupt(child, letter, how)
     # During one: the first byte of an arrow key has been read, the others come later.
-    child.expect_prompt()
-    child.send("ab<esc>")
-    child.expect_shown("ab")
+    child.type("ab<esc>", "ab")
     child.expect_taken()
     interrupt(child, letter, how)
     # What is left of the key is ordinary text then, and nothing else is left over.
@@ -64,9 +58,7 @@ for number in range(5): read()
 """)
     for typed, shown in (("ab<m-4>", ["ab"]), ("x" * 100, ["x" * 77, "x" * 23]),
                          ("ab<c-v>", ["ab"]), ("<c-r>fir", ["first line", "bck:fir"])):
-        child.expect_prompt()
-        child.send(typed)
-        child.expect_shown(*shown)
+        child.type(typed, *shown)
         child.expect_taken()
         # The key itself would be quoted, or would not be a key at all.
         interrupt(child, letter, "sent" if typed == "ab<c-v>" else how)
@@ -111,9 +103,7 @@ for number in range(3): read()
 thread.join()
 """ % kill)
     for again in range(3):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         child.go("kill")
         child.expect_raised(*INTERRUPTS[letter][2])
     child.expect_end()
@@ -128,9 +118,7 @@ thread = beside(other)
 thread.join()
 """)
     for letter, how in (("C", "typed"), ("Z", "sent"), ("C", "sent")):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         interrupt(child, letter, how)
     child.enter("after")
     child.expect_end()

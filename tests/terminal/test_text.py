@@ -184,9 +184,7 @@ def composed(text):
 
 def test_shown_as_it_is_laid_out(start):
     child = start("read()")
-    child.expect_prompt()
-    child.send(TEXT)
-    child.expect_shown(composed(TEXT))
+    child.type(TEXT, composed(TEXT))
     child.expect_cursor(0, 3 + 14)
     child.send("<left><left><left>")  # on the letter with its mark
     child.expect_cursor(0, 3 + 10)
@@ -220,9 +218,7 @@ def test_seen_for_what_it_is(start, letter):
 
 def test_refused_without_a_trace(start):
     child = start("read()", env=C_LOCALE)
-    child.expect_prompt()
-    child.send("one \U0001f600z")
-    child.expect_shown("one z")
+    child.type("one \U0001f600z", "one z")
     child.send("<enter>")
     child.expect_line("one z")
     child.expect_end()
@@ -236,9 +232,7 @@ Keyline.addHistory("B\\u00fcro \\u6f22", "exec", "")
 Keyline.addHistory("plain", "exec", "")
 read(None, "exec", "")
 """)
-    child.expect_prompt()
-    child.send("<up><up>")
-    child.expect_shown("Büro 漢")
+    child.type("<up><up>", "Büro 漢")
     child.send("<down><down><c-r>ü")
     child.expect_shown("Büro 漢", "bck:ü")
     child.send("ro 漢")

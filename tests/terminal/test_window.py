@@ -23,9 +23,7 @@ def test_windows_of_odd_size(start, size):
 def test_no_size_means_the_usual_size(start):
     """A serial line reports 0x0; the line wraps at 80."""
     child = start("read()", rows=0, columns=0)
-    child.expect_prompt()
-    child.send("x" * 100)
-    child.expect_shown("x" * 77, "x" * 23)
+    child.type("x" * 100, "x" * 77, "x" * 23)
     child.send("<c-a>y<enter>")
     child.expect_line("y" + "x" * 100)
     child.expect_end()
@@ -62,9 +60,7 @@ def test_width_makes_the_editor_wrap(start, columns, width, wide):
 
 def test_width_before_the_first_read_has_no_effect(start):
     child = start("import Keyline; Keyline.TerminalWidthIs(40); read()")
-    child.expect_prompt()
-    child.send(NUMBERS)
-    child.expect_shown(*wrapped(1, NUMBERS, 80))
+    child.type(NUMBERS, *wrapped(1, NUMBERS, 80))
     child.send("<enter>")
     child.expect_line(NUMBERS)
     child.expect_end()
@@ -183,9 +179,7 @@ def test_storm_of_resizes(start):
     child.resize(24, 80)
     child.send("<enter>")
     child.expect_line(typed)
-    child.expect_prompt()
-    child.send("x" * 100)
-    child.expect_shown("x" * 77, "x" * 23)
+    child.type("x" * 100, "x" * 77, "x" * 23)
     child.send("<enter>")
     child.expect_line("x" * 100)
     child.expect_end()
@@ -195,9 +189,7 @@ def test_resize_where_the_terminal_clears_only_rows(start, tmp_path):
     """Without the means to clear all that is below, the prompt's row is cleared alone."""
     (tmp_path / "settings").write_text("settc cd ''\n")
     child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
-    child.expect_prompt()
-    child.send("abc")
-    child.expect_shown("abc")
+    child.type("abc")
     before = len(child.display.raw)
     child.resize(24, 40)
     child.wait("the line drawn anew", lambda: b"1> abc" in child.display.raw[before:])
