@@ -8,7 +8,8 @@ import subprocess
 import pytest
 
 from script import DEADLINE, ROOT
-from test_setup import Machine, tool
+from test_setup import Machine
+from tool import tool
 
 WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
                         stderr=subprocess.DEVNULL, check=False).returncode == 0

@@ -4,8 +4,6 @@ A small machine is made for each test: programs that stand in for the system's o
 its PATH, and a source tree of a few lines is in the place of the project's.
 """
 import hashlib
-import importlib.machinery
-import importlib.util
 import os
 import re
 import shutil
@@ -15,15 +13,6 @@ import sys
 import pytest
 
 from script import ROOT
-
-
-def tool(name):
-    """A script of tools/, as a module."""
-    path = os.path.join(ROOT, "tools", name)
-    loader = importlib.machinery.SourceFileLoader(name, path)
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-    loader.exec_module(module)
-    return module
 
 
 # Packages are lines in a file; each has a program of its name.
