@@ -11,9 +11,9 @@ from script import DEADLINE, ROOT
 from test_setup import Machine
 from tool import tool
 
-WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
-                        stderr=subprocess.DEVNULL, check=False).returncode == 0
-in_a_world = pytest.mark.only_where(WORLDS, "this user may make no world of mounts and processes")
+NAMESPACES = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
+                            stderr=subprocess.DEVNULL, check=False).returncode == 0
+in_namespaces = pytest.mark.only_where(NAMESPACES, "this user may make no namespaces")
 
 # Stands in for debootstrap: has a mount and a process in its target when it says so.
 MAKES = """
@@ -53,7 +53,7 @@ def left(machine):
     return mounted + glob.glob(str(machine.folder / "places" / "*"))
 
 
-@in_a_world
+@in_namespaces
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
     # As somebody else, and so without what the kernel does when a parent ends.
@@ -70,7 +70,7 @@ def test_ended_from_outside(machine, name):
     assert left(machine) == []
 
 
-@in_a_world
+@in_namespaces
 def test_ended_by_a_failure(machine):
     process = begin(machine, "exit 7")
     with open(machine.folder / "alive", "rb") as alive:
