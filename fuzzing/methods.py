@@ -211,7 +211,7 @@ def shorten(runner, calls, failed):
     return calls, failed
 
 
-def story(calls, failed):
+def report(calls, failed):
     lines = ["%s(%s)%s" % (name, given, "  # keys: %r" % (typed,) if typed else "")
              for name, given, typed in calls]
     return "\n".join(lines + [failed[1]])
@@ -264,7 +264,7 @@ def main():
             if failed:
                 findings += 1
                 print("seed %d: %s" % (seed + done, again(options, seed + done)))
-                print(story(*shorten(runner, calls, failed)), flush=True)
+                print(report(*shorten(runner, calls, failed)), flush=True)
                 print(runner.stderr() if options.sanitized else "", flush=True)
             done += 1
     finally:

@@ -13,7 +13,7 @@ from script import DEADLINE, ROOT, environment
 sys.path.insert(0, os.path.join(ROOT, "fuzzing"))
 
 import methods  # noqa: E402
-from methods import Runner, make_session, shorten, story  # noqa: E402
+from methods import Runner, make_session, report, shorten  # noqa: E402
 
 SESSIONS, CALLS = 12, 250
 
@@ -31,7 +31,7 @@ def test_methods_do_what_the_model_does(runner, seed):
     calls = make_session(seed, CALLS)
     failed = runner.run(calls)
     if failed:
-        pytest.fail(story(*shorten(runner, calls, failed)))
+        pytest.fail(report(*shorten(runner, calls, failed)))
 
 
 def test_a_difference_is_found_and_made_short(runner):

@@ -1,5 +1,6 @@
 """What the tests of single reads share: the two readers, and how a read is interrupted."""
 import signal
+import termios
 
 import pytest
 
@@ -27,6 +28,11 @@ THREADS = {
 def eof(reader):
     """What that reader raises at the end of the input."""
     return EOF if reader == "read()" else SIMPLE_EOF
+
+
+def no_echo(settings):
+    """Settings without ECHO, with which a terminal's lines are not edited."""
+    settings[3] &= ~termios.ECHO
 
 
 def strike(child, letter, how):

@@ -61,7 +61,7 @@ if os.getpid() != reader:
 
 
 def fork(child, way):
-    """The user has typed half a line, and there is a child."""
+    """Types half a line, and makes a child."""
     child.type("half a ", "half a")
     if way == "thread":
         child.go("fork")
@@ -74,7 +74,7 @@ def fork(child, way):
 
 
 def finish(child):
-    """The reader goes on as if nothing had been."""
+    """The reader goes on undisturbed."""
     assert not child.settings()[3] & manual.COOKED
     child.send("line<enter>")
     child.expect_line("half a line")
@@ -95,7 +95,7 @@ ENDS = {
     pytest.param(end, marks=pytest.mark.plain_only if end == "sys.exit" else ())
     for end in ENDS])  # after a fork the interpreter loses some locks of its own
 def test_end_of_a_child(start, way, end):
-    """Whichever it is, the reader's terminal stays raw and the line goes on."""
+    """In every case the reader's terminal stays raw and the line goes on."""
     child = start(SCRIPT % ("tell('pid', os.getpid()); " + ENDS[end], FROM[way]))
     fork(child, way)
     child.wait("the child's end", lambda: any(

@@ -155,7 +155,7 @@ on()
 read()
 read()
 """
-BIG = "a line of news\n" * 3000  # more than is told in one go
+BIG = "a line of news\n" * 3000  # more than is passed on at once
 
 
 @pytest.mark.not_memcheck("it keeps the highest descriptors for itself")

@@ -53,7 +53,7 @@ REDRAWS = "<c-l>" * 60  # of that line: more than the terminal holds
 
 
 def hold(child):
-    """From now on nobody takes the output, until take_again."""
+    """From now on nobody reads the output, until take_again."""
     return child.sources.pop(child.master)
 
 

@@ -1,4 +1,4 @@
-"""What somebody sees who puts functions of his own in the place of the C library's.
+"""The module's calls of the C library, as preloaded functions see them.
 
 The wait is select without a timeout, and a failed one is repeated; raw mode goes through
 tcsetattr; the two interrupts are held back through sigprocmask while they are taken over.
@@ -80,7 +80,7 @@ def seen(name): return ctypes.c_int.in_dll(ctypes.CDLL(None), name)
 
 @pytest.fixture(scope="session")
 def outside(setup, tmp_path_factory):
-    """The environment in which the functions are in force."""
+    """The environment that preloads them."""
     library = str(tmp_path_factory.mktemp("outside") / "outside.so")
     subprocess.run(["gcc", "-Wall", "-Werror", "-shared", "-fPIC", "-x", "c", "-o", library, "-"],
                    input=PRELOADED.encode(), check=True)

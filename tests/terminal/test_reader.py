@@ -1,22 +1,16 @@
 """The character reader: one byte at a time, and the news of the watched file before it.
 
-What decides the order is a stand-in for the log watch library, see there.
+A stand-in for the log watch library decides the order, see there.
 """
 import os
 import select
 import signal
-import termios
 
 import pytest
 
 from log_file import wait_state
-from reads import EOF
+from reads import EOF, no_echo
 from stand_in import SCRIPT, stand_in  # noqa: F401, a fixture
-
-
-def no_echo(settings):
-    """Settings without ECHO, with which a terminal's lines are not edited."""
-    settings[3] &= ~termios.ECHO
 
 
 def typed(child):

@@ -1,19 +1,13 @@
 """Text outside ASCII: typed, in several locales, and read without editing."""
-import termios
 import unicodedata
 
 import pytest
 
 from log_file import append
-from reads import EOF, READERS, eof, interrupt
+from reads import EOF, READERS, eof, interrupt, no_echo
 
 C_LOCALE = {"LC_ALL": None, "LANG": "C", "PYTHONCOERCECLOCALE": "0"}
 TEXT = "Büro 漢字 e\u0301 \U0001f600"
-
-
-def no_echo(settings):
-    """Settings without ECHO, with which a terminal's lines are not edited."""
-    settings[3] &= ~termios.ECHO
 
 
 def undecodable(data, start, reason):
