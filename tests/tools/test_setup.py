@@ -193,7 +193,7 @@ def test_demo_says_what_it_does(machine):
 
 # --- Interpreters ------------------------------------------------------------------------
 
-# The system's own, with something about it that is not so.
+# The system's interpreter, which claims something about itself.
 PRETENDING = """#!/bin/sh
 CODE=$4 exec /usr/bin/python3 -I -S -c '
 import os, sys, sysconfig
@@ -208,7 +208,7 @@ FREE_THREADED_SENTENCE = "is free-threaded; the module needs an interpreter with
 
 
 def pretending(folder, name, how):
-    """The path of an interpreter that says so of itself."""
+    """The path of an interpreter that claims that."""
     folder.mkdir(parents=True, exist_ok=True)
     path = folder / name
     path.write_text(PRETENDING % (how, path))
@@ -266,7 +266,7 @@ def test_a_free_threaded_interpreter_is_refused(machine, tmp_path):
     ("97.0.6", False, 0, "ok"),
     ("97.0.6", True, 1, "FAILED"),
     ("98.1.7", False, 0, "ok"),
-    ("98.1.7", True, 0, "not looked at here: clang-format 98.1.7 sees it otherwise,"
+    ("98.1.7", True, 0, "not checked here: clang-format 98.1.7 disagrees,"
      " the reference is 97 (log:"),
 ])
 def test_style_is_judged_by_the_reference(machine, version, finds, status, said):
@@ -290,11 +290,11 @@ def test_style_without_the_tool(machine):
         (bare / name).symlink_to(shutil.which(name))
     result = machine.run(". tools/stages.sh; style mypy types 'the types' false; echo $? $failed",
                          PATH=str(bare))
-    assert re.fullmatch("the types +not looked at here: there is no mypy, which is 1.0 for reference\n"
+    assert re.fullmatch("the types +not checked here: there is no mypy; the reference is 1.0\n"
                         "0 0\n", result.stdout), result.stderr
 
 
-# --- What there is no way to do here -----------------------------------------------------
+# --- What this machine cannot run --------------------------------------------------------
 
 
 def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):
