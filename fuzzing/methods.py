@@ -194,7 +194,7 @@ class Runner:
 
 
 def shorten(runner, calls, failed):
-    """Takes calls away as long as something still fails."""
+    """Removes calls while the session still fails."""
     calls, size = calls[:failed[0] + 1], len(calls)
     while True:
         size = max(1, min(size, len(calls)) // 2)
@@ -229,7 +229,7 @@ def sanitizer_environment():
 
 
 def again(options, seed):
-    """The command that plays a session again."""
+    """The command that replays a session."""
     words = [os.path.abspath(__file__), "--interpreter", options.interpreter, "--module-dir",
              os.path.abspath(options.module_dir), "--calls", str(options.calls), "--seed",
              str(seed), "--sessions", "1"]

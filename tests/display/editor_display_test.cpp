@@ -13,7 +13,7 @@
 
 static unsigned session_seed; // of the session under way
 
-// A session that does not come back says which it was.
+// A session that hangs says which it was.
 static void
 tell_seed(int number)
 {

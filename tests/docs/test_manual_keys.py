@@ -138,7 +138,7 @@ def test_vi_insert_mode(start, tmp_path, typed, line):
 
 @pytest.mark.parametrize("settings", ["", "bind -v\n"], ids=["emacs", "vi"])
 def test_keys_of_the_shell(start, tmp_path, settings):
-    """In both manners, in insert mode; the first four are those that the module binds."""
+    """With emacs and vi keys, in insert mode; the first four are those that the module binds."""
     with open(manual.ROOT + "/Cli/keys.cpp", encoding="utf-8") as file:
         bound = re.findall(r'"bind (\S+) ', file.read())
     labels = list(manual.TABLES["keys of the shell"])

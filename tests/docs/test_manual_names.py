@@ -14,7 +14,7 @@ from stub import FUNCTIONS
 
 @pytest.mark.parametrize("page", manual.PAGES)
 def test_pages_are_in_order(page):
-    """The checker of the tool that makes the pages has nothing to say."""
+    """mandoc warns of nothing."""
     found = subprocess.run(["mandoc", "-T", "lint", "-W", "warning",
                             os.path.join(manual.FOLDER, page)],
                            capture_output=True, text=True)

@@ -18,7 +18,7 @@ def test_every_example_is_run():
 
 
 class User:
-    """Who types, and looks at the last rows of the screen."""
+    """Types, and compares the last rows of the screen."""
 
     def __init__(self, child, *rows):
         self.child = child

@@ -296,7 +296,7 @@ input("> ")
 # --- input() ------------------------------------------------------------------------------
 
 
-def test_signals_go_where_the_program_has_them(start):
+def test_signal_handlers_of_the_program(start):
     child = start("""
 from keyline_shell import readline
 readline.install()
@@ -421,7 +421,7 @@ tell("count", readline.get_current_history_length())
     assert found.stdout == b"> "
 
 
-# --- What cannot be had ------------------------------------------------------------------
+# --- What is missing ---------------------------------------------------------------------
 
 
 def test_what_cannot_be_had_is_said_once(run_program):
@@ -443,7 +443,7 @@ for number in range(2):
     child.expect_end()
 
 
-def test_a_thread_is_told_nothing_of_the_line(start):
+def test_the_line_is_not_known_on_another_thread(start):
     child = start("""
 from keyline_shell import readline
 readline.install()
@@ -468,7 +468,7 @@ input("> ")
             SAID[:-1].encode(), what.encode())) == 1
 
 
-def test_behind_letters_outside_ascii(run_program):
+def test_completion_behind_letters_outside_ascii(run_program):
     child = run_program("""
 import readline
 readline.set_completer(lambda text, state: ["never", None][state])

@@ -292,8 +292,8 @@ signal.signal(signal.SIGTERM, lambda *_: tell("handled"))
     child.expect_end("clean")
 
 
-def test_event_loops_in_commands_do_not_deafen_the_shell(start):
-    """They take the way on which signals are told for themselves, and give it up."""
+def test_signals_work_after_an_event_loop_in_a_command(start):
+    """The loop sets the wakeup descriptor for itself, and unsets it."""
     user = ShellUser(start(SHELL % ("", """
 import asyncio
 @top.command("loop")

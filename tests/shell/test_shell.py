@@ -513,24 +513,24 @@ def test_wrong_arguments(run):
 PASTE, PASTE_END = "<esc>[200~", "<esc>[201~"
 
 
-def marks(terminal):
-    """Whether the terminal was last told to mark what is pasted."""
+def brackets_pastes(terminal):
+    """Whether bracketed paste is on."""
     raw = bytes(terminal.display.raw)
     return raw.rfind(b"\x1b[?2004h") > raw.rfind(b"\x1b[?2004l")
 
 
 def test_what_is_pasted_is_text(user):
-    assert marks(user.terminal)
+    assert brackets_pastes(user.terminal)
     user.type(PASTE + "! why?" + PASTE_END, "demo> ! why?")
     user.type("<enter>" + PASTE + "! a<tab>b<enter>! two<enter>! three?" + PASTE_END,
               "demo> ! why?", "demo> ! a       b", "demo> ! two", "demo> ! three?")
     user.type("<c-u>t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
     user.leave()
-    assert not marks(user.terminal)
+    assert not brackets_pastes(user.terminal)
 
 
 @pytest.mark.parametrize("way", ["SIGTERM", "SIGQUIT", "Ctrl-D", "exit"])
-def test_no_marks_are_asked_for_on_any_way_out(user, way):
+def test_every_way_out_switches_bracketed_paste_off(user, way):
     user.type(PASTE + "! a", "demo> ! a")  # without its end
     if way in ("Ctrl-D", "exit"):
         user.type(PASTE_END, "demo> ! a")
@@ -538,7 +538,7 @@ def test_no_marks_are_asked_for_on_any_way_out(user, way):
     else:
         user.terminal.signal(getattr(signal, way))
         user.terminal.expect_end(way)
-    assert not marks(user.terminal)
+    assert not brackets_pastes(user.terminal)
 
 
 def test_a_paste_without_end_is_over_with_ctrl_c(user):
@@ -548,7 +548,7 @@ def test_a_paste_without_end_is_over_with_ctrl_c(user):
     user.leave()
 
 
-def test_a_plain_terminal_is_asked_for_nothing(start):
+def test_a_dumb_terminal_gets_no_escape_sequences(start):
     user = ShellUser(start(shell(), env={"TERM": "dumb"}))
     user.leave()
     assert b"\x1b" not in user.terminal.display.raw
@@ -610,7 +610,7 @@ shell.history, session.Session.recall = "there", recall
     child.expect_end()
 
 
-# --- What else there is to play with ---------------------------------------------------------
+# --- The other commands ----------------------------------------------------------------------
 
 
 def configuring(user):
@@ -670,7 +670,7 @@ def test_no_hostname_is_the_first_one(user):
     user.leave()
 
 
-def test_the_history_and_the_patience_of_the_command_line(start, tmp_path):
+def test_options_for_history_and_idle_time(start, tmp_path):
     path = tmp_path / "history"
     user = ShellUser(start(shell("--history", str(path))))
     user.type("! one<enter>", "demo> ! one", "demo> ")

@@ -113,7 +113,7 @@ def test_a_user_who_sleeps_makes_room(start, tmp_path):
     server.expect_end("clean")
 
 
-def test_a_user_who_is_tired_of_waiting(serving):
+def test_ctrl_c_while_waiting_for_another_user(serving):
     first = ShellUser(serving())
     second = serving()
     second.wait_screen("the waiting", lambda rows: rows[0] == WAITING)

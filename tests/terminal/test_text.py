@@ -193,8 +193,8 @@ def test_shown_as_it_is_laid_out(start):
 
 
 @pytest.mark.parametrize("letter", ["\x80", "\x9b", "\xad", "\u200d", "\u202e", "\ufeff"])
-def test_seen_for_what_it_is(start, letter):
-    """Controls, when they are quoted, and what orders its neighbours reach no terminal."""
+def test_control_and_format_characters_are_escaped(start, letter):
+    """Quoted control characters, and those that change the writing direction."""
     child = start("read(); read()")
     child.expect_prompt()
     form = "\\U+%04X" % ord(letter)

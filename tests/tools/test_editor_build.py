@@ -157,7 +157,7 @@ def test_the_other_compiler(project):
 
 @pytest.mark.parametrize("name", ["CPPFLAGS", "CFLAGS"])
 def test_flags(project, name):
-    """Each is heeded, and seen by the next run."""
+    """Each is used, and the next run sees that it changed."""
     assert project.build() == 1
     assert project.build(**{name: "-DTOLD=first"}) == 1
     assert project.told() == [b"first"]

@@ -36,7 +36,7 @@ def machine(tmp_path):
 
 
 def begin(machine, then):
-    """The tool at work on a suite, with a debootstrap that does so in the end."""
+    """Starts the tool on a suite, with a debootstrap that ends with that command."""
     machine.program("debootstrap", MAKES % then)
     tools = "%s:%s" % (machine.folder / "bin", os.environ["PATH"])
     return subprocess.Popen(
@@ -47,7 +47,7 @@ def begin(machine, then):
 
 
 def left(machine):
-    """What there is of the place."""
+    """What is left of its folder: mounts and files."""
     with open("/proc/self/mounts", encoding="utf-8") as file:
         mounted = [line for line in file if str(machine.folder) in line]
     return mounted + glob.glob(str(machine.folder / "places" / "*"))
@@ -56,7 +56,7 @@ def left(machine):
 @in_namespaces
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
-    # As somebody else, and so without what the kernel does when a parent ends.
+    # As another user: then the kernel has cleared PDEATHSIG.
     process = begin(machine, "exec /usr/bin/python3 -c 'import os, signal; os.setuid(65534); "
                              "os.write(3, b\"\\n\"); signal.pause()'")
     with open(machine.folder / "alive", "rb") as alive:
@@ -64,7 +64,7 @@ def test_ended_from_outside(machine, name):
         assert left(machine)
         process.send_signal(getattr(signal, name))
         assert select.select([alive], [], [], DEADLINE)[0], "there are still processes"
-        assert alive.read() == b""  # its end is that of the last of them
+        assert alive.read() == b""  # closed by the last of them
     process.communicate(timeout=DEADLINE)
     assert process.returncode != 0
     assert left(machine) == []

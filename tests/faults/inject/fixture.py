@@ -1,7 +1,7 @@
 """The terminal and the processes in which scenarios are played.
 
 This process leads a session of its own on a pseudo terminal; each scenario is played in a
-child that it forks, which is warm already and may die of it. One process types and reads, so
+child that it forks, which is warmed up and may die of it. One process types and reads, so
 it opens the terminal itself, and for itself, where tools/pty_child.py starts another program.
 """
 import fcntl
@@ -44,7 +44,7 @@ def set_up(module, library):
 
 
 def lead(slave):
-    """Makes it the terminal of this process's session, of which it is the leader."""
+    """Makes it the controlling terminal of this process's session."""
     fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
 
 

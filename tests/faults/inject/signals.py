@@ -116,7 +116,7 @@ def points_of(calls, visits):
 
 
 def race(scenario, points, sending, settings, tell):
-    """All points; a child that dies has told of those before, the next goes on behind."""
+    """All points. When a child dies, the next one goes on behind the points it has told of."""
     ends = sending[0] == interposer.HANG_UP
     while points:
         fixture.clean_terminal(settings)
