@@ -284,12 +284,12 @@ class Terminal:
         __tracebackhide__ = True
         return self.wait(what, lambda: predicate(self.display.rows()))
 
-    def type(self, keys, *rows):
+    def type(self, keys, *rows, redrawn=False):
         """At a new prompt, types keys; the screen shows them behind it, or these rows."""
         __tracebackhide__ = True
         self.expect_prompt()
         self.send(keys)
-        self.expect_shown(*(rows or (keys,)))
+        self.expect_shown(*(rows or (keys,)), redrawn=redrawn)
 
     def expect_cursor(self, row, column):
         """Waits until the cursor stands there; the row counts from the newest prompt's."""

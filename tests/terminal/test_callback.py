@@ -45,9 +45,7 @@ read(done)
             child.signal(getattr(signal, "SIG" + number))
         child.expect_raised(*{"INT": ("KeyboardInterrupt", ""),
                               "TSTP": ("LookupError", "stopped")}[number])
-    child.expect_prompt()
-    child.send("ab<tab>")
-    child.expect_shown("ab-done", redrawn=True)
+    child.type("ab<tab>", "ab-done", redrawn=True)
     child.send("c")  # once it is shown, the module's handlers are surely back
     child.expect_shown("ab-donec", redrawn=True)
     child.send("<c-c>")
@@ -295,9 +293,7 @@ simple_read(watched=False)
 read(done)
 """ % (number, handler))
     for read in range(3):
-        child.expect_prompt()
-        child.send("ab<tab>")
-        child.expect_shown("ab-done", redrawn=True)
+        child.type("ab<tab>", "ab-done", redrawn=True)
         if read == 1 or read == 0 and interrupted:
             child.send("x")
             child.expect_shown("ab-donex", redrawn=True)

@@ -190,9 +190,7 @@ def test_failure(start, case, key):
     child.send("ab<left>" + key)
     told = child.expect_fact("raised")
     assert told[0] == name and message in told[1]
-    child.expect_prompt()
-    child.send("cd" + key)
-    child.expect_shown("cd-done", redrawn=True)
+    child.type("cd" + key, "cd-done", redrawn=True)
     child.send("<enter>")
     child.expect_line("cd-done")
     child.expect_prompt()
