@@ -210,10 +210,12 @@ def serves_logins():
 
 @pytest.hookimpl(trylast=True)  # of what is left when -k and -m have chosen
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what the sanitizers are not for, and what this machine or user cannot run."""
+    """Leaves out what is not for this build, and what this machine or user cannot run."""
     markers = []
     if config.getoption("--sanitized") or config.getoption("--valgrind"):
         markers.append("plain_only")
+    else:
+        markers.append("sanitized_only")
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
