@@ -58,7 +58,7 @@ editor_broken(void)
         return "place in the history";
     if (size->h < 1 || size->v < 1 || size->h > 4096 || size->v > 2048)
         return "size";
-    if (el->el_refresh.resized) /* until it is drawn anew, it is where it was */
+    if (el->el_refresh.resized) /* until it is redrawn, it is where it was */
         return NULL;
     if (el->el_refresh.at.v < 0 || el->el_refresh.at.v >= size->v)
         return "row of the cursor";

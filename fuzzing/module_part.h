@@ -19,7 +19,7 @@ extern long module_work;
 // Whether Ctrl-C and Ctrl-Z leave the read by a jump; else they go to nobody.
 extern bool module_lands;
 
-// Initialises the editor anew, with the module's keys and an empty history.
+// Initialises the editor again, with the module's keys and an empty history.
 void module_start();
 
 // Reads a line and puts it into the history.

@@ -145,7 +145,7 @@ TEST_F(EditorDisplay, EnterOnAMarkInVi)
     expect_right(session);
 }
 
-// It is asked where its cursor is, in vain, once.
+// It is asked for its cursor once, and does not answer.
 TEST_F(EditorDisplay, ResizeOfATerminalThatDoesNotAnswer)
 {
     DisplaySession session = session_of(std::string(100, 'a') + "\002\002", 80);

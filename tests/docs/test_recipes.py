@@ -433,7 +433,7 @@ os.execv(sys.executable, [sys.executable] + words[1:])
     child.send("<up>")
     expect_rows(child, "hello bob", "router> greet bob")
     child.send("<c-u>exit<enter>")
-    child.wait_screen("the program anew", lambda rows: [row for row in rows if row][-2:] == [
+    child.wait_screen("the program again", lambda rows: [row for row in rows if row][-2:] == [
         "-> import keyline_shell", "(Pdb)"] and "router> exit" in rows)
     child.send("<up><c-u>q<enter>")
     child.expect_end()

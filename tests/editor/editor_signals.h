@@ -20,7 +20,7 @@ inline void (*again)();   // it, while it runs; null: no more
 inline int steps;         // so many have been taken
 inline int signal_at;     // raise a signal at this one; 0: at none
 inline int signal_raised; // which one
-inline bool is_limited;   // the step is of a wait that does not last for ever
+inline bool is_limited;   // the step is of a wait with a timeout
 
 inline void
 step()

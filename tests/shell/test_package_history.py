@@ -147,7 +147,7 @@ def test_a_damaged_file_is_set_aside_and_said(login, path, data):
 
 
 def test_half_a_line_at_the_end_is_dropped(login, path):
-    """What a session leaves that is ended in the midst of writing."""
+    """As left by a session that is killed while it writes."""
     path.write_text(HEAD + "exec\t! one\nexec\t! tw")
     user = login()
     user.type("<up>", "> ! one")

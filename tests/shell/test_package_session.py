@@ -97,7 +97,7 @@ def test_ctrl_c_ends_a_command_and_not_the_shell(user, command, way):
 def test_ctrl_c_ends_also_what_a_command_started(user):
     user.terminal.send("child<enter>")
     user.terminal.wait_screen("the child", lambda rows: rows[1] == "child")
-    user.terminal.send("<c-z>")  # would stop the child for ever
+    user.terminal.send("<c-z>")  # would stop the child
     user.terminal.wait("the key", lambda: b"^Z" in user.terminal.display.raw)
     user.type("<c-c>", "> child", "child", "^Z^C", "> ")
     leave(user)

@@ -157,7 +157,7 @@ def test_a_resize_reaches_the_shell(serving):
     user.type("sh ter", "demo> sh ter")
     drawn = len(user.terminal.display.raw)
     user.terminal.resize(24, 100)
-    user.terminal.wait("the line drawn anew", lambda: len(user.terminal.display.raw) > drawn)
+    user.terminal.wait("the line redrawn", lambda: len(user.terminal.display.raw) > drawn)
     user.type("<enter>", "demo> sh ter", "width 100, history of 1024 lines",
               "TAB and ? give help", "demo> ")
     user.leave()

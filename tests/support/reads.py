@@ -35,7 +35,7 @@ def no_echo(settings):
     settings[3] &= ~termios.ECHO
 
 
-def strike(child, letter, how):
+def send_interrupt(child, letter, how):
     """Ctrl-C or Ctrl-Z, as a key or as a signal to the child alone."""
     key, number, _ = INTERRUPTS[letter]
     if how == "typed":
@@ -46,5 +46,5 @@ def strike(child, letter, how):
 
 def interrupt(child, letter, how):
     """The same, and the read ends with it."""
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_raised(*INTERRUPTS[letter][2])

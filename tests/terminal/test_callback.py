@@ -302,7 +302,7 @@ read(done)
                 child.expect_raised("KeyboardInterrupt", "Ctrl-%s pressed"
                                     % ("C" if number == signal.SIGINT else "Z"))
                 continue
-            child.expect_shown("ab-donex")  # drawn anew: the terminal is raw again
+            child.expect_shown("ab-donex")  # redrawn: the terminal is raw again
             child.send("<bs>")
         child.send("c<enter>")
         child.expect_line("ab-donec")

@@ -10,7 +10,7 @@ import pytest
 
 import manual
 
-# Three ways in which a child is made in the midst of a read, by the function `child`. The
+# Three ways in which a child is made during a read, by the function `child`. The
 # callable that the log calls lives as long as the script.
 FROM = {
     "thread": """
@@ -104,7 +104,7 @@ def test_end_of_a_child(start, way, end):
     child.expect_fact("pid")
     if end == "sys.exit":
         child.expect_fact("child")
-        if way != "thread":  # where it is in the midst of a read, which ends
+        if way != "thread":  # where it is within a read, which ends
             child.expect_fact("raised", ("SystemExit", "3") if way == "completion"
                               else ("EOFError", "readline returned NULL"))
             child.expect_fact("lines", ["a line"])

@@ -111,7 +111,7 @@ def processor_time(child):
 
 
 def test_standard_input_closed_in_a_read(start):
-    """The reader tries for ever to wait for it, by contract, and an interrupt ends that."""
+    """The reader repeats its wait without end, by contract, until an interrupt."""
     child = start("""
 import Keyline
 def close(descriptor, length):

@@ -52,13 +52,13 @@ LINE = "x" * 3000
 REDRAWS = "<c-l>" * 60  # of that line: more than the terminal holds
 
 
-def hold(child):
-    """From now on nobody reads the output, until take_again."""
+def stop_reading(child):
+    """From now on nobody reads the output, until resume_reading."""
     return child.sources.pop(child.master)
 
 
-def take_again(child, taker):
-    child.sources[child.master] = taker
+def resume_reading(child, source):
+    child.sources[child.master] = source
 
 
 def writing(child):
@@ -104,24 +104,24 @@ def expect_after(child):
 # A terminal that is not read from
 
 def blocked(start, script):
-    """A child that redraws a line and blocks; answers it and what take_again needs."""
+    """A child that redraws a line and blocks; answers it and what resume_reading needs."""
     child = start(script)
     child.expect_prompt()
-    taker = hold(child)
+    source = stop_reading(child)
     child.send(LINE)
     child.send(REDRAWS)
     wait_blocked(child)
     assert child.settings() != child.found
-    return child, taker
+    return child, source
 
 
 @needs_write
 @pytest.mark.parametrize("reader", READERS)
 def test_output_taken_late(start, reader):
     """Keys wait behind the redrawing, and none of either is lost."""
-    child, taker = blocked(start, reader + "\n" + reader)
+    child, source = blocked(start, reader + "\n" + reader)
     child.send("<bs>y<c-a>z<enter>")
-    take_again(child, taker)
+    resume_reading(child, source)
     child.expect_line("z" + LINE[1:] + "y")
     expect_after(child)
     assert child.display.raw.count(b"\x1b[H\x1b[2J") == 60
@@ -133,11 +133,11 @@ def test_prompts_taken_late(start):
     child = start("import Keyline\nfor number in range(60):\n"
                   "    attempt(Keyline.readline, '%s%d> ' % ('p' * 1800, number))\nread()")
     child.wait("the first prompt", lambda: b"p0> " in child.display.raw)
-    taker = hold(child)
+    source = stop_reading(child)
     child.send("".join("%d<enter>" % number for number in range(60)))
     wait_blocked(child)
     assert len(child.facts) < 60
-    take_again(child, taker)
+    resume_reading(child, source)
     for number in range(60):
         child.expect_line(str(number))
     expect_after(child)
@@ -150,19 +150,19 @@ def test_prompts_taken_late(start):
 @needs_write
 def test_interrupt_typed_while_output_is_not_taken(start):
     """The terminal throws the output away with the key, so the read ends at once."""
-    child, taker = blocked(start, "read()\nread()")
+    child, source = blocked(start, "read()\nread()")
     child.send("<c-c>")
     child.expect_raised(*C_PRESSED)
-    take_again(child, taker)
+    resume_reading(child, source)
     expect_after(child)
 
 
 @needs_write
 def test_interrupt_sent_while_output_is_not_taken(start):
     """It waits until the write is over, which it may be at once if there is a little room."""
-    child, taker = blocked(start, "read()\nread()")
+    child, source = blocked(start, "read()\nread()")
     child.signal(signal.SIGINT)
-    take_again(child, taker)
+    resume_reading(child, source)
     child.expect_raised(*C_PRESSED)
     expect_after(child)
 
@@ -171,7 +171,7 @@ def test_interrupt_sent_while_output_is_not_taken(start):
 @pytest.mark.parametrize("name", ["SIGTERM", "SIGHUP", "SIGQUIT"])
 def test_ending_signal_while_output_is_not_taken(start, name):
     """It does not wait for the output: the settings are back, and the process is gone."""
-    child, taker = blocked(start, "read()")
+    child, source = blocked(start, "read()")
     child.signal(getattr(signal, name))
     child.wait("the child's end", lambda: child.status is not None)
     child.sources.pop(child.master, None)
@@ -182,8 +182,8 @@ def test_ending_signal_while_output_is_not_taken(start, name):
 @pytest.mark.parametrize("reader", READERS)
 @pytest.mark.parametrize("ignored", [False, True], ids=["default", "ignored"])
 def test_hang_up_while_output_is_not_taken(start, reader, ignored):
-    child, taker = blocked(start, (HUNG_UP if ignored else "") + reader + "\n" + reader)
-    take_again(child, taker)
+    child, source = blocked(start, (HUNG_UP if ignored else "") + reader + "\n" + reader)
+    resume_reading(child, source)
     child.hang_up()
     if ignored:
         child.expect_raised(*eof(reader))
@@ -215,7 +215,7 @@ def test_output_taken_byte_by_byte(start, monkeypatch):
 
 @needs_write
 @pytest.mark.parametrize("reader", READERS)
-@pytest.mark.parametrize("before", ["", "ab"], ids=["at the prompt", "amid a line"])
+@pytest.mark.parametrize("before", ["", "ab"], ids=["at the prompt", "in mid-line"])
 def test_stopped_terminal(start, reader, before):
     """Nothing is shown while it is stopped, and all of it afterwards."""
     child = start(reader + "\n" + reader)

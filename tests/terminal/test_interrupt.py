@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, strike
+from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, send_interrupt
 
 
 @pytest.mark.smoke
@@ -157,7 +157,7 @@ def test_landing_on_another_thread_is_fatal(start, letter, how, output):
     child.go("change")
     real = child.expect_fact("real")
     child.expect_fact("changed it")
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_end("SIGABRT")
     report = REPORTS[letter] % real if "%d" in REPORTS[letter] else REPORTS[letter]
     if piped:
@@ -188,7 +188,7 @@ Keyline.readline(next_prompt())
     with open(os.path.join(child.home, "log"), "a", encoding="utf-8") as file:
         file.write("a line\n")
     child.expect_fact("news")
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_abort("savedPyThreadState != NULL", 57, "acquireGil")
     child.assert_settings_as_found()
 

@@ -1,4 +1,4 @@
-"""After every key the screen is prompt and line, laid out anew, and nothing else.
+"""After every key the screen shows the layout of prompt and line, and nothing else.
 
 Random keys are typed at a shell of some size, terminal type and prompt, some of which it
 answers or prints at; lines of a log come in between, the window changes. A model of the line

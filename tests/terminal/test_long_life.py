@@ -148,7 +148,7 @@ def one_step(step, kind, size, number):
         Keyline.resetInput()
     elif kind == "switch":
         switch()
-    # News comes while it is on, and not afterwards. An interrupt in the midst of it would
+    # News comes while it is on, and not afterwards. An interrupt in it would
     # end the process, deliberately.
     told = logged = b""
     if kind == "switch" or number % 3 == 0 and kind != "interrupt":

@@ -50,7 +50,7 @@ def test_bystander_of_a_read_that_goes_on(start, reader, name, handled):
 @pytest.mark.parametrize("name", ENDING)
 @pytest.mark.parametrize("before", ["", "ab", "<c-c>"])
 def test_ending_signal_gives_the_terminal_back(start, reader, name, before):
-    """At a fresh prompt, amid a line, and at the prompt after a landing."""
+    """At a fresh prompt, in mid-line, and at the prompt after a landing."""
     child = start("bystander = Bystander()\nsignal.signal(signal.SIGINT, "
                   "signal.default_int_handler)\n" + ("read()\n" * 2 + reader))
     child.enter("")
@@ -133,7 +133,7 @@ def test_simple_read_and_the_usual_keyboard_interrupt(start):
 
 
 def test_stopped_and_continued(start):
-    """The shell that is brought back draws its line anew, in raw mode."""
+    """Continued, the shell redraws its line, in raw mode."""
     child = start("read()")
     child.type("ab")
     raw = child.settings()
@@ -211,7 +211,7 @@ def test_the_first_process_does_not_end(start, first_process):
     for typed in range(1, len(ENDING) + 1):
         before = len(child.display.raw)
         child.go("end")
-        child.wait("the line drawn anew", lambda: b"1> " in child.display.raw[before:])
+        child.wait("the line redrawn", lambda: b"1> " in child.display.raw[before:])
         child.send("<left>x")
         child.expect_shown("a" + "x" * typed + "b")
         child.send("<right>")

@@ -192,7 +192,7 @@ def test_resize_where_the_terminal_clears_only_rows(start, tmp_path):
     child.type("abc")
     before = len(child.display.raw)
     child.resize(24, 40)
-    child.wait("the line drawn anew", lambda: b"1> abc" in child.display.raw[before:])
+    child.wait("the line redrawn", lambda: b"1> abc" in child.display.raw[before:])
     assert b"\r\x1b[K" in child.display.raw[before:]
     assert b"\x1b[J" not in child.display.raw
     child.send("<left>x<enter>")

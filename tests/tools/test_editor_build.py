@@ -1,4 +1,4 @@
-"""lineedit/build.sh itself: which compiler and flags it takes, and when it builds anew.
+"""lineedit/build.sh itself: which compiler and flags it takes, and when it builds again.
 
 It is run on a library of a few lines in the place of the line editor, whose archive, sum and
 series are made here. What it made is read from the object files.

@@ -105,7 +105,7 @@ def test_what_is_installed_later_is_found(machine, order):
 
 
 def test_configured_once(machine):
-    """With nothing new installed, nothing is configured anew."""
+    """With nothing new installed, nothing is configured again."""
     machine.build("build")
     machine.build("build")
     assert (machine.root / "configured").read_text() == "once\n"

@@ -284,7 +284,7 @@ TEST_F(Between, DirectoryThatIsAFileWhenItIsWatched)
 }
 
 // A walk that breaks leaves no watch on a directory that the next one does not pass.
-TEST_F(Between, DirectoryThatIsNoLongerOnTheWay)
+TEST_F(Between, DirectoryThatIsNoLongerInThePath)
 {
     make_directory(dir + "/a");
     make_directory(dir + "/b");
@@ -382,7 +382,7 @@ TEST_F(Between, LinkThatIsNeverThereWhenItIsRead)
         }
     };
     expect_error(link.c_str(), ENOENT);
-    EXPECT_GT(times, 1) << "it is tried more than once, and not for ever";
+    EXPECT_GT(times, 1) << "it is tried more than once, but not without end";
 }
 
 // However often the path changes during a walk, another walk follows until it does not.

@@ -203,7 +203,7 @@ def growth(play, times):
 def leak(play, times, usual):
     """Bytes and descriptors that each play loses and the usual one does not, or None.
 
-    Where it may be more than noise it is counted anew, over as many plays as the usual growth:
+    Where it may be more than noise it is counted again, over as many plays as the usual growth:
     a piece of memory takes up to 16 bytes more or less than the one before it, and in few
     plays that looks like much.
     """

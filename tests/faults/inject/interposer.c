@@ -118,7 +118,7 @@ interposer_before(struct frame *frame, void **return_slot)
     }
     interposer.fired++;
     if (interposer.plan == PLAN_BEFORE) {
-        session_strike();
+        session_signal();
         errno = error;
         return 0;
     }
@@ -137,7 +137,7 @@ interposer_at_return(void)
     void *to = after_return;
 
     interposer.fired++;
-    session_strike();
+    session_signal();
     errno = error;
     return to;
 }
