@@ -28,8 +28,8 @@ flags=("${sanitizers[@]}" -I"$editor/include")
 # What must hold is asked inside the editor, before its inner names are made local: some of
 # them are the module's, too.
 clang "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
-    -c "$here/editor_holds.c" -o "$out/editor_holds.o"
-ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/private/libedit.a"
+    -c "$here/editor_state.c" -o "$out/editor_state.o"
+ld -r -o "$out/editor.o" "$out/editor_state.o" --whole-archive "$editor/lib/private/libedit.a"
 objcopy --localize-hidden "$out/editor.o"
 
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \

@@ -15,7 +15,7 @@
 
 #include "../Cli/history.h"
 #include "../lineedit/lineedit.h"
-#include "editor_holds.h"
+#include "editor_state.h"
 #include "input.h"
 #include "keys_tables.h"
 #include "module_part.h"

@@ -8,7 +8,7 @@
 #include "fcns.h"
 #include "sig.h"
 
-#include "editor_holds.h"
+#include "editor_state.h"
 
 
 /* What the next key will cost, very roughly. */
