@@ -25,7 +25,7 @@ clang++ -std=c++17 "${sanitizers[@]}" -D_GNU_SOURCE \
 editor=$out/editor/fuzz
 flags=("${sanitizers[@]}" -I"$editor/include")
 
-# What must hold is asked inside the editor, before its inner names are made local: some of
+# The invariants are checked inside the editor, before its inner names are made local: some of
 # them are the module's, too.
 clang "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
     -c "$here/editor_state.c" -o "$out/editor_state.o"

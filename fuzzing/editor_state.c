@@ -1,5 +1,5 @@
 /*
- * What must hold in the editor whenever it asks for a key: it edits, positions lie in the line, the
+ * The editor's invariants whenever it asks for a key: it edits, positions lie in the line, the
  * cursor in the window. And what it means to show.
  */
 #include "config.h"
@@ -26,7 +26,7 @@ editor_work(void)
     return work + el->el_terminal.t_size.h / 16;
 }
 
-/* Says what does not hold, or NULL. */
+/* The invariant that does not hold, or NULL. */
 const char *
 editor_broken(void)
 {

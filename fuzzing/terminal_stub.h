@@ -25,5 +25,5 @@ extern int stub_wait;
 // The signal comes, for the handler that the editor has installed, if any.
 void stub_signal(int number);
 
-// Settings of a terminal that nobody has changed.
+// A terminal's default settings.
 void stub_reset();

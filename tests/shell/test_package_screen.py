@@ -55,7 +55,7 @@ COLOURED = ['lambda: colour("lab> ", "red")', 'colour("lab> ", "red")',
 
 @pytest.mark.parametrize("prompt", COLOURED)
 @pytest.mark.parametrize("variables", [{"TERM": "dumb"}, {"NO_COLOR": "1"}, {"TERM": None}, {}])
-def test_colours_where_somebody_sees_and_wants_them(start, prompt, variables):
+def test_colours_at_a_terminal_that_wants_them(start, prompt, variables):
     user = ShellUser(start(SHELL % (prompt, ""), env=variables), "lab> ")
     user.type("?", *(["lab>"] if variables.get("TERM", "") != "" else []), "lab> ?",
               "  exit  Leave this mode; in exec mode, the shell",
@@ -226,7 +226,7 @@ top.command("long")(lambda: page(["x" * 25, "y" * 20, "z", "end"]))
     user.leave("<c-d>")
 
 
-def test_keys_typed_ahead_are_for_whoever_reads_next(start):
+def test_keys_typed_ahead_go_to_the_next_read(start):
     user = ShellUser(start(SHELL % ('"> "', PAGES), rows=6), "> ")
     user.type("count 20<enter>", *counted(1, 5), "--More--")
     user.above = []

@@ -163,7 +163,7 @@ def test_a_resize_reaches_the_shell(serving):
     user.leave()
 
 
-def test_nobody_serves(run, tmp_path):
+def test_connecting_without_a_server(run, tmp_path):
     result = run(shell("--connect", str(tmp_path / "nobody")), end="exception")
     assert result.stderr == (
         b"demo: [Errno 2] No such file or directory: '%s/nobody'\n" % bytes(tmp_path))

@@ -54,7 +54,7 @@ read(done)
 
 
 def test_dispositions_while_the_callback_runs(start):
-    """The shell's own for the two signals, each time anew."""
+    """For the two signals they are the shell's own, each time."""
     child = start("""
 def two():
     return [row for row in dispositions()[0] if row[0] in ("SIGINT", "SIGTSTP")]
@@ -74,7 +74,7 @@ read(complete)
 
 @pytest.mark.parametrize("threads", ["", BUSY], ids=["alone", "busy"])
 def test_keys_typed_while_the_callback_runs(start, threads):
-    """They wait, in their order: text, another completion, the end of the line."""
+    """They are read later, in order: text, another completion, the end of the line."""
     child = start(threads + WAITING + "read(complete)")
     child.expect_prompt()
     child.send("ab<tab>")
@@ -102,7 +102,7 @@ def test_resize_while_the_callback_runs(start):
 
 
 def test_callback_that_prints(start):
-    """Rows of its own, each from the left, and then prompt and line again."""
+    """Its rows begin at the left; prompt and line follow again."""
     child = start("""
 def complete(key, line):
     print()
@@ -151,7 +151,7 @@ read(complete)
 
 
 def test_callback_that_calls_the_module(start):
-    """The read under way uses the history and the keys; both may change."""
+    """The current read uses the history and the keys; both may change."""
     child = start("""
 import Keyline
 Keyline.keyBindingsEnabledIs(True)
@@ -191,7 +191,7 @@ read(complete, "exec", "")
 @pytest.mark.parametrize("then", ["", "    Keyline.keyBindingsEnabledIs(True)\n"],
                          ids=["alone", "and set up again"])
 def test_reset_by_a_callback(start, then):
-    """The read under way ends as it may; the next one has a new editor that edits."""
+    """The current read may end in any way; the next one has a new editor."""
     child = start("""
 import Keyline
 def complete(key, line):

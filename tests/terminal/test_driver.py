@@ -107,7 +107,7 @@ read()
 
 @pytest.mark.parametrize("reader", READERS)
 def test_end_of_input(start, reader):
-    """Ctrl-D ends the input only where nothing was typed; the next read works as ever."""
+    """Ctrl-D ends the input only in an empty line; the next read works."""
     child = start(reader + "\n" + reader)
     child.type("ab<c-d><c-a><c-d>", "b")
     child.send("<c-e><bs><c-d>")

@@ -169,7 +169,7 @@ def test_a_child_that_reads(start, way, first):
 
 @pytest.mark.parametrize("way", FROM)
 def test_interrupt_in_a_child_that_reads(start, way):
-    """Its Ctrl-C is its own."""
+    """Ctrl-C at its terminal interrupts its read alone."""
     child = start(SCRIPT % ("""
     os.dup2(other_terminal, 0)
     os.dup2(other_terminal, 1)

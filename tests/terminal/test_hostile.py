@@ -71,7 +71,7 @@ def test_closed_standard_output_before_the_first_read(start):
 
 @pytest.mark.parametrize("reader", READERS)
 def test_standard_output_closed_between_reads(start, reader):
-    """The editor does not notice, and edits what nobody sees; opened again it is seen."""
+    """The editor does not notice, and edits unseen; opened again, it is shown."""
     child = start(reader + "\nkept = os.dup(1)\nos.close(1)\n" + reader
                   + "\nos.dup2(kept, 1)\n" + reader)
     child.enter("one")
@@ -81,7 +81,7 @@ def test_standard_output_closed_between_reads(start, reader):
 
 
 def test_closed_standard_input_before_the_first_read(start):
-    """Which is the end of the input, until it is there again."""
+    """It counts as the end of the input, until it is open again."""
     child = start("kept = os.dup(0)\nos.close(0)\nread()\nos.dup2(kept, 0)\nread()")
     child.expect_raised(*EOF)
     child.send("one<enter>")
@@ -91,7 +91,7 @@ def test_closed_standard_input_before_the_first_read(start):
 
 @pytest.mark.parametrize("reader", READERS)
 def test_standard_input_closed_between_reads(start, reader):
-    """No raw mode and no key: the input is at its end, until it is there again."""
+    """No raw mode and no key: it counts as the end of the input, until it is open again."""
     child = start(reader + "\nkept = os.dup(0)\nos.close(0)\n" + reader
                   + "\nos.dup2(kept, 0)\n" + reader)
     child.enter("one")
@@ -240,7 +240,7 @@ def test_output_to_a_full_device_between_reads(start, reader):
 
 @pytest.mark.parametrize("size", [0, 3])
 def test_news_without_room_for_them(start, size):
-    """They wait for an event after there is room again, and nobody spins meanwhile."""
+    """It waits for an event after there is room again; the reader does not spin."""
     child = start(LOG + """
 resource.setrlimit(resource.RLIMIT_FSIZE, (%d, INFINITY))
 on()
@@ -272,7 +272,7 @@ def small_disk(tmp_path):
 
 
 def test_log_on_a_full_file_system(start, small_disk):
-    """What got there is told, and the line that was cut short when it is complete."""
+    """What was written is told; the line that was cut short, once it is complete."""
     log, filler = os.path.join(small_disk, "log"), os.path.join(small_disk, "filler")
     lines = b"a line ..\n" * 500
     child = start(LOG + "wait_for('on')\nKeyline.loggingSyncEnabledIs(%r, news)\nread()" % log)
@@ -298,7 +298,7 @@ def test_log_on_a_full_file_system(start, small_disk):
 @pytest.mark.parametrize("first", [False, True], ids=["without an editor", "with an editor"])
 @pytest.mark.parametrize("room", [0, 64, 256, 1024])
 def test_little_memory(start, first, room):
-    """No editor, an exception, or a line that stops growing; with memory all is as ever."""
+    """No editor, an exception, or a line that stops growing; with memory all works again."""
     child = start("""
 import Keyline, resource
 INFINITY = resource.RLIM_INFINITY

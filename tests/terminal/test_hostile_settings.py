@@ -50,7 +50,7 @@ def test_terminal_type(start, term):
     expect_edited(start(EDITED, env=TERMS[term]))
 
 
-# Capabilities as nobody means them: too many parameters, those of other types, no end.
+# Wrong capabilities: too many parameters, of the wrong types, without an end.
 DESCRIPTION = r"""rubbish|a description,
  am, cols#%(columns)s, lines#%(lines)s, cup=%%p1%%s%%s%%s%%s%%s, el=\E[%%s, ed=%%n%%s,
  cub=%%p1%%s, cuf=%%s%%p2%%s, cuu=%%s, cud=%%?%%t%%s, bel=%%d%%d, dch=%%p9%%d, ich=%%{9,

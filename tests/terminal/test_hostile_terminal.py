@@ -1,4 +1,4 @@
-"""Terminals that nobody looks after: not read from, read slowly, stopped, of any size.
+"""Terminals that are not read from, are read slowly, are stopped, or of any size.
 
 What blocks there is the child's own write, and the tests wait until they see it in it.
 While they hold the output, nothing at all is taken from the terminal.
@@ -53,7 +53,7 @@ REDRAWS = "<c-l>" * 60  # of that line: more than the terminal holds
 
 
 def stop_reading(child):
-    """From now on nobody reads the output, until resume_reading."""
+    """From now on the output is not read, until resume_reading."""
     return child.sources.pop(child.master)
 
 
@@ -95,7 +95,7 @@ def wait_as_found(child):
 
 
 def expect_after(child):
-    """One more line, which is read as ever."""
+    """One more line is read."""
     __tracebackhide__ = True
     child.enter("after")
     child.expect_end()

@@ -68,7 +68,7 @@ for number in range(5): read()
 
 @BOTH
 def test_pending_when_the_read_starts(start, letter):
-    """Held back until the handlers are in, it lands before the prompt; the mask stays."""
+    """Blocked until the handlers are set, it lands before the prompt; the mask stays."""
     key, number, raised = INTERRUPTS[letter]
     child = start("""
 read()

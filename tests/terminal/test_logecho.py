@@ -83,7 +83,7 @@ read()
      "resource.setrlimit(resource.RLIMIT_NOFILE, limit)", "Too many open files"),
 ])
 def test_file_that_cannot_be_watched(run, prepare, mend, text):
-    """Told on standard error alone; it stays off, and a later call may try again."""
+    """Only reported on standard error; it stays off, and a later call may try again."""
     found = run(SCRIPT + """
 import resource
 limit = resource.getrlimit(resource.RLIMIT_NOFILE)
@@ -158,7 +158,7 @@ read(complete)
     ("0", False), ("-5", False), ("False", False), ("-2**63", False),
 ])
 def test_result_asks_for_a_redraw(start, value, drawn):
-    """Which is made where the cursor is, deliberately: who printed has left the row."""
+    """Drawn at the cursor, deliberately: code that prints must have left the row."""
     child = start(SCRIPT + """
 def news(descriptor, length):
     tell("news", (type(descriptor).__name__, length, os.read(descriptor, 100).decode()))
@@ -256,7 +256,7 @@ tell("seen", len(seen))
 
 
 def test_news_after_an_exception(start):
-    """In the same read the callable meets it, as soon as it does anything that may fail."""
+    """In the same read the callable raises it, as soon as it does anything that may fail."""
     child = start(SCRIPT + """
 def news(descriptor, length):
     global calls

@@ -58,7 +58,7 @@ def test_news_before_each_byte(run, stand_in, tmp_path, kind):
 
 @pytest.mark.parametrize("byte", [0x80, 0xc3, 0xe9, 0xfe])
 def test_sign_is_kept(start, byte):
-    """A byte above 0x7f is known to be one, and no character by itself: it is refused."""
+    """A byte above 0x7f arrives as such, and is no character by itself: it is refused."""
     child = start("read()")
     child.type("a<c-v><0x%02x>b" % byte, "ab")
     child.send("<enter>")
@@ -335,7 +335,7 @@ for number in range(3):
 
 @pytest.mark.parametrize("context", ["None", "news"])
 def test_callback_outside_a_read(run, stand_in, context):
-    """For None nothing is called or locked; anything else needs the lock to be away."""
+    """For None nothing is called or locked; anything else needs the lock released."""
     found = run(SCRIPT + """
 on()
 library.call_with(ctypes.py_object(%s))

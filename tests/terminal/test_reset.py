@@ -31,7 +31,7 @@ tell("answer", change(Keyline.resetInput))
 
 
 def test_reset_drops_references_even_when_none_was_taken(run):
-    """Deliberate: the drop is unconditional. It hits the streams of the moment."""
+    """Deliberate: the drop is unconditional, and from the current streams."""
     found = run(STREAMS + """
 change(Keyline.resetInput)
 change(Keyline.resetInput)

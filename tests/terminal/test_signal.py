@@ -122,7 +122,7 @@ simple_read()
 
 
 def test_simple_read_and_the_usual_keyboard_interrupt(start):
-    """Nothing of the module's: Python's own handler raises, when the read is over."""
+    """Python's own handler raises, when the read is over; not the module's."""
     child = start("simple_read()\nread()")
     child.type("ab")
     child.signal(signal.SIGINT)

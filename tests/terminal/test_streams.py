@@ -40,7 +40,7 @@ def test_the_end_that_a_byte_is_in_a_pipe(run):
 
 @pytest.mark.parametrize("reader", READERS)
 def test_one_byte_at_a_time(run, tmp_path, reader):
-    """What follows the line stays in the file, for whoever reads the descriptor next."""
+    """What follows the line stays in the file, for the next reader of the descriptor."""
     path = tmp_path / "input"
     path.write_bytes(b"first\nrest\n")
     with open(path, "rb") as file:

@@ -102,7 +102,7 @@ simple_read(watched=False)
 
 
 def test_a_refused_read_parses_nothing(start):
-    """Not even wrong arguments are told: the callback of the first read stays."""
+    """Not even wrong arguments raise: the callback of the first read stays."""
     child = start(FIRST % ("Keyline.readline(1, 2, 3)", False) + """
 beside(on_a_thread)
 read(first, "exec", "")
@@ -304,7 +304,7 @@ def finish(child, *calls):
 
 @pytest.mark.parametrize("statement", ["off()", "on_a_thread(off)"])
 def test_switched_off_within_the_callable(start, statement):
-    """What it has not been told of then is not told."""
+    """News that it has not been told of is dropped."""
     child = begin(start, statement)
     append(child, "log", "third\n")
     finish(child, "first\n")

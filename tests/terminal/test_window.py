@@ -42,7 +42,7 @@ def wrapped(prompt, text, wide):
 @pytest.mark.parametrize("columns, width, wide", [
     (80, 100, 100), (80, 60, 60), (0, 100, 100), (120, 0, 80), (120, -5, 80)])
 def test_width_makes_the_editor_wrap(start, columns, width, wide):
-    """For a screen whose kernel does not know its width. What makes no sense becomes 80."""
+    """For a terminal of unknown size. Widths that make no sense become 80."""
     child = start("import Keyline; read(); Keyline.TerminalWidthIs(%d); read()" % width,
                   columns=columns)
     child.enter("")
@@ -106,7 +106,7 @@ def test_width_keeps_the_number_of_rows(start):
     ("2 ** 31", "OverflowError", "int"),
 ])
 def test_width_errors_name_no_function(run, arguments, error, text):
-    """Its argument format carries no name, alone of all; that is deliberate."""
+    """Deliberate: only this method's argument format carries no name."""
     found = run("import Keyline; tell('raised', raises(Keyline.TerminalWidthIs, %s))"
                 % arguments if arguments else
                 "import Keyline; tell('raised', raises(Keyline.TerminalWidthIs))")

@@ -32,7 +32,7 @@ def set_up(module, library):
         os.setsid()
     master, slave = pty.openpty()
     fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("4H", 24, 80, 0, 0))
-    lead(slave)
+    set_controlling_terminal(slave)
     os.set_blocking(master, False)
     for number in (0, 1):
         os.dup2(slave, number)
@@ -43,7 +43,7 @@ def set_up(module, library):
     interposer.state.master, interposer.state.slave = master, slave
 
 
-def lead(slave):
+def set_controlling_terminal(slave):
     """Makes it the controlling terminal of this process's session."""
     fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
 

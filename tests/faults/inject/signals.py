@@ -93,7 +93,7 @@ def hang_up(scenario, point, sending, tell):
     os.set_blocking(master, False)
     os.dup2(slave, 0)
     os.dup2(slave, 1)
-    fixture.lead(slave)
+    fixture.set_controlling_terminal(slave)
     os.close(slave)
     interposer.state.master, interposer.state.slave = master, 0
     fixture.as_before()
