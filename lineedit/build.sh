@@ -24,6 +24,8 @@ package=libedit
 read -r sum archive_name < "$here/archive.sha256"
 version=${archive_name#"${package}_"}
 version=${version%.orig.tar.gz}
+# shellcheck source=lineedit/join.sh
+. "$here/join.sh"
 
 die()
 {
@@ -118,15 +120,8 @@ unpack_and_patch()
     [ ${#own[@]} -eq 0 ] || cp "${own[@]}" "$target/src/src/"
 }
 
-# A tool that works on what this compiler makes.
-tool() # NAME
-{
-    "${compiler[@]}" -print-prog-name="$1"
-}
-
-# The whole library as one object.  Section groups become plain sections: of those that are
-# left the linker would keep one that another object calls by its name, which is local then.
-join_objects() # OBJECT
+# The whole library as one object.
+join_library() # OBJECT
 {
     local flag how=()
     case " ${cflags[*]}" in
@@ -144,7 +139,7 @@ join_objects() # OBJECT
             "$(tool ar)" rcsD src/.libs/libedit.a "$1"
         ;;
     *)
-        "$(tool ld)" -r --force-group-allocation -o "$1" --whole-archive src/.libs/libedit.a
+        join_objects "$1" src/.libs/libedit.a
         ;;
     esac
 }
@@ -158,8 +153,8 @@ compile()
         --disable-examples --disable-dependency-tracking CC="${compiler[*]}" CPPFLAGS= \
         CFLAGS="${cflags[*]}" LDFLAGS="${ldflags[*]}" &&
         make -j2 -C src ACLOCAL=: AUTOCONF=: AUTOHEADER=: AUTOMAKE=: all &&
-        join_objects interface.o &&
-        "$(tool objcopy)" --localize-hidden interface.o &&
+        join_library interface.o &&
+        hide_inner_names interface.o &&
         rm -f interface.a &&
         "$(tool ar)" rcsD interface.a interface.o
 }
@@ -171,7 +166,7 @@ flavour_hash()
             "${patches[@]##*/}" "${own[@]##*/}"
         readlink -f "$compiler_file"
         "${compiler[@]}" --version | head -n 1
-        cat "${BASH_SOURCE[0]}" "${patches[@]}" "${own[@]}"
+        cat "${BASH_SOURCE[0]}" "$here/join.sh" "${patches[@]}" "${own[@]}"
     } | sha256sum
 }
 
@@ -192,6 +187,8 @@ if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; the
     exit 0
 fi
 [ $ask = no ] || exit 1
+
+said=$("$here/links.sh" c "${compiler[@]}" -- "${cflags[@]}" "${ldflags[@]}" 2>&1) || die "$said"
 
 archive=$(flock "$outdir/lock" "$here/fetch.sh" "$outdir/archive")
 unpack_and_patch

@@ -72,7 +72,7 @@ class Project:
         self.folder, self.out = folder, folder / "out"
         here = folder / "lineedit"
         here.mkdir()
-        for name in ("build.sh", "fetch.sh"):
+        for name in ("build.sh", "fetch.sh", "join.sh", "links.sh"):
             shutil.copy(os.path.join(ROOT, "lineedit", name), here)
         (here / "patches").mkdir()
         (here / "src").mkdir()
@@ -96,6 +96,7 @@ class Project:
         before = self.built()
         subprocess.run(
             ["bash", self.script, flavour, self.out], check=True, timeout=120,
+            stderr=subprocess.PIPE, text=True,
             env=dict(environment, KEYLINE_LIBEDIT_ARCHIVE=str(self.archive),
                      COUNT=str(self.count), **settings))
         return self.built() - before
@@ -208,3 +209,64 @@ def test_what_is_shared_and_what_is_inner(project, flags):
 def test_no_compiler(project):
     with pytest.raises(subprocess.CalledProcessError):
         project.build(CC="/no/such/compiler")
+
+
+# A compiler that calls itself so, and fails with some of the ways to link.
+COMPILER = r"""#!/bin/sh
+lto= lld=
+for word; do
+    case $word in
+    --version) echo 'Some %s'; exit ;;
+    -flto) lto=-lto ;;
+    -fuse-ld=lld) lld=-lld ;;
+    esac
+done
+case " %s " in
+*" with$lto$lld "*) printf 'noise\n%%.0s' 1 2 3 4 5 6 7 8 9; echo 'ld: error: none'; exit 1 ;;
+esac
+exec cc "$@"
+"""
+CLANG = "clang version 21.1"
+FOR_LTO = ("the linker does not know what clang writes for -flto: install the package lld-21 and "
+           "put -fuse-ld=lld in LDFLAGS")
+NOT_HERE = "LDFLAGS has -fuse-ld=lld, which is not here: install the package lld-21"
+LEAVE_OUT = "lld does not know what %s writes for -flto: leave -fuse-ld=lld out of LDFLAGS"
+LINKERS = pytest.mark.parametrize("name, fails, linker, sentence", [
+    (CLANG, "with-lto", "", FOR_LTO),
+    (CLANG, "with-lto with-lld with-lto-lld", "-fuse-ld=lld", NOT_HERE),
+    ("compiler 16", "with-lto-lld", "-fuse-ld=lld", LEAVE_OUT),
+    ("compiler 16", "with-lto", "", "ld: error: none"),
+], ids=["other_is_needed", "other_is_not_there", "other_is_wrong", "unknown"])
+
+
+def refusing(folder, name, fails, sentence):
+    """The compiler's file, and what is told of it."""
+    compiler = folder / "compiler"
+    compiler.write_text(COMPILER % (name, fails))
+    compiler.chmod(0o755)
+    return str(compiler), "%s makes no program with these flags: %s" % (
+        compiler, sentence.replace("%s", str(compiler)))
+
+
+@LINKERS
+def test_a_linker_that_does_not_do(project, tmp_path, name, fails, linker, sentence):
+    """It is told in one sentence what to install, before anything is built."""
+    compiler, told = refusing(tmp_path, name, fails, sentence)
+    with pytest.raises(subprocess.CalledProcessError) as failed:
+        project.build(CC=compiler, CFLAGS="-O3 -flto", LDFLAGS=linker)
+    assert failed.value.stderr == "lineedit/build.sh: %s\n" % told
+    assert project.built() == 0
+
+
+@LINKERS
+def test_a_linker_that_the_module_cannot_use(tmp_path, name, fails, linker, sentence):
+    """For those who call CMake themselves, before it tries the compiler in its own way."""
+    compiler, told = refusing(tmp_path, name, fails, sentence)
+    environment = {name: value for name, value in os.environ.items() if name not in USUAL}
+    result = subprocess.run(
+        ["cmake", "-S", ROOT, "-B", tmp_path / "build"], check=False, timeout=60, text=True,
+        stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+        env=dict(environment, CXX=compiler, CXXFLAGS="-O3 -flto", LDFLAGS=linker))
+    assert result.returncode == 1
+    assert " ".join(result.stderr.split()).partition("(message): ")[2] == told
+    assert "-- " not in result.stdout.replace("-- Configuring incomplete", "")
