@@ -81,7 +81,7 @@ text_join_utf8(EditLine *el, wchar_t *cp)
 	for (left = more; left > 0; left--) {
 		if ((num = read_byte(el, cp)) != 1)
 			return num;
-		if (*cp >= 0 || (*cp & 0xc0) != 0x80)
+		if (!ct_is_byte(*cp) || (*cp & 0xc0) != 0x80)
 			break;
 		ch = ch << 6 | (*cp & 0x3f);
 	}
@@ -136,7 +136,7 @@ text_join(EditLine *el, wchar_t *cp)
 {
 	int num = 1;
 
-	while (num == 1 && *cp < 0)
+	while (num == 1 && ct_is_byte(*cp))
 		num = text_is_utf8() ? text_join_utf8(el, cp) :
 		    text_join_bytes(el, cp);
 	return num;
