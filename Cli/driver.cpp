@@ -17,7 +17,7 @@
 int readline_initialized;
 unsigned char key_bindings_enabled;
 
-// Whether a line is being read: from before the lock is handed away until it is back.
+// Whether a line is being read: from before the lock is released until it is back.
 static bool driver_reading;
 
 // A stdio stream on the descriptor of a Python file, which is shared, not duplicated. NULL

@@ -46,7 +46,7 @@ HistoryMode *find_history_mode(const char *key);
 
 // Finds the mode with this key or creates it below the parent named; a null or empty parent
 // key makes a root. Returns null, and changes nothing, when the parent is not known. For a
-// mode that exists the parent key is not looked at.
+// mode that exists the parent key is ignored.
 HistoryMode *new_history_mode(const char *key, const char *parent_key);
 
 // True when `mode` shows this entry: there is no mode, or the entry has none, or the

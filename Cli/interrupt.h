@@ -1,6 +1,6 @@
-// Ctrl-C and Ctrl-Z end a read: the two handlers, the places where they land, and the
-// dispositions that the shell had. The landings themselves are armed in py_readline, whose
-// frame they return to.
+// Ctrl-C and Ctrl-Z end a read: the two handlers, the landings that they jump to, and the
+// dispositions that the shell had. The landings are armed in py_readline, whose frame they
+// return to.
 #pragma once
 
 #include <pthread.h>

@@ -78,7 +78,7 @@ is_lack_of_resources(int error)
 }
 
 // Whether resolving the path again may succeed, although no event will announce it. EAGAIN
-// is what all functions here return when a file changed while it was looked at.
+// is what all functions here return when a file changed while it was examined.
 static bool
 is_transient(int error)
 {

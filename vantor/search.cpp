@@ -164,8 +164,10 @@ keep(Findings *findings, const Found *found, const char *name)
     Found *kept = findings->list + findings->count;
     *kept = *found;
     kept->name = strdup(name);
-    findings->count += static_cast<unsigned long>(kept->name != nullptr);
-    return kept->name != nullptr;
+    if (kept->name == nullptr)
+        return false;
+    findings->count++;
+    return true;
 }
 
 // With equal birth times, the lower inode number counts as older.
