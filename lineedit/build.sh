@@ -35,20 +35,16 @@ die()
 ask=no
 [ "${1:-}" != --ask ] || { ask=yes && shift; }
 [ $# -eq 2 ] ||
-    die "usage: lineedit/build.sh [--ask] plain|asan|pristine-asan|fuzz|coverage OUTDIR"
+    die "usage: lineedit/build.sh [--ask] plain|asan|fuzz|coverage OUTDIR"
 flavour=$1
 
 read -ra compiler <<< "${CC:-cc}"
-patched=yes
 case $flavour in
 plain)
     cflags="-O2 -g -ffunction-sections -fdata-sections \
         -fstack-protector-strong -D_FORTIFY_SOURCE=2" ;;
 asan)
     cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer" ;;
-pristine-asan)
-    cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer"
-    patched=no ;;
 fuzz) # with a lower line limit, or a few sessions would take all the time
     cflags="-O1 -g -fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer \
         -DEL_MAXLINE=65536UL"
@@ -56,7 +52,7 @@ fuzz) # with a lower line limit, or a few sessions would take all the time
 coverage)
     cflags="-O0 -g --coverage" ;;
 *)
-    die "unknown flavour '$flavour' (plain, asan, pristine-asan, fuzz or coverage)" ;;
+    die "unknown flavour '$flavour' (plain, asan, fuzz or coverage)" ;;
 esac
 compiler_file=$(command -v "${compiler[0]}") ||
     die "flavour $flavour needs ${compiler[0]}, which is missing"
@@ -82,16 +78,13 @@ read -rd '' -a cflags <<< "$cflags" || true
 read -rd '' -a ldflags <<< "${LDFLAGS:-}" || true
 
 patches=()
-own=()
-if [ $patched = yes ]; then
-    while read -r name _; do
-        case $name in '' | '#'*) continue ;; esac
-        [ -f "$here/patches/$name" ] || die "series names $name, which is not in patches/"
-        patches+=("$here/patches/$name")
-    done < "$here/series"
-    shopt -s nullglob
-    own=("$here"/src/*.[ch])
-fi
+while read -r name _; do
+    case $name in '' | '#'*) continue ;; esac
+    [ -f "$here/patches/$name" ] || die "series names $name, which is not in patches/"
+    patches+=("$here/patches/$name")
+done < "$here/series"
+shopt -s nullglob
+own=("$here"/src/*.[ch])
 
 # --- The build -----------------------------------------------------------------------
 
