@@ -226,9 +226,9 @@ def test_a_cmd_program_with_help_and_completion(run_program):
     child.send("what?")
     expect_rows(child, "do> what?", "*** Unknown syntax: what", "do> what")
     child.send("\u00fc?")  # which cuts it within the letter
-    expect_rows(child, "do> what\u00fc", "*** No help behind letters outside ASCII", "do>")
+    expect_rows(child, "do> what\u00fc", "*** No help after letters outside ASCII", "do>")
     child.send("<up>\u00fcr<tab>")
-    expect_rows(child, "*** No help behind letters outside ASCII", "do> what\u00fcr")
+    expect_rows(child, "*** No help after letters outside ASCII", "do> what\u00fcr")
     child.send("<c-c>")
     expect_rows(child, "do> what\u00fcr^C", "do>")
     child.send("great<enter>")
@@ -435,7 +435,7 @@ for number in range(2):
     print(repr(input("> ")))
 """)
     expect_rows(child, SAID + "keys are bound in the editor settings, see keyline(7)",
-                SAID + "a line cannot begin with text in it: Up brings that", ">")
+                SAID + "a line cannot start with text: Up recalls it", ">")
     child.send("<up>/<tab><enter>")  # no file's name: it is text
     expect_rows(child, "> ready/", "'ready/\\t'", ">")
     child.send("<up><up>?<enter>")
@@ -463,7 +463,7 @@ input("> ")
     child.expect_fact("line", "")
     child.send("<enter>")
     child.expect_end()
-    for what in "known", "drawn anew":
+    for what in "known", "redrawn":
         assert child.display.raw.count(b"%s the line is %s only" % (
             SAID[:-1].encode(), what.encode())) == 1
 
@@ -477,7 +477,7 @@ for number in range(3):
 """)
     expect_rows(child, ">")
     child.send("\u00fcber?<tab><enter>")
-    expect_rows(child, SAID + "there is no completion behind letters outside ASCII",
+    expect_rows(child, SAID + "no completion after letters outside ASCII",
                 "> \u00fcber?", "'\u00fcber?'", ">")
     child.send("gr\u00f6\u00dfe?")
     expect_rows(child, "> gr\u00f6\u00dfe",

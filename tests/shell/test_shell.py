@@ -347,7 +347,7 @@ def test_control_characters_are_shown_as_such(user):
     user.leave()
 
 
-NO_HELP = "% Help is not there behind letters outside ASCII"
+NO_HELP = "% No help after letters outside ASCII"
 
 
 def test_no_help_behind_letters_outside_ascii(user):
@@ -381,10 +381,10 @@ def test_a_mistake_behind_letters_of_other_widths(user):
 
 def test_help_keys_off_and_on(user):
     user.type("term help off<enter>", "demo> term help off",
-              'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
+              'TAB and ? insert themselves now, until "terminal help-keys on"', "demo> ")
     user.type("! what?<enter>", "demo> ! what?", "demo> ")
     user.type("sh ter<enter>", "demo> sh ter", "width 80, history of 1024 lines",
-              "TAB and ? stand for themselves", "demo> ")
+              "TAB and ? insert themselves", "demo> ")
     user.type("term help on<enter>", "demo> term help on", "demo> ")
     user.type("sh v?", "demo> sh v?", VERSION, "demo> sh v")
     user.type("<tab>", "demo> sh version ")
@@ -474,7 +474,7 @@ def test_a_mistake_in_a_pipe_ends_it_with_its_line(run):
 def test_a_line_that_is_no_utf8_in_a_pipe_ends_it(run):
     result = run(shell(), stdin=b"conf\n! B\xc3\xbcro\n! B\xfcro\nend\n", end="exception")
     assert result.stdout == b""
-    assert result.stderr.decode() == "line 3: % The line is no UTF-8\n"
+    assert result.stderr.decode() == "line 3: % The line is not UTF-8\n"
 
 
 def test_commands_from_a_file(run, tmp_path):

@@ -77,7 +77,7 @@ def test_one_user_after_another(serving):
 def test_a_user_finds_no_settings_of_the_one_before(serving):
     first = ShellUser(serving())
     first.type("term help off<enter>", "demo> term help off",
-               'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
+               'TAB and ? insert themselves now, until "terminal help-keys on"', "demo> ")
     first.type("term hist size 1<enter>", "demo> term hist size 1", "demo> ")
     first.type("term width 40<enter>", "demo> term width 40", "demo> ")
     first.type("logging sync<enter>", "demo> logging sync", "demo> ")
