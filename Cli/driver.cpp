@@ -36,6 +36,8 @@ file_with_mode(PyObject *file, const char *mode)
     FILE *stream = fdopen(fd, mode);
     if (stream == nullptr)
         PyErr_SetFromErrno(PyExc_OSError);
+    else if (mode[0] == 'w')
+        setvbuf(stream, nullptr, _IOFBF, BUFSIZ); // the editor says when, not each line
     return stream;
 }
 

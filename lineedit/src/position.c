@@ -19,7 +19,7 @@
 #define	PATIENCE	300
 
 static char kept[256];		/* keys that came with the answer */
-static size_t kept_first, kept_end;
+libedit_private size_t position_first, position_end;
 
 /* position_find():
  *	The first answer in the text: its length, and the column from 0; or 0
@@ -87,35 +87,26 @@ position_column(EditLine *el, int columns)
 	ssize_t n;
 	int column;
 
-	if (kept_first == kept_end)
-		kept_first = kept_end = 0;
+	if (position_first == position_end)
+		position_first = position_end = 0;
 	(void)fputs("\033[6n", el->el_outfile);
 	terminal__flush(el);
 	(void)clock_gettime(CLOCK_MONOTONIC, &start);
-	while (kept_end < sizeof(kept) && position_wait(el->el_infd, &start)) {
-		n = read(el->el_infd, kept + kept_end, sizeof(kept) - kept_end);
+	while (position_end < sizeof(kept) && position_wait(el->el_infd, &start)) {
+		n = read(el->el_infd, kept + position_end, sizeof(kept) - position_end);
 		if (n <= 0)
 			break;
-		kept_end += (size_t)n;
-		len = position_find(kept + kept_first, kept_end - kept_first, &first,
+		position_end += (size_t)n;
+		len = position_find(kept + position_first, position_end - position_first, &first,
 		    &column);
 		if (len > 0) {
-			first += kept_first;
-			memmove(kept + first, kept + first + len, kept_end - first - len);
-			kept_end -= len;
+			first += position_first;
+			memmove(kept + first, kept + first + len, position_end - first - len);
+			position_end -= len;
 			return column <= columns ? column : -1;
 		}
 	}
 	return -1;
-}
-
-/* position_has_key():
- *	Whether a key is kept
- */
-libedit_private int
-position_has_key(void)
-{
-	return kept_first < kept_end;
 }
 
 /* position_key():
@@ -124,10 +115,10 @@ position_has_key(void)
 libedit_private ssize_t
 position_key(void *buf, size_t len)
 {
-	if (len > kept_end - kept_first)
-		len = kept_end - kept_first;
-	memcpy(buf, kept + kept_first, len);
-	kept_first += len;
+	if (len > position_end - position_first)
+		len = position_end - position_first;
+	memcpy(buf, kept + position_first, len);
+	position_first += len;
 	return (ssize_t)len;
 }
 
@@ -137,5 +128,5 @@ position_key(void *buf, size_t len)
 libedit_private void
 position_forget(void)
 {
-	kept_first = kept_end = 0;
+	position_first = position_end = 0;
 }

@@ -416,7 +416,7 @@ re_append_row(EditLine *el)
 
 /* re_fastaddc():
  *	A character has been added to the line. At the end, the usual case, only that is
- *	written and added to the frame.
+ *	written and added to the frame. It is flushed before the wait for the next key.
  */
 libedit_private void
 re_fastaddc(EditLine *el)
@@ -444,8 +444,6 @@ re_fastaddc(EditLine *el)
 	if (h == l->width)
 		re_append_row(el);
 	l->cursor.h = r->at.h = l->next.h;
-	if (!sig_flushes(el))
-		terminal__flush(el);
 }
 
 /* re_clear_row():

@@ -79,8 +79,22 @@ static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
 static volatile pid_t sig_pid;	/* the process that may read; 0 before the first */
 static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
-static pthread_mutex_t sig_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-static volatile sig_atomic_t sig_held;	/* the reader has the mutex */
+
+/*
+ * The editor's lock, recursive. A single key releases and takes it again, nearly always
+ * with nobody waiting: that is two changes of `taken'; mutex and condition are only for
+ * threads that wait.
+ */
+static struct {
+	int		 taken;		/* atomic, as is the next */
+	int		 waiting;	/* number of threads */
+	pthread_t	 owner;		/* atomic; 0: none */
+	int		 again;		/* depth beyond the first */
+	pthread_mutex_t	 mutex;
+	pthread_cond_t	 given_up;
+} sig_lock = { .mutex = PTHREAD_MUTEX_INITIALIZER, .given_up = PTHREAD_COND_INITIALIZER };
+
+static volatile sig_atomic_t sig_held;	/* the reader has the lock */
 static volatile sig_atomic_t sig_ending;	/* the process ends */
 static pthread_key_t sig_key;		/* of the reader: see sig_thread_ended() */
 
@@ -149,7 +163,9 @@ sig_forked(void)
 	int i;
 
 	sig_pid = getpid();
-	sig_mutex = (pthread_mutex_t)PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+	memset(&sig_lock, 0, sizeof(sig_lock));
+	sig_lock.mutex = (pthread_mutex_t)PTHREAD_MUTEX_INITIALIZER;
+	sig_lock.given_up = (pthread_cond_t)PTHREAD_COND_INITIALIZER;
 	sig_held = 0;
 	for (i = 0; i < SIG_COUNT; i++) {
 		if (sigaction(sigs[i].signo, NULL, &now) == 0 &&
@@ -538,23 +554,102 @@ sig_hurries(void)
 	return sig_hurry;
 }
 
+/* sig_try_lock():
+ *	Take the lock if nobody else has it. Whether it was taken.
+ */
+static int
+sig_try_lock(void)
+{
+	int is_free = 0;
+
+	return __atomic_compare_exchange_n(&sig_lock.taken, &is_free, 1, 0, __ATOMIC_SEQ_CST,
+	    __ATOMIC_SEQ_CST);
+}
+
+/* sig_wait_for_lock():
+ *	Who waits says so before the last look, and who gives the lock up looks for waiters
+ *	after that: one of the two sees the other.
+ */
+static void
+sig_wait_for_lock(void)
+{
+	(void)pthread_mutex_lock(&sig_lock.mutex);
+	(void)__atomic_add_fetch(&sig_lock.waiting, 1, __ATOMIC_SEQ_CST);
+	while (!sig_try_lock())
+		(void)pthread_cond_wait(&sig_lock.given_up, &sig_lock.mutex);
+	(void)__atomic_sub_fetch(&sig_lock.waiting, 1, __ATOMIC_SEQ_CST);
+	(void)pthread_mutex_unlock(&sig_lock.mutex);
+}
+
+static void
+sig_wake_waiter(void)
+{
+	(void)pthread_mutex_lock(&sig_lock.mutex);
+	(void)pthread_cond_signal(&sig_lock.given_up);
+	(void)pthread_mutex_unlock(&sig_lock.mutex);
+}
+
+static inline int
+sig_take_lock(int wait)
+{
+	pthread_t self = pthread_self();
+
+	/* no other thread makes this one the owner, or leaves it so */
+	if (__atomic_load_n(&sig_lock.owner, __ATOMIC_RELAXED) == self) {
+		sig_lock.again++;
+		return 1;
+	}
+	if (!sig_try_lock()) {
+		if (!wait)
+			return 0;
+		sig_wait_for_lock();
+	}
+	__atomic_store_n(&sig_lock.owner, self, __ATOMIC_RELAXED);
+	return 1;
+}
+
+static inline void
+sig_give_lock_up(void)
+{
+	if (sig_lock.again > 0) {
+		sig_lock.again--;
+		return;
+	}
+	__atomic_store_n(&sig_lock.owner, 0, __ATOMIC_RELAXED);
+	__atomic_store_n(&sig_lock.taken, 0, __ATOMIC_SEQ_CST);
+	if (__atomic_load_n(&sig_lock.waiting, __ATOMIC_SEQ_CST) > 0)
+		sig_wake_waiter();
+}
+
+static inline void
+sig_hold(void)
+{
+	(void)sig_take_lock(1);
+	sig_held = 1;
+}
+
+static inline void
+sig_let_go(void)
+{
+	if (!sig_held)
+		return;		/* a function that left rl_select() */
+	sig_held = 0;
+	sig_give_lock_up();
+}
+
 /*
  * For the thread that reads: take the editor's lock, and release it.
  */
 void
 rl_hold(void)
 {
-	(void)pthread_mutex_lock(&sig_mutex);
-	sig_held = 1;
+	sig_hold();
 }
 
 void
 rl_let_go(void)
 {
-	if (!sig_held)
-		return;		/* a function has jumped out of rl_select() */
-	sig_held = 0;
-	(void)pthread_mutex_unlock(&sig_mutex);
+	sig_let_go();
 }
 
 /*
@@ -564,14 +659,13 @@ rl_let_go(void)
 int
 rl_claim(int wait)
 {
-	return (wait ? pthread_mutex_lock(&sig_mutex) :
-	    pthread_mutex_trylock(&sig_mutex)) == 0;
+	return sig_take_lock(wait);
 }
 
 void
 rl_release(void)
 {
-	(void)pthread_mutex_unlock(&sig_mutex);
+	sig_give_lock_up();
 }
 
 /* sig_wait_for():
@@ -581,7 +675,7 @@ rl_release(void)
 static int
 sig_wait_for(int nfds, fd_set *set)
 {
-	struct timespec begun, ended;
+	static struct timespec begun, ended;
 	int n;
 
 	if (sigsetjmp(sig_back, 0) != 0)
@@ -608,14 +702,34 @@ sig_select(int nfds, fd_set *set)
 {
 	int n, held = sig_held;
 
-	rl_let_go();
+	if (held)
+		sig_let_go();
 	n = sig_wait_for(nfds, set);
 	if (held)
-		rl_hold();
+		sig_hold();
 	if (n == -1 && sig_noted) {
 		sig_serve();
 		errno = EINTR;
 	}
+	return n;
+}
+
+/* sig_look():
+ *	While keys come faster than they are read, look whether one is there before the
+ *	output is written. Nothing is held back when anything but a key is ready. Its two
+ *	sets are not on the way of a key alone.
+ */
+static __attribute__((__noinline__)) int
+sig_look(EditLine *el, int nfds, fd_set *set)
+{
+	struct timeval now = { 0, 0 };
+	fd_set wanted = *set;
+	int n = select(nfds, set, NULL, NULL, &now);
+
+	if (n <= 0)
+		*set = wanted;
+	if (n != 1 || !FD_ISSET(el->el_infd, set))
+		terminal__flush(el);
 	return n;
 }
 
@@ -625,38 +739,31 @@ sig_select(int nfds, fd_set *set)
  * was handled: wait again then. May be abandoned by a function of rl_signal(). In a
  * child that was forked during the read: always -2, at once.
  *
- * The editor's output is flushed here, before the wait and not before every key:
- * while keys come faster than they are read, a poll for the next one comes first.
- * Output is also flushed when anything but a key is ready.
+ * The editor's output is flushed here, before the wait and not before every key.
  */
 int
 rl_select(int nfds, fd_set *set)
 {
 	EditLine *el = sig_el;
-	fd_set wanted;
-	int n = 0;
+	int n;
 
-	if (el == NULL)
-		return sig_orphan != NULL ? -2 : sig_select(nfds, set);
-	sig_waits = 1;
-	if (position_has_key() && !sig_noted) {
-		FD_ZERO(set);
-		FD_SET(el->el_infd, set);
-		return 1;
-	}
-	if (__fpending(el->el_outfile) > 0) {
-		if (sig_hurry && !sig_noted) {
-			struct timeval now = { 0, 0 };
-
-			wanted = *set;
-			n = select(nfds, set, NULL, NULL, &now);
-			if (n <= 0)
-				*set = wanted;
+	if (el == NULL && sig_orphan != NULL)
+		return -2;
+	if (el != NULL) {
+		sig_waits = 1;
+		if (position_has_key() && !sig_noted) {
+			FD_ZERO(set);
+			FD_SET(el->el_infd, set);
+			return 1;
 		}
-		if (n != 1 || !FD_ISSET(el->el_infd, set))
-			terminal__flush(el);
+		if (__fpending(el->el_outfile) > 0) {
+			if (!sig_hurry || sig_noted)
+				terminal__flush(el);
+			else if ((n = sig_look(el, nfds, set)) > 0)
+				return n;
+		}
 	}
-	return n > 0 ? n : sig_select(nfds, set);
+	return sig_select(nfds, set);
 }
 
 /*
