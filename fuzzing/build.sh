@@ -28,11 +28,11 @@ clang++ -std=c++17 "${sanitizers[@]}" -D_GNU_SOURCE \
 editor=$out/editor/fuzz
 flags=("${sanitizers[@]}" -I"$editor/include")
 
-# What must hold is asked inside the editor, before its inner names are made local: some of
+# The invariants are checked inside the editor, before its inner names are made local: some of
 # them are the module's, too.
 "${compiler[@]}" "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
-    -c "$here/editor_holds.c" -o "$out/editor_holds.o"
-join_objects "$out/editor.o" "$out/editor_holds.o" "$editor/lib/private/libedit.a"
+    -c "$here/editor_state.c" -o "$out/editor_state.o"
+join_objects "$out/editor.o" "$out/editor_state.o" "$editor/lib/private/libedit.a"
 hide_inner_names "$out/editor.o"
 
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \

@@ -1,9 +1,9 @@
 /*
  * position.c: asking the terminal where its cursor is.
  *
- * The answer comes among the keys. Those that come before it are kept here, and handed
+ * The answer arrives among the keys. Those that come before it are kept here, and given
  * to the character reader in their order (rl_select, rl_read). A terminal that has not
- * answered in time is not waited for again; its late answer is a key without a meaning.
+ * answered in time is not asked again; its late answer is ignored as a report.
  */
 #include "config.h"
 
@@ -18,7 +18,7 @@
 /* how long an answer is waited for, in ms */
 #define	PATIENCE	300
 
-static char kept[256];		/* what came with the answer and is not it */
+static char kept[256];		/* keys that came with the answer */
 static size_t kept_first, kept_end;
 
 /* position_find():
@@ -51,7 +51,7 @@ position_find(const char *text, size_t len, size_t *start, int *column)
 }
 
 /* position_wait():
- *	Whether something can be read before so many ms have gone by since start
+ *	Whether something can be read within PATIENCE of start
  */
 static int
 position_wait(int fd, const struct timespec *start)
@@ -76,8 +76,8 @@ position_wait(int fd, const struct timespec *start)
 }
 
 /* position_column():
- *	Ask for the cursor's column, from 0; -1 when there is no answer, or no room for
- *	the keys that come before it. An answer that cannot be ends the waiting, too.
+ *	Ask for the cursor's column, from 0; -1 without an answer, or when there is no
+ *	room for the keys that come before it. An impossible answer ends the wait, too.
  */
 libedit_private int
 position_column(EditLine *el, int columns)
@@ -119,7 +119,7 @@ position_has_key(void)
 }
 
 /* position_key():
- *	Hand the kept keys out
+ *	Read from the kept keys
  */
 libedit_private ssize_t
 position_key(void *buf, size_t len)
@@ -132,7 +132,7 @@ position_key(void *buf, size_t len)
 }
 
 /* position_forget():
- *	The keys were another user's
+ *	Drop the kept keys: they were another user's
  */
 libedit_private void
 position_forget(void)

@@ -351,7 +351,7 @@ raise_and_answer(int signal, const std::string &with)
     at_step = nullptr;
 }
 
-// What is written before the first of 100 characters, when a line of two rows is drawn anew
+// What is written before the first of 100 characters, when a line of two rows is redrawn
 // behind a signal.
 static std::string
 drawn_behind(int signal, const std::string &with)

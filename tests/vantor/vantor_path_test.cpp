@@ -1,4 +1,4 @@
-// The log watch library on ways that are long, or lead back and forth.
+// The log watch library on long paths, and on paths with dots and links.
 #include "vantor_check.h"
 
 #include <climits>
@@ -67,7 +67,7 @@ TEST_F(Watch, LinkPutOnADirectoryForATime)
     EXPECT_EQ(news(), "other\n");
 }
 
-TEST_F(Watch, DotsOnTheWay)
+TEST_F(Watch, DotsInThePath)
 {
     start("/../.." + dir + "/./../" + dir.substr(dir.rfind('/') + 1) + "/log");
     move(path, path + ".1");
@@ -163,7 +163,7 @@ TEST_F(Watch, RotatedToANameThatMakesThePathTooLong)
     EXPECT_EQ(news(), "one\nthree\n");
 }
 
-// The kernel goes such ways one name at a time; the place at their end has too long a path.
+// The kernel resolves such links one name at a time; what they lead to has too long a path.
 TEST_F(Watch, LinksThatLeadTooFar)
 {
     make_directory(dir + "/inner");

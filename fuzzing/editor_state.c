@@ -1,5 +1,5 @@
 /*
- * What must hold in the editor whenever it asks for a key: it edits, positions lie in the line, the
+ * The editor's invariants whenever it asks for a key: it edits, positions lie in the line, the
  * cursor in the window. And what it means to show.
  */
 #include "config.h"
@@ -8,7 +8,7 @@
 #include "fcns.h"
 #include "sig.h"
 
-#include "editor_holds.h"
+#include "editor_state.h"
 
 
 /* What the next key will cost, very roughly. */
@@ -26,7 +26,7 @@ editor_work(void)
     return work + el->el_terminal.t_size.h / 16;
 }
 
-/* Says what does not hold, or NULL. */
+/* The invariant that does not hold, or NULL. */
 const char *
 editor_broken(void)
 {
@@ -58,7 +58,7 @@ editor_broken(void)
         return "place in the history";
     if (size->h < 1 || size->v < 1 || size->h > 4096 || size->v > 2048)
         return "size";
-    if (el->el_refresh.resized) /* until it is drawn anew, it is where it was */
+    if (el->el_refresh.resized) /* until it is redrawn, it is where it was */
         return NULL;
     if (el->el_refresh.at.v < 0 || el->el_refresh.at.v >= size->v)
         return "row of the cursor";

@@ -1,5 +1,5 @@
 /*
- * What the fuzzer asks inside the editor.
+ * The editor's inner state, as the fuzzer needs it.
  */
 #pragma once
 
@@ -22,7 +22,7 @@ struct editor_shown {
     int is_old; /* the size is new, and nothing drawn in it yet */
 };
 
-/* Says what does not hold, or NULL. */
+/* The invariant that does not hold, or NULL. */
 const char *editor_broken(void);
 
 /* What the next key will cost, very roughly. */
