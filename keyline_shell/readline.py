@@ -13,6 +13,7 @@ import builtins
 import codecs
 import importlib.util
 import io
+import locale
 import os
 import re
 import runpy
@@ -119,7 +120,9 @@ def _read(prompt: str) -> str:
     above, newline, last = prompt.rpartition("\n")
     sys.stdout.write(screen.printed(above) + newline)
     _prompt = screen.prompt(last)
-    utf8 = codecs.lookup(sys.stdin.encoding).name == "utf-8"
+    # Interpreters may take everything for UTF-8; the editor and the terminal go by the locale.
+    utf8 = codecs.lookup(sys.stdin.encoding).name == "utf-8" and \
+        locale.nl_langinfo(locale.CODESET) in ("UTF-8", "ANSI_X3.4-1968")
     recalled = _run_hooks()
     while True:
         _tell_history(recalled)
@@ -490,6 +493,7 @@ def main(arguments: Sequence[str]) -> None:
         sys.exit("usage: python3 -m keyline_shell.readline PROGRAM [ARGUMENT...]\n"
                  "       python3 -m keyline_shell.readline -m MODULE [ARGUMENT...]")
     install()
+    os.environ.setdefault("PYTHON_BASIC_REPL", "1")  # pdb has an editor of its own from 3.15 on
     if arguments[0] == "-m":
         name, sys.argv[:] = arguments[1], arguments[1:]
         if not _is_there(name):
