@@ -171,6 +171,20 @@ def test_the_table_has_the_newest_of_each():
         elsewhere.table("no table\n", made)
 
 
+def test_the_table_is_in_order(monkeypatch):
+    """However they came to be known; what is not among all stands behind."""
+    elsewhere = tool("elsewhere")
+    monkeypatch.setattr(elsewhere, "TRIES", [("sid", "a", "root"), ("trixie", "i386", "root")])
+    text = elsewhere.HEADER + "| other | a | root | old |\n\nafter\n"
+    text = elsewhere.table(text, [result(61.7, (4370, 0, 117, 700))])
+    rows = "| trixie | i386 | root | 3.13 |", "| other | a | root | old |"
+    assert 0 < text.index(rows[0]) < text.index(rows[1])
+    first = elsewhere.Result(elsewhere.Place("sid", "a", "root"))
+    text = elsewhere.table(text, [first])
+    assert text.index("| sid | a |") < text.index(rows[0]) < text.index(rows[1])
+    assert text.endswith(" |\n\nafter\n")
+
+
 # --- Several -----------------------------------------------------------------------------
 
 
@@ -215,7 +229,8 @@ def test_all_goes_on_and_tells_each_at_once(monkeypatch, tmp_path, capsys):
     assert elsewhere.main(["all"]) == 1
     lines = [output for _, output, _ in told[1:]] + [capsys.readouterr().out]
     tables = [text for _, _, text in told[1:]] + [readme.read_text()]
-    assert [one for one, _, _ in told] == elsewhere.TRIES[:3] + [("three", "arm64", "root", "--smoke")]
+    assert [one for one, _, _ in told] == elsewhere.TRIES[:3] + [
+        ("three", "arm64", "root", "--smoke")]
     assert "one, i386, as root, ./demo not run" in lines[0] and "no network" in lines[0]
     assert "two, i386, as root, " in lines[1] and "100 passed, 1 failed" in lines[1]
     assert "two, i386, as user, " in lines[2]
