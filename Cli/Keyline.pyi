@@ -1,14 +1,14 @@
 # Types of the module. The docstrings of readline and simpleReadline say None; both return the
-# line. All arguments are positional, and the callables are borrowed, not owned: see each.
+# line. All arguments are positional. The callables are borrowed references: see each.
 from typing import Callable, List, Optional
 
-# Called with the key as one byte and the line up to its end, or less of it when it is not
-# ASCII. None leaves the line as it is; leading backspaces delete from its end, the rest is
+# Called with the key as one byte, and the line, or a prefix of it when it is not ASCII. None
+# leaves the line as it is; otherwise leading backspaces delete from its end, and the rest is
 # appended. Borrowed during the call.
 _Completer = Callable[[bytes, str], Optional[str]]
 
-# Called with the two integers of the log watch library; an int above 0 asks for prompt and
-# line to be drawn again. Borrowed until logging is switched off: keep a name for it.
+# Called with the two integers of the log watch library; a result above 0 has prompt and line
+# drawn again. Borrowed until logging is switched off: keep a reference to it.
 _LogCallback = Callable[[int, int], Optional[int]]
 
 def readline(

@@ -1,4 +1,4 @@
-// How the process ends when something is as it never may be.
+// How the process ends when a check fails.
 #include "base.h"
 
 #include "../lineedit/lineedit.h"
@@ -8,37 +8,36 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-// Gives the terminal back, writes the report, of which so much was wanted, and aborts.
-// Takes no memory: Ctrl-C that jumped out of the log callable may have left the allocator
-// half-way, and a report that asked it for memory would be lost, or wait for its lock for
-// ever.
+// Restores the terminal, writes the message and aborts. `length` is what snprintf returned
+// for a buffer of `size`. Allocates nothing: Ctrl-C may have jumped out of the allocator in
+// the log callable, and the message would be lost, or wait for its lock forever.
 [[noreturn]] static void
-base_abort(const char *report, size_t room, int wanted)
+base_abort(const char *message, size_t size, int length)
 {
     rl_give_back_terminal();
-    size_t size = static_cast<size_t>(wanted);
-    size = size < room ? size : room - 1;
-    [[maybe_unused]] ssize_t written = write(STDERR_FILENO, report, size);
+    size_t whole = static_cast<size_t>(length);
+    [[maybe_unused]] ssize_t written =
+        write(STDERR_FILENO, message, whole < size ? whole : size - 1);
     abort();
 }
 
-// The report is the C library's own to the letter.
+// The message is exactly the one of the C library's assert.
 void
 keyline_check_failed(const char *expression, unsigned line, const char *function)
 {
-    char report[512];
-    int wanted =
-        snprintf(report, sizeof report, "%s: Cli/Keyline:%u: %s: Assertion `%s' failed.\n",
-                 program_invocation_short_name, line, function, expression);
-    base_abort(report, sizeof report, wanted);
+    char message[512];
+    int length = snprintf(message, sizeof message,
+                          "%s: Cli/Keyline:%u: %s: Assertion `%s' failed.\n",
+                          program_invocation_short_name, line, function, expression);
+    base_abort(message, sizeof message, length);
 }
 
 void
 keyline_no_room(int descriptor)
 {
-    char report[512];
-    int wanted = snprintf(report, sizeof report,
+    char message[512];
+    int length = snprintf(message, sizeof message,
                           "%s: Keyline cannot wait on descriptor %d: only on 0 to 1023\n",
                           program_invocation_short_name, descriptor);
-    base_abort(report, sizeof report, wanted);
+    base_abort(message, sizeof message, length);
 }

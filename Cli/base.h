@@ -5,18 +5,18 @@
 // Marks the few symbols that other objects may see; everything else is hidden.
 #define KEYLINE_EXPORT extern "C" __attribute__((visibility("default")))
 
-// Gives the terminal back, if a read is under way, and ends the process with the platform's
-// assertion report.
+// Restores the terminal, if a read is in progress, and aborts with the assertion message of
+// the C library.
 [[noreturn]] void keyline_check_failed(const char *expression, unsigned line,
                                        const char *function);
 
-// Ends the process in the same way, for a descriptor that there is no waiting on.
+// Aborts in the same way, for a descriptor that select cannot wait on.
 [[noreturn]] void keyline_no_room(int descriptor);
 
-// Ends the process so when `condition` is false, also where NDEBUG is set. Expression, line
-// and function are given as literals, so that neither an edit nor a formatter ever changes
-// a report that operators know; the source path is fixed for the same reason. `function` is
-// the bare name, without the C++ signature.
+// Aborts with that message when `condition` is false, also where NDEBUG is set. Expression,
+// line and function are given as literals, so that neither an edit nor a formatter ever
+// changes a message that operators know; the source path is fixed for the same reason.
+// `function` is the bare name, without the C++ signature.
 #define KEYLINE_CHECK(condition, expression, line, function)                               \
     (__builtin_expect(static_cast<bool>(condition), 1)                                     \
          ? static_cast<void>(0)                                                            \

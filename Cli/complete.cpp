@@ -1,6 +1,6 @@
-// The way of one completion key: the shell's own signal dispositions, the lock, the call,
-// the answer at the end of the line, and everything back again. Reads and edits the line
-// through the editor's readline-compatible interface alone.
+// One completion: restore the shell's signal dispositions, take the lock, call the
+// callback, apply the result at the end of the line, undo the first two. Reads and edits
+// the line through the editor's readline-compatible interface alone.
 #include "complete.h"
 
 #include "../lineedit/lineedit.h"
@@ -11,26 +11,26 @@
 
 PyObject *completion_callback;
 
-// Calls the shell with the key, a bytes object of length 1, and the line. New reference, or
-// NULL with an exception. Lock: held.
+// Calls the callback with the key, a bytes object of length 1, and the line. New reference,
+// or NULL with an exception. Lock: held.
 static PyObject *
 complete_call(int key)
 {
     // rl_end counts characters here while the buffer holds UTF-8, deliberately: a line that
-    // is not plain ASCII reaches the shell as a shorter prefix. A character that has no
-    // bytes in this locale counts too, so the text's own end is looked at as well.
+    // is not plain ASCII reaches the shell as a shorter prefix. rl_end also counts a
+    // character that the locale cannot encode, so the terminating NUL may come first.
     const char *line = rl_get_line_buffer();
     size_t length = line == nullptr ? 0 : strnlen(line, static_cast<size_t>(rl_end));
     return PyObject_CallFunction(completion_callback, "cs#", key, line,
                                  static_cast<Py_ssize_t>(length));
 }
 
-// Applies the answer at the end of the line: its leading backspaces delete, the rest is
+// Applies the result at the end of the line: its leading backspaces delete, the rest is
 // inserted. False with an exception when it is no str. Lock: held.
 static bool
-complete_apply(PyObject *answer)
+complete_apply(PyObject *result)
 {
-    const char *text = PyUnicode_AsUTF8(answer);
+    const char *text = PyUnicode_AsUTF8(result);
     if (text == nullptr)
         return false;
     size_t backspaces = strspn(text, "\b");
@@ -50,22 +50,22 @@ complete_apply(PyObject *answer)
 int
 complete_line(int, int key)
 {
-    // NULL before the first readline call, when simpleReadline meets a completion key.
+    // NULL when the key is pressed in simpleReadline before the first readline call.
     if (completion_callback == nullptr || completion_callback == Py_None)
         return 0;
 
-    rl_save_start(); // the callback may print in the place of prompt and line
+    rl_save_start(); // the callback may print over prompt and line
     interrupt_restore();
     acquireGil();
     rl_point = rl_end;
     KEYLINE_CHECK(py_lhandler_ptype == nullptr, "py_lhandler_ptype == NULL", 609,
                   "complete_line");
-    PyObject *answer = complete_call(key);
-    if (answer == Py_None)
+    PyObject *result = complete_call(key);
+    if (result == Py_None)
         rl_forced_update_display();
-    else if (answer == nullptr || !complete_apply(answer))
+    else if (result == nullptr || !complete_apply(result))
         gil_park_exception();
-    Py_XDECREF(answer);
+    Py_XDECREF(result);
     releaseGil();
     // With an exception parked the shell's dispositions stay until readline returns.
     if (py_lhandler_ptype == nullptr)

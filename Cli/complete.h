@@ -1,5 +1,5 @@
-// The completion bridge: a completion key goes to the shell's callback with the line, the
-// answer is applied at the end of the line.
+// The completion bridge: calls the shell's callback with the completion key and the line,
+// and applies the result at the end of the line.
 #pragma once
 
 #include "complete_hook.h"

@@ -1,5 +1,5 @@
-// The two ways in which the editor reaches completion, for those who bind keys to it and
-// need not know that there is an interpreter behind it.
+// The two functions by which the editor starts completion. Key bindings need these alone,
+// and nothing of the interpreter.
 #pragma once
 
 #include "base.h"

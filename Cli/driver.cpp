@@ -17,12 +17,12 @@
 int readline_initialized;
 unsigned char key_bindings_enabled;
 
-// Whether a line is being read: from before the lock is handed away until it is back.
+// Whether a line is being read: from before the lock is released until it is back.
 static bool driver_reading;
 
-// A stdio stream on the descriptor of a Python file, which both then share: it is not
-// duplicated. NULL with an exception. The stream is never closed, only forgotten by a
-// reset: closing it would close the file under the shell. Lock: held.
+// A stdio stream on the descriptor of a Python file, which is shared, not duplicated. NULL
+// with an exception. The stream is never closed, only forgotten by resetInput: closing it
+// would close the descriptor that the Python file uses. Lock: held.
 static FILE *
 file_with_mode(PyObject *file, const char *mode)
 {
@@ -36,10 +36,12 @@ file_with_mode(PyObject *file, const char *mode)
     FILE *stream = fdopen(fd, mode);
     if (stream == nullptr)
         PyErr_SetFromErrno(PyExc_OSError);
+    else if (mode[0] == 'w')
+        setvbuf(stream, nullptr, _IOFBF, BUFSIZ); // the editor says when, not each line
     return stream;
 }
 
-// A stream on sys.<name>, to which a reference is taken that resetInput drops. Lock: held.
+// A stream on sys.<name>. Takes a reference to that, which resetInput drops. Lock: held.
 static FILE *
 driver_stream(const char *name, const char *mode)
 {
@@ -56,11 +58,10 @@ init_readline()
     rl_outstream = driver_stream("stdout", "w");
     rl_getc_function = read_char;
     rl_initialize();
-    // Refused by the editor, and kept as it is: the guard against floods stays off.
+    // Refused by the editor: the flood guard stays off. Deliberate.
     rl_tty_overflow_fix(1);
-    // After the editor has started, deliberately: the first instance knows no name, and
-    // what a user's editor settings say for this name holds from the second initialisation
-    // on.
+    // After rl_initialize, deliberately: the first instance has no name, and what a user's
+    // editor settings say for this name applies from the second initialisation on.
     rl_readline_name = "OrvaneCli";
     // Refused too: no key is -1. The name was never registered, and nothing relies on it.
     rl_add_defun("ov-complete-line", complete_line, -1);
@@ -83,8 +84,8 @@ driver_line(char *line)
     return text;
 }
 
-// Two lines are never read at a time, be it on another thread or within a callable: true
-// with an exception, and nothing of the read that is under way is touched. Lock: held.
+// True with an exception when a read is in progress, on another thread or in the caller of
+// a callback: there is only one at a time. That read is not affected. Lock: held.
 static bool
 driver_is_refused()
 {
@@ -93,7 +94,7 @@ driver_is_refused()
     return driver_reading;
 }
 
-// What a landing raised, at the end of its read. Lock: held.
+// Ends a read that a signal interrupted. Passes the landing's result on. Lock: held.
 static PyObject *
 driver_landed(PyObject *raised)
 {
@@ -108,7 +109,8 @@ driver_forked()
         return;
     driver_reading = false;
     interrupt_armed = false;
-    // Set when another thread than the reading one forked; that one is not here any more.
+    // Set when another thread forked than the one that reads, which the child does not
+    // have.
     savedPyThreadState = nullptr;
     readline_initialized = 0;
 }
@@ -129,20 +131,20 @@ py_readline(PyObject *, PyObject *args)
     driver_reading = true;
     if (!readline_initialized)
         init_readline();
-    // No mode, and with it every line visible, when the parent is not known.
+    // When the parent is not known there is no mode, and every line is visible.
     if (key != nullptr)
         hist_ctx.current_mode = new_history_mode(key, parent_key);
 
     readlineThreadId = pthread_self();
     releaseGil();
-    // Both landings keep the mask as it is now: the jump undoes what the kernel blocks for
-    // a handler. They read globals alone, so no local here needs to outlive the jump.
+    // Both save the signal mask: the jump leaves a handler, during which the kernel blocks
+    // signals. The landings read globals alone, so no local here needs to survive the jump.
     if (sigsetjmp(sigint_jmpbuf, 1) != 0)
         return driver_landed(interrupt_land_sigint());
     if (sigsetjmp(sigtstp_jmpbuf, 1) != 0)
         return driver_landed(interrupt_land_sigtstp());
     interrupt_armed = true;
-    interrupt_install(); // a signal that waited lands here
+    interrupt_install(); // a pending signal lands here
     char *line = readline(prompt);
     interrupt_restore();
     interrupt_armed = false;

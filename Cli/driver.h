@@ -3,20 +3,20 @@
 
 #include "pyapi.h"
 
-// 1 once init_readline has run; cleared by resetInput, and in a process that was forked in
-// the midst of a read.
+// 1 once init_readline has run; cleared by resetInput, and in a child that was forked
+// during a read.
 extern int readline_initialized;
 
 // 1 while TAB and "?" are bound to completion, as far as the module has bound them itself.
 extern unsigned char key_bindings_enabled;
 
-// Sets the editor up on the current sys.stdin and sys.stdout. No result: a stream that
-// cannot be wrapped leaves its exception set and the process's own stream in use. Lock:
-// held.
+// Sets the editor up on the current sys.stdin and sys.stdout. Returns nothing: a stream
+// that cannot be wrapped leaves its exception set, and the C library's stdin or stdout in
+// use. Lock: held.
 void init_readline();
 
-// In a process that was just forked: a line that is being read is read in the other one.
-// The editor there is not to be used here, so that the next readline sets up another.
+// Runs in the child after a fork. A read in progress is the parent's: the child must not
+// use that editor, and sets up another in its next readline.
 extern "C" void driver_forked();
 
 // readline(prompt, callback=None, key=None, parent_key=None): new str, or NULL with

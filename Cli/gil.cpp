@@ -1,6 +1,5 @@
-// The lock hand-off and the parked exception. The reader needs no lock but these two: it
-// has the interpreter lock, or the editor, or it waits and touches neither. A method needs
-// both.
+// The two locks and the parked exception. The reader holds the interpreter lock, or the
+// editor's, or it waits in the editor and uses neither. A method needs both.
 #include "gil.h"
 
 #include "../lineedit/lineedit.h"
@@ -36,7 +35,7 @@ gil_claim_editor()
 {
     if (rl_claim(0))
         return;
-    // Held by the reader only while it does something, for which it may want the lock.
+    // The reader holds it, and may need the interpreter lock before it lets go.
     PyThreadState *state = PyEval_SaveThread();
     rl_claim(1);
     PyEval_RestoreThread(state);

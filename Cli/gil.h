@@ -1,11 +1,11 @@
-// Handing the interpreter lock away while the editor runs, and the exception that a
-// callback had to park meanwhile. Whoever touches a Python object from inside the editor
-// brackets it with acquireGil and releaseGil.
+// Releasing the interpreter lock while the editor runs, and the exception that a callback
+// parks meanwhile. Code that the editor calls uses Python objects only between acquireGil
+// and releaseGil.
 #pragma once
 
 #include "pyapi.h"
 
-// Set exactly while the lock is handed away: the reading thread's state.
+// The reading thread's state; set exactly while the lock is away.
 extern PyThreadState *savedPyThreadState;
 
 // The parked exception: owned references, full while the type is not NULL. Filled by the
@@ -15,16 +15,16 @@ extern PyObject *py_lhandler_pvalue;
 extern PyObject *py_lhandler_ptraceback;
 
 // Takes the lock back, and lets other threads use the editor. Lock: away -> held. Aborts
-// when it had not been handed away.
+// when it was not away.
 void acquireGil();
 
-// Hands the lock away, and keeps other threads from the editor but while the reader waits.
-// Lock: held -> away. Aborts when it is away already.
+// Releases the lock, and takes the editor's: other threads may use the editor only while
+// the reader waits. Lock: held -> away. Aborts when it is away already.
 void releaseGil();
 
-// Around what a method does with the editor or the history, for a line may be read on
-// another thread: waits until the reader does nothing with them. May be done within itself.
-// Lock: held, away meanwhile.
+// The editor's lock, for a method that uses the editor or the history: another thread may
+// be reading a line. Waits until the reader uses neither. Recursive. Lock: held, away
+// during the wait.
 void gil_claim_editor();
 void gil_release_editor();
 
@@ -32,6 +32,5 @@ void gil_release_editor();
 // Lock: held.
 void gil_park_exception();
 
-// Raises the parked exception, which empties the slot; false when there is none. Lock:
-// held.
+// Raises the parked exception and empties the slot; false when there is none. Lock: held.
 bool gil_raise_parked();

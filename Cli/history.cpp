@@ -1,6 +1,6 @@
-// The line store. Lines form a ring, newest first, closed by a sentinel; every line carries
-// the mode in which it was entered. The line editor browses with a cursor that skips what
-// the current mode does not show.
+// The line store. Lines form a circular list, newest first, with a sentinel; every line has
+// the mode in which it was entered. The line editor browses with a cursor that skips the
+// lines that the current mode does not show.
 #include "history.h"
 
 #include "base.h"
@@ -40,8 +40,7 @@ hist_delete(HistoryEntry *entry)
 void
 hist_shrink()
 {
-    // A cursor on the oldest entry goes to the newer one with hist_delete, or off the
-    // lines.
+    // hist_delete moves a cursor on the oldest entry to the newer one, or off the lines.
     while (hist_ctx.event_count > hist_ctx.history_limit)
         hist_delete(entry_of(hist_ctx.list.prev));
     hist_index_fit();
@@ -69,11 +68,11 @@ hist_init_context()
 
 // ---- browsing ----
 
-// How many entries a walk looks at one by one before it turns to the side table.
+// How many entries a walk checks one by one before it uses the index.
 constexpr int steps_before_index = 16;
 
 // The first visible entry from `link` on towards older lines, `link` included; the sentinel
-// when there is none. The twin below goes towards newer lines.
+// when there is none. The next function is the same towards newer lines.
 static HistoryLink *
 walk_older(HistoryLink *link)
 {
@@ -98,7 +97,7 @@ walk_newer(HistoryLink *link)
     return link;
 }
 
-// True of most lines that a search passes, and quick to see.
+// The cheap check first: it holds for most lines that a search passes.
 static bool
 is_of_current_mode(HistoryLink *link)
 {
@@ -193,8 +192,8 @@ hist_clear(void *, HistEvent *)
 int
 hist_enter(void *, HistEvent *ev, const char *str)
 {
-    // Only the newest line of the whole store counts as a repeat, whatever its mode; that
-    // it keeps its old mode then is deliberate.
+    // A line equal to the newest of the whole store, whatever the mode of that, is a
+    // repeat. The stored line keeps its mode, deliberately.
     if (!is_empty() && strcmp(entry_of(hist_ctx.list.next)->ev.str, str) == 0)
         return 0;
     HistoryEntry *entry = static_cast<HistoryEntry *>(malloc(sizeof(HistoryEntry)));
@@ -207,8 +206,8 @@ hist_enter(void *, HistEvent *ev, const char *str)
     entry->next->prev = entry;
     hist_ctx.list.next = entry;
     hist_ctx.event_count++;
-    // Copied before trimming: with a limit of 0 the entry is gone again after it, and the
-    // line in `ev` with it.
+    // Copied before trimming: with a limit of 0 the entry is freed there, and the line that
+    // `ev` points to with it.
     *ev = entry->ev;
     hist_shrink();
     return 1;

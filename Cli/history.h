@@ -1,7 +1,6 @@
-// Command history that knows the command mode: the ring of lines, and the ten callbacks
-// through which the line editor sees those that the current mode shows. Knows nothing of
-// Python, nor of threads: who calls it sees to that. Allocation results are not checked
-// anywhere here.
+// Command history with modes: the ring of lines, and the ten callbacks by which the line
+// editor sees those that the current mode shows. Knows nothing of Python, and is not thread
+// safe: callers hold the locks. Allocation failures are not checked anywhere here.
 #pragma once
 
 #include "history_store.h"
@@ -9,23 +8,23 @@
 // Makes the store empty with the default limit of 1024. The modes stay.
 void hist_init_context();
 
-// Takes an entry out of the ring and frees it; a cursor on it moves to the newer neighbour,
-// else to the older one.
+// Unlinks an entry and frees it; a cursor on it moves to the newer neighbour, else to the
+// older one.
 void hist_delete(HistoryEntry *entry);
 
-// Drops the oldest entries, whatever their mode, until the limit is kept.
+// Deletes the oldest entries, whatever their mode, until there are no more than the limit.
 void hist_shrink();
 
-// What the line editor calls: during a read with the interpreter lock away, and out of the
-// history methods with the lock held. No signal jumps out of them, as the editor passes
-// interrupts on only while it waits for a key.
+// The callbacks of the line editor: called during a read with the interpreter lock away,
+// and from the history methods with the lock held. No signal handler jumps out of them,
+// because the editor calls those only while it waits for a key.
 //
 // Older is "next" and newer is "prev", as in the editor's own history. Results are 0 for
 // success and -1 for no such line unless stated otherwise; `ev` is filled only on success,
 // and its line stays owned by the store. The reference is always &hist_ctx.
 extern "C" {
 
-// The newest and the oldest visible line; the cursor leaves the lines when there is none.
+// The newest and the oldest visible line; when there is none, the cursor is on no line.
 int hist_first(void *ref, HistEvent *ev);
 int hist_last(void *ref, HistEvent *ev);
 

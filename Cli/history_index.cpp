@@ -1,6 +1,6 @@
-// The side table of the history: two and a half bytes a line as soon as lines are of more
-// than one mode. Following the links instead costs up to a cache miss for every line
-// passed, where the heap has scattered them.
+// The index of the history: two and a half bytes a line as soon as lines have more than one
+// mode. Following the links instead costs up to a cache miss for every line passed, on a
+// fragmented heap.
 #include "history_index.h"
 
 #include <stdlib.h>
@@ -10,8 +10,8 @@ HistoryIndex hist_index;
 
 constexpr uint32_t smallest_capacity = 64;
 
-// The tags of the lines that `shown_to` shows, a bit each. Modes live for ever and never
-// change their parents, so this stays true until another mode becomes the current one.
+// A bitmap of the tags that `shown_to` shows. Modes are never freed and never change their
+// parents, so this stays valid until another mode becomes the current one.
 static uint64_t shown_tags[(UINT16_MAX + 1) / 64];
 static const HistoryMode *shown_to; // borrowed; null: made for no mode yet
 
@@ -46,19 +46,19 @@ hist_index_tag(const HistoryMode *mode)
     return static_cast<uint16_t>((address * 0x9e3779b97f4a7c15u) >> 48);
 }
 
-// ---- keeping it ----
+// ---- maintenance ----
 
-// The numbers that the rings have to hold so that those from the oldest line's up to
-// `newest` have a slot each: a block more than they are, because the first and the last
-// block may be in use in part only and must not fall on one slot.
+// The capacity that is needed for the numbers from the oldest line's up to `newest`: one
+// block more than their count, because the first and the last block may be partly used and
+// must not share a slot.
 static uint32_t
 room_for(uint32_t newest)
 {
     return newest - number_of(hist_ctx.list.prev) + 1 + hist_index_block;
 }
 
-// Puts rings of this capacity, empty, in the place of what there is, which the caller frees
-// or keeps. False when there is no memory for them, and then nothing has changed.
+// Replaces the rings by empty ones of this capacity; the caller frees the old ones. False
+// without memory, with nothing changed.
 static bool
 empty_rings(uint32_t capacity)
 {
@@ -77,8 +77,8 @@ empty_rings(uint32_t capacity)
     return true;
 }
 
-// Moves all linked lines' slots into rings of another capacity, which has room for them.
-// False when there is no memory for them, and then nothing has changed.
+// Copies the slots of all linked lines to rings of another, sufficient capacity. False
+// without memory, with nothing changed.
 static bool
 resize(uint32_t capacity)
 {
@@ -96,8 +96,8 @@ resize(uint32_t capacity)
     return true;
 }
 
-// The capacity that is needed from `capacity` on to have this room; 0 when nearly all of
-// the numbers have lost their lines: the rings are not worth their memory then.
+// The next capacity, from `capacity` on, that has this room; 0 when nearly all of the
+// numbers belong to deleted lines: the rings are not worth their memory then.
 static uint32_t
 capacity_for(uint32_t room, uint32_t capacity)
 {
@@ -116,7 +116,7 @@ put(HistoryEntry *entry)
     hist_index.heads[head_slot(number)] = entry;
 }
 
-// Makes the rings for all lines and one more number; false when that cannot be.
+// Makes the rings for all lines and one more number; false when that fails.
 static bool
 build(uint32_t number)
 {
@@ -128,7 +128,7 @@ build(uint32_t number)
     return true;
 }
 
-// Makes room in the rings for one more number; false when that cannot be.
+// Makes room in the rings for one more number; false when that fails.
 static bool
 make_room(uint32_t number)
 {
@@ -155,13 +155,13 @@ hist_index_add(HistoryEntry *entry)
         hist_index.in_use = true;
         return;
     }
-    // Without rings all lines are of one mode: the newest line's.
+    // Without rings all lines have the mode of the newest.
     bool rings = hist_index.capacity != 0;
     const HistoryMode *newest = static_cast<HistoryEntry *>(hist_ctx.list.next)->mode;
     if (!hist_index.in_use || (!rings && entry->mode == newest))
         return;
     uint32_t number = number_of(entry);
-    // The store does without its side table rather than end the process.
+    // Without memory the store works on without the index.
     if (rings ? make_room(number) : build(number))
         put(entry);
     else
@@ -193,10 +193,10 @@ hist_index_fit()
         return;
     while (capacity > smallest_capacity && room <= capacity / 4)
         capacity /= 2;
-    static_cast<void>(resize(capacity)); // a table that stays large does no harm
+    static_cast<void>(resize(capacity)); // on failure the index stays large
 }
 
-// ---- looking ----
+// ---- lookup ----
 
 static void
 show_tag(const HistoryMode *mode)
@@ -218,7 +218,7 @@ show_current_mode()
     shown_to = hist_ctx.current_mode;
 }
 
-// The line with this number when it is there and the current mode shows it, else null.
+// The line with this number if it exists and the current mode shows it, else null.
 static HistoryEntry *
 shown_line(uint32_t number)
 {
@@ -228,7 +228,7 @@ shown_line(uint32_t number)
     HistoryEntry *entry = hist_index.heads[head_slot(number)];
     if (entry == nullptr)
         return nullptr;
-    // Ends at the oldest line at the latest: no number that is looked for is lower.
+    // Ends at the oldest line at the latest: `number` is never lower.
     while (number_of(entry) > number)
         entry = static_cast<HistoryEntry *>(entry->next);
     bool found = number_of(entry) == number && hist_visible(entry, hist_ctx.current_mode);

@@ -1,5 +1,5 @@
 // Saving and restoring the key sequences of the history commands, for an editor that can
-// tell which keys run a command. Errors of its keymap calls are not looked at.
+// list the keys bound to a command. Errors of its keymap calls are ignored.
 #include "history_keys.h"
 
 #include "../lineedit/lineedit.h"
@@ -32,7 +32,7 @@ history_save_invokers()
     for (HistoryInvokers *row = history_saved_invokers; row->name != nullptr; row++) {
         rl_command_func_t *command = rl_named_function(row->name);
         for (int i = 0; i < 5; i++) {
-            // Kept even when it is empty, so that it is freed when history comes back.
+            // Kept even when it is empty, to be freed when history is on again.
             char **sequences = rl_invoking_keyseqs_in_map(command, maps[i]);
             row->saved[i] = sequences;
             for (; sequences != nullptr && *sequences != nullptr; sequences++)

@@ -1,11 +1,11 @@
-// The keys of the editor's history commands: taken away while history is off and given back
-// when it is on again. Inert with an editor without keymaps, as the one in use is. Knows
-// nothing of Python.
+// The key bindings of the editor's history commands: removed while history is off, and
+// restored when it is on again. Does nothing with an editor without keymaps, as the one in
+// use. Knows nothing of Python.
 #pragma once
 
 #include "base.h"
 
-// One history command and, for each of `maps`, the key sequences that were taken from it.
+// One history command and, for each of `maps`, the key sequences that were unbound from it.
 struct HistoryInvokers {
     const char *name; // null in the row that ends the table
     char *
@@ -14,8 +14,8 @@ struct HistoryInvokers {
 
 KEYLINE_EXPORT HistoryInvokers history_saved_invokers[14];
 
-// Each does nothing unless the editor is known to have keymaps. They are called in turn: a
-// second save would lose what the first one kept.
+// Each does nothing unless readline_keymaps_supported. They are called alternately: a
+// second save would lose what the first one saved.
 void history_save_invokers();
 void history_restore_invokers();
 

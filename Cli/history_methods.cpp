@@ -1,7 +1,7 @@
-// The five history methods. Lines go into the store by way of the editor, which calls the
-// store back, so that both agree on what the newest line is; they come out of it directly.
-// The reader, which may be on another thread, walks over the lines but changes none: only
-// what does change them, or the mode that shows them, claims the editor for it.
+// The five history methods. Lines are added through the editor, which calls the store's
+// callbacks, so that both agree on what the newest line is; they are read directly. The
+// reader, which may be another thread, only reads the lines: a method that changes them, or
+// the current mode, claims the editor first.
 #include "history_methods.h"
 
 #include "../lineedit/lineedit.h"
@@ -11,8 +11,8 @@
 
 #include <ctype.h>
 
-// Bytes are looked at as signed characters, as the C library's tables allow; which ones
-// count as white space is the locale's business.
+// Bytes are passed as signed characters, which the C library's tables allow. The locale
+// says which ones are white space.
 static bool
 is_blank(const char *line)
 {
@@ -87,9 +87,9 @@ py_addHistory(PyObject *, PyObject *args)
     if (mode == nullptr)
         Py_RETURN_FALSE;
     gil_claim_editor();
-    // Also when the line is not recorded then.
+    // Also when the line is not recorded.
     hist_ctx.current_mode = mode;
-    // The editor comes back with it to hist_enter, which drops a repeat.
+    // The editor calls hist_enter, which drops a repeat.
     if (hist_ctx.history_limit != 0)
         add_history(line);
     gil_release_editor();

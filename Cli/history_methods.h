@@ -1,6 +1,6 @@
-// The shell's side of the history: the five methods of the module that manage it. All are
-// entered with the interpreter lock held and keep it; each returns a new reference, or null
-// with an exception set.
+// The five methods of the module that manage the history. All are called with the
+// interpreter lock held and keep it; each returns a new reference, or null with an
+// exception set.
 #pragma once
 
 #include "pyapi.h"

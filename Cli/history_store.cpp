@@ -28,7 +28,7 @@ find_history_mode(const char *key)
     return nullptr;
 }
 
-// Puts the record, owned by the table from now on, behind all keys that do not compare
+// Inserts the mode, which the table owns from now on, after all keys that do not compare
 // greater: of equal keys, and only empty ones can be equal, the newest comes last.
 static void
 insert_mode(HistoryMode *mode)
@@ -42,8 +42,8 @@ insert_mode(HistoryMode *mode)
     int32_t i = 0;
     while (i < hist_ctx.mode_count && strcmp(hist_ctx.modes[i]->key, mode->key) <= 0)
         i++;
-    size_t behind = static_cast<size_t>(hist_ctx.mode_count - i);
-    memmove(hist_ctx.modes + i + 1, hist_ctx.modes + i, behind * sizeof(HistoryMode *));
+    size_t greater = static_cast<size_t>(hist_ctx.mode_count - i);
+    memmove(hist_ctx.modes + i + 1, hist_ctx.modes + i, greater * sizeof(HistoryMode *));
     hist_ctx.modes[i] = mode;
     hist_ctx.mode_count++;
 }

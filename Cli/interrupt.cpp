@@ -1,6 +1,6 @@
-// Handlers and landings. The handlers hold the jump alone: what makes it safe to leave the
-// editor is that the editor calls them, on the reading thread and only while its reader
-// waits (rl_signal), so that neither the allocator nor a stdio stream is left half-way.
+// Handlers and landings. The handlers do nothing but jump. That is safe because the editor
+// calls them, on the reading thread and only while its reader waits (rl_signal): no jump
+// leaves the allocator or a stdio stream in the middle of an operation.
 #include "interrupt.h"
 
 #include "../lineedit/lineedit.h"
@@ -19,9 +19,9 @@ pthread_t readlineThreadId;
 void (*old_sigint_handler)(int);
 void (*old_sigtstp_handler)(int);
 
-// A completion inside simpleReadline leaves the module's handlers in force, deliberately,
-// although no landing is armed there. A jump would go into a frame that is long gone: the
-// signal goes to what the shell had instead.
+// A completion inside simpleReadline leaves the module's handlers installed, deliberately,
+// although no landing is armed there. A jump would go to a frame that no longer exists, so
+// the shell's handler is called instead.
 static void
 interrupt_unarmed(void (*shells)(int), int signo)
 {
@@ -90,7 +90,7 @@ interrupt_land_sigint()
         printf("Assertion failed: readlineThreadId == pthread_self %s:%d (%lu, %lu)\n",
                "Cli/Keyline", 519, static_cast<unsigned long>(readlineThreadId),
                static_cast<unsigned long>(pthread_self()));
-        fflush(stdout); // a pipe would keep the message from whoever looks for it
+        fflush(stdout); // abort does not flush, and a pipe is buffered
         abort();
     }
     return interrupt_raise("Ctrl-C pressed");

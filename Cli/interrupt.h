@@ -1,6 +1,6 @@
-// Ctrl-C and Ctrl-Z end a read: the two handlers, the places where they land, and the
-// dispositions that the shell had. The landings themselves are armed in py_readline, whose
-// frame they return to.
+// Ctrl-C and Ctrl-Z end a read: the two handlers, the landings that they jump to, and the
+// dispositions that the shell had. The landings are armed in py_readline, whose frame they
+// return to.
 #pragma once
 
 #include <pthread.h>
@@ -13,7 +13,7 @@
 extern sigjmp_buf sigint_jmpbuf;
 extern sigjmp_buf sigtstp_jmpbuf;
 
-// True from the moment both landings are armed until py_readline is about to return.
+// True from when both landings are armed until py_readline is about to return.
 extern volatile bool interrupt_armed;
 
 // The thread that last entered readline; the landings compare it and nothing else.
@@ -24,26 +24,25 @@ extern void (*old_sigint_handler)(int);
 extern void (*old_sigtstp_handler)(int);
 
 extern "C" {
-// Jump to the landing of their signal and do not return. Run on the reading thread, at a
-// moment when the editor may be left: see interrupt_install.
+// Jump to the landing of their signal and do not return. The editor calls them on the
+// reading thread, when a jump out of it is safe: see interrupt.cpp.
 void sigint_handler(int signo);
 void sigtstp_handler(int signo);
 }
 
-// Records the shell's dispositions and puts the two handlers in force, both signals being
-// blocked meanwhile. A signal that waited lands before this returns: may be abandoned.
-// Lock: away.
+// Records the shell's dispositions and installs the two handlers, with both signals blocked
+// meanwhile. A pending signal lands before this returns: may be abandoned. Lock: away.
 void interrupt_install();
 
-// Puts the two handlers in force again after Python code ran inside the read. What that
-// code may have installed is not recorded. Lock: any.
+// Installs the two handlers again after Python code ran inside the read. What that code may
+// have installed is not recorded. Lock: any.
 void interrupt_reinstall();
 
-// Puts the shell's dispositions back. Lock: any.
+// Restores the shell's dispositions. Lock: any.
 void interrupt_restore();
 
 // What a landing does, on the landing thread: checks the thread (aborts with a message on
-// standard output when it is not the reading one), puts the dispositions back, takes the
+// standard output when it is not the reading one), restores the dispositions, takes the
 // lock and raises KeyboardInterrupt. Always NULL. Lock: away -> held.
 PyObject *interrupt_land_sigint();
 PyObject *interrupt_land_sigtstp();

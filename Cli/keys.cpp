@@ -1,5 +1,5 @@
-// The two forms of key set-up: by the editor's bind command, which is the one that runs,
-// and by keymaps, kept for an editor whose keymap functions do something.
+// The two kinds of key bindings: by the editor's bind command, which is the one in use, and
+// by keymaps, for an editor whose keymap functions do something.
 #include "keys.h"
 
 #include "complete_hook.h"

@@ -8,12 +8,12 @@
 // The standard, Meta, Ctrl-X, vi movement and vi insertion keymaps. Exported.
 KEYLINE_EXPORT Keymap maps[5];
 
-// Selects the forms that work on keymaps. Nothing sets it: the editor in use has none that
-// work. Read anew before every single binding.
+// Selects the bindings by keymap. Nothing sets it: the editor in use has no keymap
+// functions that work. Read before every single binding.
 extern int readline_keymaps_supported;
 
 // Binds TAB and "?" to completion, Ctrl-R and Ctrl-W to search and delete. The editor must
-// have been initialised; what it refuses is ignored.
+// have been initialised; errors are ignored.
 void setup_key_bindings();
 
 // Makes TAB and "?" insert themselves. Ctrl-R, Ctrl-W and the completion hook stay.

@@ -1,5 +1,5 @@
-// Log news at the prompt. The reader runs without the lock and makes no interpreter call;
-// only the delivery of one piece of news takes it.
+// New log text at the prompt. The reader runs without the lock and makes no interpreter
+// call; only the delivery of a piece of text takes it.
 #include "logecho.h"
 
 #include "../lineedit/lineedit.h"
@@ -14,34 +14,32 @@
 // py_loggingSyncEnabledIs alone, and deliberately not by a reset of the input.
 static vantor_handle *syncLogHandle;
 
-// The one whose events are being told, or null, and whether it was switched off meanwhile:
-// it is closed, and its callable not called again, when they are.
-static vantor_handle *logecho_telling;
-static bool logecho_over;
+// The handle whose events are being processed, or null; and whether it was switched off
+// meanwhile: it is closed afterwards, and its callable not called again.
+static vantor_handle *logecho_processing;
+static bool logecho_close_pending;
 
 // How often it was switched on or off.
 static unsigned logecho_switched;
 
-// Calls the shell's callable with the library's two integers, unread. True when it asks for
-// the prompt and line to be drawn again. Lock: held.
-static bool
+// Calls the shell's callable with the library's two integers, which are passed on
+// unchanged, and draws prompt and line again when it asks for that. Lock: held.
+static void
 conlog_call(PyObject *callback, int first, int second)
 {
     // While the callable runs, Ctrl-C and Ctrl-Z go to the read's own handlers, which find
-    // the lock taken and stop the process. Deliberate: the shell's dispositions are not put
-    // back here as they are for a completion.
+    // the lock held and abort. Deliberate: the shell's dispositions are not restored here,
+    // as they are for a completion.
     rl_signal_level = 1;
     PyObject *result = PyObject_CallFunction(callback, "ii", first, second);
     rl_signal_level = 0;
-    // An exception stays set, neither printed nor cleared, and surfaces when the
-    // interpreter looks next; so does the one of a result that is no int.
+    // An exception stays set, neither printed nor cleared, until the interpreter notices
+    // it; so does the one for a result that is no int.
     if (result == nullptr)
-        return false;
-    bool redraw = result != Py_None && PyLong_AsLongLong(result) > 0;
-    if (redraw)
+        return;
+    if (result != Py_None && PyLong_AsLongLong(result) > 0)
         rl_forced_update_display();
     Py_DECREF(result);
-    return redraw;
 }
 
 extern "C" {
@@ -51,45 +49,45 @@ static void
 conlog_callback(int first, void *context, int second)
 {
     PyObject *callback = static_cast<PyObject *>(context);
-    if (callback == Py_None || logecho_over)
+    if (callback == Py_None || logecho_close_pending)
         return;
     acquireGil();
     KEYLINE_CHECK(PyCallable_Check(callback), "PyCallable_Check( callback )", 678,
                   "conlog_callback");
-    rl_save_start(); // the callable may print in the place of prompt and line
+    rl_save_start(); // the callable may print over prompt and line
     conlog_call(callback, first, second);
     releaseGil();
 }
 }
 
-// Lets the library tell its news. Lock: away.
+// Lets the library deliver new text. Lock: away.
 static void
-logecho_tell()
+logecho_process()
 {
-    if (syncLogHandle == nullptr) // switched off by another thread in the wait
+    if (syncLogHandle == nullptr) // switched off by another thread during the wait
         return;
-    logecho_telling = syncLogHandle;
-    vantor_process_event(logecho_telling);
-    if (logecho_over)
-        vantor_close(logecho_telling);
-    logecho_over = false;
-    logecho_telling = nullptr;
+    logecho_processing = syncLogHandle;
+    vantor_process_event(logecho_processing);
+    if (logecho_close_pending)
+        vantor_close(logecho_processing);
+    logecho_close_pending = false;
+    logecho_processing = nullptr;
 }
 
 // Lock: held.
 static void
 logecho_close()
 {
-    if (syncLogHandle == logecho_telling)
-        logecho_over = true;
+    if (syncLogHandle == logecho_processing)
+        logecho_close_pending = true;
     else
         vantor_close(syncLogHandle);
     syncLogHandle = nullptr;
     logecho_switched++;
 }
 
-// Puts fd into the set. A set has no room for descriptors from 1024 on: they cannot be
-// waited on, and the process stops rather than write past the set.
+// Adds fd to the set. A set ends at descriptor 1023: for a higher one the process aborts
+// rather than write past the set.
 static void
 logecho_add(fd_set *set, int fd)
 {
@@ -101,17 +99,17 @@ logecho_add(fd_set *set, int fd)
 int
 read_char(FILE *)
 {
-    // No stream: a reset came in the middle of a read, or simpleReadline right after one.
+    // No stream: resetInput was called during a read, or right before simpleReadline.
     int fd = rl_instream != nullptr ? fileno(rl_instream) : STDIN_FILENO;
     fd_set set;
-    FD_ZERO(&set); // once: select leaves the ready bits, and each pass adds its own
+    FD_ZERO(&set); // once: select leaves a subset, and each pass adds both again
     for (;;) {
         unsigned switched = logecho_switched;
         int watch = -1;
         int highest = fd;
         logecho_add(&set, fd);
         if (syncLogHandle != nullptr) {
-            watch = vantor_inotify_fd(syncLogHandle); // anew, it may change
+            watch = vantor_inotify_fd(syncLogHandle); // every time: it may change
             if (watch >= 0)
                 logecho_add(&set, watch);
             if (watch > highest)
@@ -122,12 +120,11 @@ read_char(FILE *)
             return -1;
         if (ready <= 0)
             continue; // whatever the error: wait again
-        // The file before the terminal: what was logged stands above the key typed after
-        // it.
+        // The file before the terminal: text appears above a key that was typed after it.
         if (watch >= 0 && FD_ISSET(watch, &set))
-            logecho_tell();
+            logecho_process();
         if (watch >= 0 && switched != logecho_switched)
-            FD_CLR(watch, &set); // it is closed, and could not be waited on
+            FD_CLR(watch, &set); // it is closed
         if (FD_ISSET(fd, &set))
             break;
     }
@@ -147,8 +144,8 @@ py_loggingSyncEnabledIs(PyObject *, PyObject *args)
     if (!PyArg_ParseTuple(args, "s|O:loggingSyncEnabledIs", &filename, &callback))
         return nullptr;
     gil_claim_editor();
-    // While it is on, another file or callable is ignored, deliberately: off and on again
-    // is the only way to change either.
+    // While it is on, another file or callable is ignored, deliberately: switching it off
+    // and on again is the only way to change either.
     if (callback == Py_None && syncLogHandle != nullptr) {
         logecho_close();
     } else if (callback != Py_None && syncLogHandle == nullptr) {

@@ -1,5 +1,5 @@
-// The character reader, which waits on the terminal and on the watched log file at once,
-// and the switch for the latter.
+// The character reader, which waits for the terminal and the watched log file at once, and
+// the method that switches the latter on and off.
 #pragma once
 
 #include <stdio.h>

@@ -1,6 +1,6 @@
-// The module's table of contents: the method table, and the small methods that span several
-// subjects or belong to none. No attribute is added to the module, and no state is kept in
-// it: one process has one terminal and one user at a time.
+// The method table, and the small methods that use several of the other files. The module
+// gets no further attributes, and has no module state: one process has one terminal and one
+// user at a time.
 #include "../lineedit/lineedit.h"
 #include "base.h"
 #include "driver.h"
@@ -39,20 +39,19 @@ py_keyBindingsEnabledIs(PyObject *, PyObject *args)
     Py_RETURN_NONE;
 }
 
-// keyBindingsEnabled(): what was last switched, not what the editor has bound. Lock: held.
+// keyBindingsEnabled(): the last setting, not what the editor has bound. Lock: held.
 static PyObject *
 py_keyBindingsEnabled(PyObject *, PyObject *)
 {
     return PyBool_FromLong(key_bindings_enabled);
 }
 
-// TerminalWidthIs(width). Without range check, and without effect before the editor exists.
-// Lock: held.
+// TerminalWidthIs(width). No range check; no effect before the editor exists. Lock: held.
 static PyObject *
 py_TerminalWidthIs(PyObject *, PyObject *args)
 {
     int width;
-    // The format names no function, deliberately: the argument errors do not either.
+    // The format has no function name, deliberately: neither have the argument errors.
     if (!PyArg_ParseTuple(args, "i", &width))
         return nullptr;
     int rows = 0;
@@ -64,14 +63,14 @@ py_TerminalWidthIs(PyObject *, PyObject *args)
     Py_RETURN_NONE;
 }
 
-// resetInput(): a new user on a new terminal. The next readline sets the editor up on what
-// sys.stdin and sys.stdout are then; the streams so far are forgotten, not closed. Any
+// resetInput(): a new user on a new terminal. The next readline sets the editor up on
+// sys.stdin and sys.stdout as they are then; the old streams are forgotten, not closed. Any
 // positional arguments are accepted and ignored, deliberately. Lock: held.
 static PyObject *
 py_resetInput(PyObject *, PyObject *)
 {
     gil_claim_editor();
-    // Balances the references of init_readline, and is deliberately done without one too.
+    // Drops the references of init_readline, and deliberately also when it took none.
     Py_DECREF(PySys_GetObject("stdin"));
     rl_instream = nullptr;
     Py_DECREF(PySys_GetObject("stdout"));
@@ -83,7 +82,7 @@ py_resetInput(PyObject *, PyObject *)
 }
 
 // The docstrings of readline and simpleReadline say None although both return the line, and
-// the first tells of a callback with three arguments; deliberate, and tested.
+// the first describes a callback with three arguments; deliberate, and tested.
 static PyMethodDef keyline_methods[] = {
     {"readline", py_readline, METH_VARARGS,
      "readline(string, function, string, string) -> None\n"
@@ -158,8 +157,8 @@ KEYLINE_EXPORT PyObject *PyInit_Keyline();
 PyObject *
 PyInit_Keyline()
 {
-    // Both would want the same terminal. Only looked at here: nothing prevents the other
-    // one from being imported later.
+    // Both would use the same terminal. Checked here only: nothing prevents the other one
+    // from being imported later.
     PyObject *modules = PySys_GetObject("modules");
     if (PyMapping_HasKeyString(modules, "readline")) {
         PyErr_SetString(PyExc_ImportError,
@@ -170,7 +169,7 @@ PyInit_Keyline()
     if (module == nullptr)
         return nullptr;
     hist_init_context();
-    // The process may end while another thread than the main one reads, and be forked then.
+    // The process may exit or fork while another thread than the main one reads.
     static_cast<void>(Py_AtExit(rl_give_back_terminal));
     static_cast<void>(pthread_atfork(nullptr, nullptr, driver_forked));
     return module;

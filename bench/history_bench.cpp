@@ -178,7 +178,7 @@ measure_walks(const char *where, int lines, double goal)
 }
 
 // Leaves holes all over the heap, in random order, for the entries that come next.
-static void *volatile kept_between; // lest the compiler drops what nobody frees
+static void *volatile kept_between; // or the compiler drops what nobody frees
 
 static void
 scatter_heap(int holes)

@@ -152,4 +152,4 @@ def report(options, user, took, written_in, right):
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

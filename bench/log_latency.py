@@ -96,7 +96,7 @@ def drain(child):
 
 
 def wait_for_sleep(pid):
-    """A log line comes when nothing was going on for a while."""
+    """Waits until the process sleeps, which a line then has to end."""
     while True:
         time.sleep(0.001)
         if is_asleep(pid):
@@ -104,4 +104,4 @@ def wait_for_sleep(pid):
 
 
 if __name__ == "__main__":
-    main()
+    sys.exit(main())

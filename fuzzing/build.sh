@@ -14,6 +14,9 @@ set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 mkdir -p "$1"
 out=$(cd "$1" && pwd)
+compiler=(clang)
+# shellcheck source=lineedit/join.sh
+. "$here/../lineedit/join.sh"
 
 sanitizers=(-g -O2 "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=undefined
     -fno-omit-frame-pointer -Wall -Wextra -Wshadow)
@@ -25,12 +28,12 @@ clang++ -std=c++17 "${sanitizers[@]}" -D_GNU_SOURCE \
 editor=$out/editor/fuzz
 flags=("${sanitizers[@]}" -I"$editor/include")
 
-# What must hold is asked inside the editor, before its inner names are made local: some of
+# The invariants are checked inside the editor, before its inner names are made local: some of
 # them are the module's, too.
-clang "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
-    -c "$here/editor_holds.c" -o "$out/editor_holds.o"
-ld -r -o "$out/editor.o" "$out/editor_holds.o" --whole-archive "$editor/lib/private/libedit.a"
-objcopy --localize-hidden "$out/editor.o"
+"${compiler[@]}" "${flags[@]}" -Wno-unused-parameter -I"$editor/include/private" \
+    -c "$here/editor_state.c" -o "$out/editor_state.o"
+join_objects "$out/editor.o" "$out/editor_state.o" "$editor/lib/private/libedit.a"
+hide_inner_names "$out/editor.o"
 
 clang++ -std=c++17 "${flags[@]}" "$here"/{keys_fuzz,module_part,screen,terminal_stub}.cpp \
     "$here"/../tests/display/{display_check,naive_layout}.cpp \

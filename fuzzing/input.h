@@ -1,4 +1,4 @@
-// The bytes of an input, and how a fuzzer takes them: one after the other, and 0 for ever
+// The bytes of an input, and how a fuzzer takes them: one after the other, then only 0
 // when they are used up.
 #pragma once
 

@@ -15,7 +15,7 @@
 
 #include "../Cli/history.h"
 #include "../lineedit/lineedit.h"
-#include "editor_holds.h"
+#include "editor_state.h"
 #include "input.h"
 #include "keys_tables.h"
 #include "module_part.h"
@@ -89,7 +89,7 @@ any_command()
 
 static void wait_for_key();
 
-// Between two waits, to be served later, or in the midst of one, which may not return.
+// Between two waits, to be served later, or during one, which may not return.
 static void
 signal_comes(bool waiting)
 {

@@ -194,7 +194,7 @@ class Runner:
 
 
 def shorten(runner, calls, failed):
-    """Takes calls away as long as something still fails."""
+    """Removes calls while the session still fails."""
     calls, size = calls[:failed[0] + 1], len(calls)
     while True:
         size = max(1, min(size, len(calls)) // 2)
@@ -211,7 +211,7 @@ def shorten(runner, calls, failed):
     return calls, failed
 
 
-def story(calls, failed):
+def report(calls, failed):
     lines = ["%s(%s)%s" % (name, given, "  # keys: %r" % (typed,) if typed else "")
              for name, given, typed in calls]
     return "\n".join(lines + [failed[1]])
@@ -229,7 +229,7 @@ def sanitizer_environment():
 
 
 def again(options, seed):
-    """The command that plays a session again."""
+    """The command that replays a session."""
     words = [os.path.abspath(__file__), "--interpreter", options.interpreter, "--module-dir",
              os.path.abspath(options.module_dir), "--calls", str(options.calls), "--seed",
              str(seed), "--sessions", "1"]
@@ -264,7 +264,7 @@ def main():
             if failed:
                 findings += 1
                 print("seed %d: %s" % (seed + done, again(options, seed + done)))
-                print(story(*shorten(runner, calls, failed)), flush=True)
+                print(report(*shorten(runner, calls, failed)), flush=True)
                 print(runner.stderr() if options.sanitized else "", flush=True)
             done += 1
     finally:

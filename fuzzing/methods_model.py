@@ -58,7 +58,7 @@ class Model:
         self.ready = self.installed = False  # set up; ever set up
         self.enabled = self.bound = False  # as switched; as the keys are
         self.completer = self.parked = None
-        self.log, self.log_end, self.news = None, 0, b""
+        self.log, self.news = None, b""
         self.references = 0  # taken by set-ups less dropped by resets
         self.keys = None  # of the read that is to come: see read()
         self.reads = False  # the last call read a line; what it told the callbacks:

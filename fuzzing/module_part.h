@@ -16,10 +16,10 @@ extern Answer answer;
 // What completions have cost, roughly, in keys.
 extern long module_work;
 
-// Whether Ctrl-C and Ctrl-Z leave the read by a jump; else they go to nobody.
+// Whether Ctrl-C and Ctrl-Z leave the read by a jump; else they are ignored.
 extern bool module_lands;
 
-// Initialises the editor anew, with the module's keys and an empty history.
+// Initialises the editor again, with the module's keys and an empty history.
 void module_start();
 
 // Reads a line and puts it into the history.

@@ -8,7 +8,7 @@
 #include <stdlib.h>
 
 #include "../tests/display/display_check.h"
-#include "editor_holds.h"
+#include "editor_state.h"
 #include "terminal_stub.h"
 
 static std::map<std::string, TerminalType> types; // those seen so far

@@ -94,7 +94,7 @@ tgetent(char *, const char *name)
     return 1;
 }
 
-// The signal of stub_wait comes in the midst of the wait, which it may leave.
+// The signal of stub_wait comes during the wait, which it may leave.
 int
 select(int count, fd_set *reads, fd_set *writes, fd_set *others, struct timeval *limit)
 {

@@ -19,11 +19,11 @@ extern bool stub_reading;
 // Gives the next byte of what the terminal answers, while there is any; may be null.
 extern bool (*stub_answer)(char *byte);
 
-// A signal that comes in the midst of the next wait, or 0.
+// A signal that comes during the next wait, or 0.
 extern int stub_wait;
 
 // The signal comes, for the handler that the editor has installed, if any.
 void stub_signal(int number);
 
-// Settings of a terminal that nobody has changed.
+// A terminal's default settings.
 void stub_reset();

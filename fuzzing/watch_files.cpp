@@ -125,7 +125,7 @@ append(const std::string &path, const std::string &text)
             node = model->put(path, Kind::file, "");
         node->text += text;
     };
-    // A file that comes where a directory is looked for changes the way.
+    // A file that comes where a directory is looked for changes the path.
     struct stat status;
     bool fresh = stat(real(path).c_str(), &status) != 0;
     change(fresh && is_way(path), operation, repeat);

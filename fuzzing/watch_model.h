@@ -20,7 +20,7 @@ struct Node {
 
 // Where a path leads: a name in a directory, and what is there, if anything.
 struct Place {
-    Node *dir = nullptr; // null when the way to it is broken
+    Node *dir = nullptr; // null when the path to it is broken
     std::string name;
     Node *node = nullptr;
 };

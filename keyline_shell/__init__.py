@@ -1,10 +1,10 @@
 """Ready-made parts for an interactive command shell on Keyline; see keyline_shell(3).
 
-    shell.py, session.py     what a shell is made of, and one user's session with it
-    words.py, help.py        the command language: trees of words, help, completion, mistakes
+    shell.py, session.py     modes and commands, and one user's session
+    words.py, help.py        the command language: trees of words, help, completion, errors
     screen.py                what is printed, also while a line is typed
-    ask.py, keys.py          questions, and keys outside of the editor
-    reader.py, log.py        who waits for keys, and how long; text above the line
+    ask.py, keys.py          questions, and reading keys without the editor
+    reader.py, log.py        which thread reads, and timeouts; text above the line
     history.py, users.py     the history between sessions; one user after another
     standard.py              commands that most shells have
     readline.py, cmd.py      programs that were written for other modules

@@ -1,8 +1,8 @@
 """Questions that a command asks.
 
-Ctrl-C ends the command, and so do Ctrl-D and the end of a pipe, as if there were no answer.
-Without a terminal an answer is the next line of the input, and a wrong one ends the input.
-Answers are in no history.
+Ctrl-C ends the command, and so do Ctrl-D and the end of the input.  Without a terminal an
+answer is the next line of the input, and an invalid one ends the session.  Answers are not in
+the history.
 """
 import sys
 from typing import Dict, Iterable, List, Mapping, Optional, Union
@@ -27,20 +27,20 @@ def _read(prompt: str, complete: Optional[Completer] = None) -> str:
             raise
         except UnicodeDecodeError:
             if not screen.terminal():
-                raise Refused("The line is no UTF-8") from None
+                raise Refused("The line is not UTF-8") from None
             screen.give_up("")
             print(NO_HELP)
 
 
 def _again(problem: str) -> None:
-    """For a user; where there is none, a wrong answer is the last."""
+    """Tells the user; without one, an invalid answer is an error."""
     if not screen.terminal():
         raise Refused(problem)
     print("%% %s" % problem)
 
 
 def ask(question: str, default: str = "") -> str:
-    """A line, in which TAB and "?" stand for themselves; nothing stands for the default."""
+    """A line, in which TAB and "?" insert themselves; an empty one is the default."""
     helps = Keyline.keyBindingsEnabled()
     Keyline.keyBindingsEnabledIs(False)
     try:
@@ -64,7 +64,7 @@ def confirm(question: str, default: Optional[bool] = None) -> bool:
 
 def choose(question: str, choices: Union[Iterable[str], Mapping[str, str]],
            default: str = "") -> str:
-    """One of these, also abbreviated, with TAB and "?"; a mapping has their help."""
+    """One of these, also abbreviated, with TAB and "?"; a mapping gives their help."""
     texts: Dict[str, str] = dict(choices) if isinstance(choices, Mapping) else dict.fromkeys(
         choices, "")
     language = Language()
@@ -81,7 +81,7 @@ def choose(question: str, choices: Union[Iterable[str], Mapping[str, str]],
 
 
 def password(question: str = "Password: ", twice: str = "") -> str:
-    """A line that is not shown; with twice, that question is asked until both agree."""
+    """A line that is not echoed; with twice, that question follows until both are equal."""
     while True:
         first = _hidden(question)
         if not twice or _hidden(twice) == first:

@@ -1,9 +1,9 @@
-"""Help on "?", completion on TAB and a history of its own for a program on cmd.Cmd.
+"""Help on "?", completion on TAB and a history for a program that uses cmd.Cmd.
 
-    class Program(keyline_shell.cmd.Cmd):        # in the place of cmd.Cmd, or before it
+    class Program(keyline_shell.cmd.Cmd):        # instead of cmd.Cmd, or before it
 
 Its commands do_NAME(), their help and complete_NAME() are all that is needed.  A Cmd that
-another one starts says whose history it sees, too:
+another one starts names the class whose history it sees, too:
 
     class Inner(keyline_shell.cmd.Cmd):
         history_parent = "Program"
@@ -21,17 +21,17 @@ import Keyline
 
 from . import screen
 
-NO_HELP = "*** No help behind letters outside ASCII"
+NO_HELP = "*** No help after letters outside ASCII"
 DELIMITERS = " \t\n`~!@#$%^&*()-=+[{]}\\|;:'\",<>/?"
 
 
 class Cmd(cmd.Cmd):
     history_mode = ""  # key of the history; the class's name if empty
     history_parent = ""  # whose lines are recalled here, too
-    completion_delimiters = DELIMITERS  # what is between the words that are completed
+    completion_delimiters = DELIMITERS  # between the words that are completed
 
     def cmdloop(self, intro: Optional[str] = None) -> None:
-        if not self.use_rawinput:  # it reads from a stream of its own
+        if not self.use_rawinput:  # it reads from its own stream
             super().cmdloop(intro)
             return
         screen.look()
@@ -50,9 +50,9 @@ class Cmd(cmd.Cmd):
             screen.leave(1)
 
     def _read(self) -> str:
-        """The next line; "EOF" at the end of the input, as the base class has it."""
+        """The next line; "EOF" at the end of the input, as in the base class."""
         mode = self.history_mode or type(self).__name__
-        Keyline.keyBindingsEnabledIs(True)  # the history counts from here
+        Keyline.keyBindingsEnabledIs(True)  # sets the editor up, before the history is used
         while True:
             self.stdout.flush()
             try:
@@ -72,7 +72,7 @@ class Cmd(cmd.Cmd):
 
     def _on_key(self, key: bytes, line: str) -> Optional[str]:
         """Answers TAB and "?" at the prompt."""
-        if not line.isascii():  # it is only the beginning of the line
+        if not line.isascii():  # it is only a prefix of the line
             screen.replace(NO_HELP + "\n")
             return None
         answer, shown = None, ""
@@ -84,7 +84,7 @@ class Cmd(cmd.Cmd):
             else:
                 answer = _completed(word, matches)
                 shown = "" if answer else _rows(screen.columns(matches))
-        except Exception as error:  # of the program; no key ends it
+        except Exception as error:  # of the program, which a key must not end
             shown = "*** %s\n" % screen.visible(str(error))
         if shown:
             shown = screen.printed(self.prompt) + screen.visible(line) + "\n" + shown
@@ -92,7 +92,7 @@ class Cmd(cmd.Cmd):
         return answer
 
     def _matches(self, line: str) -> Tuple[str, List[str]]:
-        """The last word of the line, and what it may become."""
+        """The last word of the line, and its completions."""
         begin = max(line.rfind(letter) for letter in self.completion_delimiters) + 1
         stripped = line.lstrip()
         indent = len(line) - len(stripped)
@@ -104,7 +104,7 @@ class Cmd(cmd.Cmd):
         return line[begin:], sorted(set(found or ()))
 
     def _help(self, line: str, matches: List[str]) -> str:
-        """What is shown for "?": the commands that fit, or the help of the one that is there."""
+        """What is shown for "?": the commands that match, or the help of the one typed."""
         name, rest, _ = self.parseline(line)
         if name and (rest or line[-1].isspace()):
             return self._help_of(name) + _rows(screen.columns(matches))
@@ -116,7 +116,7 @@ class Cmd(cmd.Cmd):
                      for one in names)
 
     def _help_of(self, name: str) -> str:
-        """What the command help says of a command; nothing if that is nothing."""
+        """The output of the command help for a command; empty if it has no help."""
         before, self.stdout = self.stdout, io.StringIO()
         try:
             with redirect_stdout(self.stdout):

@@ -1,4 +1,4 @@
-"""What a shell's program may be started with, and how it ends."""
+"""The command line of a shell's program, and its exit status."""
 import argparse
 import os
 import signal
@@ -17,11 +17,11 @@ def main(shell: "Shell", program: str, description: str) -> int:
     parser = argparse.ArgumentParser(prog=name, description=description)
     parser.add_argument("file", nargs="?", help="commands to run; default: standard input")
     parser.add_argument("--watch", metavar="FILE", help="log file to show at the prompt")
-    parser.add_argument("--history", metavar="FILE", help="where to keep the history")
-    parser.add_argument("--idle", metavar="SECONDS", type=float, help="end without a key")
+    parser.add_argument("--history", metavar="FILE", help="file that keeps the history")
+    parser.add_argument("--idle", metavar="SECONDS", type=float, help="idle timeout")
     sockets = parser.add_mutually_exclusive_group()
-    sockets.add_argument("--serve", metavar="SOCKET", help="let users come, one at a time")
-    sockets.add_argument("--connect", metavar="SOCKET", help="be a user of such a shell")
+    sockets.add_argument("--serve", metavar="SOCKET", help="serve users, one at a time")
+    sockets.add_argument("--connect", metavar="SOCKET", help="connect to a shell that serves")
     options = parser.parse_args()
     try:
         if options.connect:
@@ -47,5 +47,5 @@ def main(shell: "Shell", program: str, description: str) -> int:
     except OSError as error:
         sys.stderr.write("%s: %s\n" % (name, screen.visible(str(error))))
         return 1
-    except KeyboardInterrupt:  # a user who is tired of waiting for another one
+    except KeyboardInterrupt:  # while waiting for another user to leave
         return 128 + signal.SIGINT

@@ -1,9 +1,9 @@
 """The history between two logins: a file that several sessions may use at once.
 
-It begins with HEAD; then each line of the history is one of the file, behind its mode and a
-tab.  A session adds every line when it is entered, under a lock, and only ever appends.  When
-a file has become long, it is replaced by one with the newest lines: whoever held the old one
-sees that, and opens the new one.
+It begins with HEAD; then each row of the file has a mode, a tab and a line of the history.  A
+session appends every line when it is entered, under a lock.  When the file is long, it is
+replaced by one with the newest lines: a session that has opened the old one notices that, and
+opens the new one.
 """
 import fcntl
 import os
@@ -19,7 +19,7 @@ PATIENCE = 2  # seconds
 
 
 class Damaged(Exception):
-    """The file is none that this wrote."""
+    """The file was not written by this module."""
 
 
 class History:
@@ -27,9 +27,9 @@ class History:
         self.path, self.limit = os.path.expanduser(path), limit
 
     def load(self) -> Tuple[List[Tuple[str, str]], str]:
-        """(mode, line) of each line, oldest first; and what is to be said, or nothing.
+        """(mode, line) of each line, oldest first; and a message to the user, or "".
 
-        A damaged file is set aside.
+        A damaged file is renamed.
         """
         with self.locked() as file:
             try:
@@ -47,13 +47,13 @@ class History:
             end = file.seek(0, os.SEEK_END)
             if end:
                 file.seek(-1, os.SEEK_END)
-                if file.read(1) != b"\n":  # half a line of a session that was ended
+                if file.read(1) != b"\n":  # an incomplete line of a session that was killed
                     file.seek(0)
                     end = file.read().rfind(b"\n") + 1
                     file.truncate(end)
             data = (b"" if end else HEAD) + _entry(mode, line)
             if file.write(data) != len(data):
-                raise OSError("%s: no room for the history" % self.path)
+                raise OSError("%s: no space for the history" % self.path)
 
     def entries(self, file: IO[bytes]) -> List[Tuple[str, str]]:
         if file.seek(0, os.SEEK_END) > MOST_BYTES:
@@ -78,17 +78,17 @@ class History:
 
     @contextmanager
     def locked(self) -> Iterator[IO[bytes]]:
-        """The file as it is now, for this session alone; it is made if it is not there."""
+        """The current file, locked; created if it does not exist."""
         while True:
             flags = os.O_RDWR | os.O_CREAT | os.O_APPEND | os.O_CLOEXEC
             fd = os.open(self.path, flags | os.O_NOFOLLOW | os.O_NONBLOCK | os.O_NOCTTY, 0o600)
             with open(fd, "r+b", buffering=0) as file:
                 status = os.fstat(fd)
                 if not stat.S_ISREG(status.st_mode):
-                    raise OSError("%s: this is no plain file" % self.path)
+                    raise OSError("%s: not a regular file" % self.path)
                 _lock(fd, self.path)
                 if not self.is_still(status):
-                    continue  # it was replaced while this waited for it
+                    continue  # it was replaced while this waited for the lock
                 if stat.S_IMODE(status.st_mode) != 0o600:
                     os.fchmod(fd, 0o600)
                 yield file
@@ -109,7 +109,7 @@ class History:
                 return aside
 
     def shorten(self, entries: List[Tuple[str, str]]) -> None:
-        """Only who has the lock gets here."""
+        """Replaces the file. The caller has the lock."""
         new = self.path + ".new"
         with suppress(FileNotFoundError):
             os.unlink(new)
@@ -122,14 +122,14 @@ class History:
 
 
 def _lock(fd: int, path: str) -> None:
-    """Another session has it for a moment only, unless it was stopped just then."""
+    """Waits for the lock: other sessions hold it for a moment only, unless stopped."""
     end = time.monotonic() + PATIENCE
     while True:
         try:
             return fcntl.flock(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
         except BlockingIOError:
             if time.monotonic() > end:
-                raise OSError("%s: another session does not let go of it" % path) from None
+                raise OSError("%s: another session keeps it locked" % path) from None
             time.sleep(0.01)
 
 

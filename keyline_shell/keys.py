@@ -1,7 +1,7 @@
-"""Single keys and lines that are not shown, read between two lines of the editor's.
+"""Single keys and lines without echo, read between two reads of the editor.
 
-The terminal is the shell's own meanwhile: no key sends a signal, and what is typed ahead
-stays for whoever reads next.
+The terminal is in raw mode meanwhile: no key sends a signal, and typeahead is kept for the
+next read.
 """
 import os
 import sys
@@ -18,9 +18,9 @@ GONE = "no terminal any more"
 
 @contextmanager
 def raw(fd: int, prompt: str) -> Iterator[None]:
-    """Gives each key as it is, without showing it.
+    """Raw mode without echo.
 
-    The prompt is written when that is so: nobody who has seen it types something that shows.
+    The prompt is written after the echo is off, so that nothing typed at it is shown.
     """
     try:
         before, settings = termios.tcgetattr(fd), termios.tcgetattr(fd)
@@ -35,12 +35,12 @@ def raw(fd: int, prompt: str) -> Iterator[None]:
         sys.stdout.flush()
         yield
     finally:
-        with suppress(termios.error):  # gone
+        with suppress(termios.error):  # no terminal any more
             termios.tcsetattr(fd, termios.TCSADRAIN, before)
 
 
 def _key(fd: int) -> bytes:
-    """One byte; Ctrl-C and Ctrl-Z raise what they raise at a prompt."""
+    """One byte; Ctrl-C and Ctrl-Z raise the same as at a prompt."""
     with reader.waiting():
         try:
             key = os.read(fd, 1)
@@ -63,7 +63,7 @@ def read(fd: int, prompt: str, wanted: bytes) -> bytes:
 
 
 def read_hidden(fd: int, prompt: str) -> str:
-    """A line that is not shown while it is typed; Ctrl-D in an empty one raises EOFError."""
+    """A line without echo; Ctrl-D in an empty one raises EOFError."""
     typed = b""
     with raw(fd, prompt):
         while True:

@@ -1,4 +1,4 @@
-"""Text above the line being edited: lines of a log file, and what other threads say."""
+"""Text above the line being edited: lines of a log file, and messages of other threads."""
 import _thread
 import os
 import signal
@@ -19,9 +19,9 @@ class Log:
     def __init__(self) -> None:
         self.path = ""  # of the file being watched
         self.folder = ""  # of that file, if it is this object's own
-        self.lock = threading.Lock()  # for threads that speak at once
-        # The module only borrows the callable.  A bound method is made anew at each look,
-        # so it needs a name that lives as long as the log may be shown.
+        self.lock = threading.Lock()  # of say()
+        # The module only borrows the callable.  A bound method is a new object each time, so
+        # this keeps a reference to one as long as the log may be shown.
         self.callable = self.on_news
 
     def show(self, path: str) -> None:
@@ -44,7 +44,7 @@ class Log:
         """Shows text, made visible, in rows of its own; any thread may call it at any time."""
         text = screen.visible(text.rstrip("\n") + "\n")
         if reader.editing and reader.thread == threading.get_ident():
-            # Within a callable the editor is not to be had: when it is over.
+            # Called by a callable of the editor, which is locked until that returns.
             threading.Thread(target=self.say, args=[text], daemon=True).start()
             return
         with self.lock:
@@ -53,18 +53,18 @@ class Log:
                 sys.stdout.write(text if thread is None else "\n" + text)
                 sys.stdout.flush()
             elif self.path and not self.folder:
-                # The editor watches one file.  So prompt and line stay where they are, and are
-                # drawn again below.
+                # The editor watches one file only.  So prompt and line stay, and are drawn again
+                # below the text.
                 sys.stdout.write("\n" + ("" if screen.plain else screen.ERASE) + text)
                 sys.stdout.flush()
                 signal.pthread_kill(thread, signal.SIGCONT)
             else:
                 self.write(text)
-                signal.pthread_kill(thread, signal.SIGWINCH)  # has it look at the file
+                signal.pthread_kill(thread, signal.SIGWINCH)  # makes it check the file
 
     def write(self, text: str) -> None:
         if not self.folder:
-            import tempfile  # which takes its time
+            import tempfile  # which takes long to load
 
             folder = tempfile.mkdtemp(prefix="keyline-")
             path = os.path.join(folder, NEWS)
@@ -78,9 +78,9 @@ class Log:
     def on_news(self, descriptor: int, length: int) -> int:
         """Prints new lines; returns 1 for prompt and line to be drawn again below them.
 
-        Called while the user types.  Ctrl-C and Ctrl-Z that hit it end the process: they are
-        held back, and sent again when it is over.  Only those that come before the first or
-        after the last statement still do.
+        Called while the user types.  Ctrl-C or Ctrl-Z during the call would abort the process,
+        so they are blocked, and sent again afterwards.  They still abort it before the first
+        and after the last statement.
         """
         signal.pthread_sigmask(signal.SIG_BLOCK, KEYS)
         try:
@@ -90,13 +90,13 @@ class Log:
             while signal.sigpending() & KEYS:
                 held.append(signal.sigwait(KEYS))
             signal.pthread_sigmask(signal.SIG_UNBLOCK, KEYS)
-            for number in held:  # it gets to run when this thread gives up the lock
+            for number in held:  # runs when this thread releases the interpreter lock
                 _thread.start_new_thread(os.kill, (os.getpid(), number))
 
     def print_news(self, descriptor: int, length: int) -> int:
-        """Raises nothing, since nobody would catch it."""
+        """Raises nothing: nothing would catch it."""
         text = os.read(descriptor, length).decode(sys.stdout.encoding, "backslashreplace")
-        if not text.endswith("\n"):  # of a line that is very long, or never ended
+        if not text.endswith("\n"):  # part of a very long line, or an unfinished one
             text += "\n"
         with suppress(OSError):  # no terminal any more
             return int(screen.replace(screen.visible(text)))

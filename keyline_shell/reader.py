@@ -1,7 +1,7 @@
-"""Who waits for keys just now, and how others end that: idle for too long, SIGTERM.
+"""Which thread waits for keys, and how others end that: an idle timeout, SIGTERM.
 
-A read of the editor ends early in one way alone: an interrupt on the thread that reads.  It
-is sent again until the reader is out, since one that comes a moment before it waits is lost.
+Only an interrupt on the thread that reads ends a read of the editor early.  It is sent again
+until the read has ended, because one that arrives just before the read is lost.
 """
 import fcntl
 import os
@@ -13,8 +13,8 @@ from contextlib import contextmanager, suppress
 from typing import Callable, Iterable, Iterator, Optional
 
 F_SETOWN_EX, F_SETSIG, F_OWNER_TID = 15, 10, 0  # of fcntl, where Python has no names
-POLL_OUT = 2  # in what comes with SIGIO: not a key, but room for output
-AGAIN = 0.1  # seconds between two knocks
+POLL_OUT = 2  # si_code of SIGIO: output is possible, so no key
+AGAIN = 0.1  # seconds between two interrupts
 
 
 class Reader:
@@ -23,7 +23,7 @@ class Reader:
     def __init__(self) -> None:
         self.thread: Optional[int] = None  # while it waits
         self.since = 0.0
-        self.editing = False  # what it waits in is the editor
+        self.editing = False  # it waits in the editor
         self.over = ""  # why the session is over
         self.begun: Optional[Callable[[], None]] = None  # called when it begins to wait
 
@@ -41,7 +41,7 @@ class Reader:
             self.thread, self.editing = None, False
 
     def end(self, why: str) -> None:
-        """Called on another thread; returns when nobody waits any more."""
+        """Called on another thread; returns when the reader does not wait any more."""
         self.over = why
         while True:
             thread = self.thread
@@ -51,14 +51,14 @@ class Reader:
             time.sleep(AGAIN)
 
 
-reader = Reader()  # there is one user in a process, as there is one editor
+reader = Reader()  # one user per process, as there is one editor
 
 
 class Idle:
     """Ends the reader when no key has come for so many seconds.
 
-    The terminal tells each key with a signal to a thread of its own, which sleeps until then.
-    What is printed at the prompt meanwhile, such as log lines, is no key.
+    The terminal sends SIGIO for each key to a thread of this class, which waits for it.  Output
+    at the prompt meanwhile, such as log lines, does not count.
     """
 
     def __init__(self, fd: int, seconds: float, warning: float,
@@ -87,7 +87,7 @@ class Idle:
         self.thread.join()
 
     def _wake(self) -> None:
-        """The thread is there until it is told that this is done."""
+        """The thread exists until `done` is set."""
         signal.pthread_kill(self.thread.ident or 0, signal.SIGIO)
 
     def _run(self) -> None:
@@ -98,7 +98,7 @@ class Idle:
         self.done.wait()
 
     def _watch(self) -> None:
-        """From one key to the next."""
+        """Waits for the next key; warns the user and ends the reader in time."""
         last, warned = time.monotonic(), False
         while True:
             left = None
@@ -118,7 +118,7 @@ class Idle:
 
 
 class Ends:
-    """Has these signals end the reader at once; their handlers run when it is out."""
+    """Makes these signals end the reader at once; their handlers run after that."""
 
     def __init__(self, numbers: Iterable[int]) -> None:
         self.numbers = set(numbers)
@@ -137,7 +137,7 @@ class Ends:
         os.close(self.telling)
 
     def again(self) -> None:
-        """What ran meanwhile may have taken the signals for itself, as event loops do."""
+        """A command may have set another wake-up descriptor, as event loops do."""
         signal.set_wakeup_fd(self.telling, warn_on_full_buffer=False)
 
     def _run(self) -> None:

@@ -4,15 +4,16 @@
     python3 -m keyline_shell.readline -m MODULE [ARGUMENT...]
 
 The program's input() reads through Keyline while both streams are the terminal, and what it
-imports as readline is this module.  A program of one's own calls install() instead, before
-anything imports readline.
+imports as readline is this module.  Your own program calls install() instead, before anything
+imports readline.
 
-What a program asks for and cannot have is said once, on standard error.
+What is not supported is reported once, on standard error.
 """
 import builtins
 import codecs
 import importlib.util
 import io
+import locale
 import os
 import re
 import runpy
@@ -32,7 +33,7 @@ Hook = Callable[[], object]
 MatchesHook = Callable[[str, Sequence[str], int], object]
 Path = Union[str, bytes, "os.PathLike[str]", "os.PathLike[bytes]"]
 
-backend = "readline"  # whose way to write key bindings is understood
+backend = "readline"  # whose syntax of key bindings is understood
 
 MODE = "readline"  # of the history; it has no parent
 MANY = 100  # so many completions are listed without a question
@@ -43,7 +44,7 @@ _reader: Optional[int] = None  # the thread that reads
 _said: Set[str] = set()
 
 _history: List[str] = []
-_known = 0  # so many of its lines are known to the editor, or -1: it knows others
+_known = 0  # so many of its lines are in the editor's history, or -1: others are
 _length = -1  # of history files
 _auto_history = True
 
@@ -55,17 +56,17 @@ _startup_hook: Optional[Hook] = None
 _pre_input_hook: Optional[Hook] = None
 _matches_hook: Optional[MatchesHook] = None
 
-# While a word is completed: the line, where in it the word is, what was inserted beside it.
+# During a completion: the line, where the word is in it, what insert_text() has added.
 _line: Optional[str] = None
 _begin = _end = 0
 _inserted = ""
 _tabbed: Optional[Tuple[str, int]] = None  # the line that TAB made, and how often in a row
 _prompt = ""
-_looked = False  # whether it is known what the terminal can do
+_looked = False  # whether the terminal's capabilities were checked
 
 
 def _say(what: str) -> None:
-    """Says what cannot be had, once."""
+    """Reports what is not supported, once."""
     if what not in _said:
         _said.add(what)
         sys.stderr.write("keyline_shell.readline: %s\n" % what)
@@ -75,7 +76,7 @@ def _say(what: str) -> None:
 
 
 def _at_terminal() -> bool:
-    """Whether both streams are those that the process began with, at a terminal."""
+    """Whether both streams are the original ones of the process, and a terminal."""
     try:
         return (sys.stdin.fileno(), sys.stdout.fileno()) == (0, 1) and \
             os.isatty(0) and os.isatty(1)
@@ -111,7 +112,7 @@ def input(prompt: object = "", /) -> str:
 
 def _read(prompt: str) -> str:
     global _looked, _prompt, _tabbed
-    Keyline.keyBindingsEnabledIs(True)  # the editor has to be set up before its history is
+    Keyline.keyBindingsEnabledIs(True)  # sets the editor up, before the history is used
     if not _looked:
         screen.look()
         Keyline.historyLimitIs(-1)  # as good as none
@@ -119,7 +120,9 @@ def _read(prompt: str) -> str:
     above, newline, last = prompt.rpartition("\n")
     sys.stdout.write(screen.printed(above) + newline)
     _prompt = screen.prompt(last)
-    utf8 = codecs.lookup(sys.stdin.encoding).name == "utf-8"
+    # Interpreters may take everything for UTF-8; the editor and the terminal go by the locale.
+    utf8 = codecs.lookup(sys.stdin.encoding).name == "utf-8" and \
+        locale.nl_langinfo(locale.CODESET) in ("UTF-8", "ANSI_X3.4-1968")
     recalled = _run_hooks()
     while True:
         _tell_history(recalled)
@@ -133,15 +136,15 @@ def _read(prompt: str) -> str:
         except UnicodeDecodeError as error:
             if not utf8:
                 return error.object.decode(sys.stdin.encoding, sys.stdin.errors or "strict")
-            # TAB or "?" behind letters outside ASCII.
+            # TAB or "?" after letters outside ASCII.
             _give_up("\n")
             sys.stderr.write("no completion here; Up brings back what is left of the line\n")
             recalled = error.object[:error.start].decode()
             continue
         except KeyboardInterrupt as interrupt:
             stop = str(interrupt).startswith("Ctrl-Z")
-        # As the program has arranged, or as processes do: one that is stopped is here again
-        # later, and one that takes no notice reads on.
+        # The program's handler or the default action.  After a stop, or if the signal is
+        # ignored, the read goes on.
         _give_up("^Z\n" if stop else "^C")
         signal.raise_signal(signal.SIGTSTP if stop else signal.SIGINT)
         if not stop:
@@ -149,13 +152,13 @@ def _read(prompt: str) -> str:
 
 
 def _give_up(mark: str) -> None:
-    """Leaves a line that was dropped, wherever in it the cursor is."""
+    """Moves below a line that was dropped, wherever the cursor is in it."""
     sys.stdout.write(("" if screen.plain else screen.ERASE) + mark)
     sys.stdout.flush()
 
 
 def _run_hooks() -> str:
-    """Runs what the program wants to run before a line; returns what that inserts."""
+    """Runs the program's hooks before a line; returns the text that they insert."""
     global _inserted
     _inserted = ""
     for hook in _startup_hook, _pre_input_hook:
@@ -163,7 +166,7 @@ def _run_hooks() -> str:
             with suppress(Exception):  # as the standard module does
                 hook()
     if _inserted:
-        _say("a line cannot begin with text in it: Up brings that")
+        _say("a line cannot start with text: Up recalls it")
     return _inserted
 
 
@@ -171,14 +174,14 @@ def _run_hooks() -> str:
 
 
 def _on_key(key: bytes, line: str) -> Optional[str]:
-    """Answers TAB and "?", which the editor hands over both or neither."""
+    """Handles TAB and "?", which can only be bound together."""
     global _tabbed
     if key == b"?":
         screen.replace("")
         return "?"
-    if not line.isascii():  # it is only the beginning of the line
+    if not line.isascii():  # it is only a prefix of the line
         screen.replace("")
-        _say("there is no completion behind letters outside ASCII")
+        _say("no completion after letters outside ASCII")
         return None
     times = _tabbed[1] + 1 if _tabbed and _tabbed[0] == line else 1
     matches = _matches(line)
@@ -200,14 +203,14 @@ def _on_key(key: bytes, line: str) -> Optional[str]:
 
 
 def _difference(word: str, text: str) -> str:
-    """What the editor is told to put text in the place of word at the end of the line."""
+    """The result that makes the editor replace word by text at the end of the line."""
     if text.startswith(word):
         return text[len(word):]
     return "\b" * len(word) + text
 
 
 def _matches(line: str) -> List[str]:
-    """What the program's completer says of the last word of the line; no word twice."""
+    """The program's completions of the last word of the line, without duplicates."""
     global _line, _begin, _end, _inserted
     _begin = max(line.rfind(letter) for letter in _delims) + 1 if _delims else 0
     _line, _end, _inserted = line, len(line), ""
@@ -230,7 +233,7 @@ def _listed(word: str, matches: List[str]) -> str:
     """The matches as rows, as the program wants them shown."""
     if not _matches_hook:
         return "".join(row + "\n" for row in screen.columns(matches))
-    # It writes below the line, and often prompt and line again, which the editor does anyway.
+    # It prints below the line, and often prompt and line again, which the editor does anyway.
     written = io.StringIO()
     with suppress(Exception), redirect_stdout(written):  # as the standard module does
         _matches_hook(word, matches, max(map(len, matches)))
@@ -241,21 +244,21 @@ def _listed(word: str, matches: List[str]) -> str:
 
 
 def _tell_history(recalled: str) -> None:
-    """Makes the editor's history the program's, and one line more that Up brings first."""
+    """Copies the program's history to the editor, and one more line that Up recalls first."""
     global _known
     if _known < 0:
         Keyline.clearHistory()
         _known = 0
-    elif not Keyline.history(MODE):  # a shell of the program's own may have emptied it
+    elif not Keyline.history(MODE):  # a session of keyline_shell may have cleared it
         _known = 0
     for line in _history[_known:] + [recalled]:
-        # What the editor cannot have, a file may hold.
+        # A history file may contain what the editor cannot store.
         Keyline.addHistory(line.replace("\0", "?").encode(errors="replace").decode(), MODE, "")
     _known = -1 if recalled else len(_history)
 
 
 def _at(position: int) -> int:
-    """Where in the history that is, counted from 0."""
+    """Checks a position in the history, counted from 0."""
     if position < 0:
         raise ValueError("History index cannot be negative")
     if position >= len(_history):
@@ -278,7 +281,7 @@ def get_current_history_length() -> int:
 
 
 def get_history_item(index: int, /) -> Optional[str]:
-    """Counted from 1, other than where lines are removed and replaced."""
+    """Counted from 1, unlike in remove_history_item and replace_history_item."""
     return _history[index - 1] if 0 < index <= len(_history) else None
 
 
@@ -315,7 +318,7 @@ def read_history_file(filename: Optional[Path] = None, /) -> None:
 
 
 def write_history_file(filename: Optional[Path] = None, /) -> None:
-    """The file is there as a whole, or as it was; it is nobody else's to read."""
+    """Replaces the file atomically; a new one is private to its owner."""
     lines = _history[-_length:] if _length > 0 else [] if _length == 0 else _history
     _replace(_history_file(filename), lines)
 
@@ -353,7 +356,7 @@ def _replace(path: str, lines: Sequence[str]) -> None:
                 device.write(data)
             return
     part = "%s.%d" % (path, os.getpid())
-    with suppress(FileNotFoundError):  # of a process of this number that came to nothing
+    with suppress(FileNotFoundError):  # left by a process with the same ID that was killed
         os.unlink(part)
     descriptor = os.open(part, os.O_WRONLY | os.O_CREAT | os.O_EXCL | os.O_CLOEXEC, 0o600)
     try:
@@ -424,7 +427,7 @@ def set_completion_display_matches_hook(function: Optional[MatchesHook] = None, 
 
 
 def insert_text(string: str, /) -> None:
-    """While a word is completed, at the end of the line."""
+    """During a completion, inserts at the end of the line."""
     global _inserted
     _inserted += _text(string)
 
@@ -432,7 +435,7 @@ def insert_text(string: str, /) -> None:
 def redisplay() -> None:
     """After a completion the line is drawn anyway."""
     if _line is None and _reader is not None:
-        _say("the line is drawn anew only when it is completed")
+        _say("the line is redrawn only when it is completed")
 
 
 def set_startup_hook(function: Optional[Hook] = None, /) -> None:
@@ -458,7 +461,7 @@ _EXPECTED = re.compile(r"(?i)\s*(#.*|\$.*|set\s+(bell-style|editing-mode\s+emacs
 
 
 def parse_and_bind(string: str, /) -> None:
-    """Knows what TAB does, and when matches are listed."""
+    """Understands what TAB does, and when matches are listed."""
     global _tab_completes, _list_at_once
     match = _TAB.fullmatch(string.strip())
     if match:
@@ -490,6 +493,7 @@ def main(arguments: Sequence[str]) -> None:
         sys.exit("usage: python3 -m keyline_shell.readline PROGRAM [ARGUMENT...]\n"
                  "       python3 -m keyline_shell.readline -m MODULE [ARGUMENT...]")
     install()
+    os.environ.setdefault("PYTHON_BASIC_REPL", "1")  # pdb has an editor of its own from 3.15 on
     if arguments[0] == "-m":
         name, sys.argv[:] = arguments[1], arguments[1:]
         if not _is_there(name):
@@ -499,7 +503,7 @@ def main(arguments: Sequence[str]) -> None:
         path, sys.argv[:] = arguments[0], arguments
         if not os.path.exists(path):
             sys.exit("keyline_shell.readline: no such file: " + path)
-        if os.path.isfile(path):  # a folder or an archive comes in by itself
+        if os.path.isfile(path):  # runpy adds a directory or an archive itself
             sys.path[0] = os.path.dirname(os.path.realpath(path))
         runpy.run_path(path, run_name="__main__")
 
@@ -507,12 +511,12 @@ def main(arguments: Sequence[str]) -> None:
 def _is_there(name: str) -> bool:
     try:
         return importlib.util.find_spec(name) is not None
-    except ImportError:  # what the name says it is a part of is not there
+    except ImportError:  # its package does not exist
         return False
 
 
 def _forked() -> None:
-    """Nobody reads in a forked process."""
+    """The child of a fork does not read."""
     global _reading, _reader
     _reading, _reader = threading.Lock(), None
 
@@ -520,6 +524,6 @@ def _forked() -> None:
 os.register_at_fork(after_in_child=_forked)
 
 if __name__ == "__main__":
-    from keyline_shell import readline  # what is run here is another module
+    from keyline_shell import readline  # the module __main__ is another one
 
     readline.main(sys.argv[1:])

@@ -1,10 +1,9 @@
-"""What is printed at the terminal, also while a line is being edited.
+"""Output to the terminal, also while a line is being edited.
 
-The editor draws prompt and line where the cursor is: whoever prints meanwhile must first
-leave their rows.  Before it calls the shell, for a key or for log lines, it has the terminal
-save the place where they begin.  So it is enough to go back there and to clear all below,
-however many rows there are.  On a terminal whose description does not say how to save a
-place, what is printed begins on a new row.
+The editor draws prompt and line at the cursor: to print meanwhile, their rows must be cleared.
+Before the editor calls the shell, for a key or for log lines, it saves the cursor position at
+their start.  So it is enough to restore that position and to clear everything below, however
+many rows there are.  On a terminal that cannot save the cursor, output begins on a new row.
 """
 import os
 import re
@@ -21,21 +20,21 @@ import Keyline
 from . import keys
 
 RETURN, ERASE, ERASE_ROW = "\x1b8", "\x1b[J", "\r\x1b[K"
-INVISIBLE, VISIBLE = "\x01", "\x02"  # what is between them takes no column of the prompt
-# Asks the terminal for marks around what is pasted, between which no key gives help.
+INVISIBLE, VISIBLE = "\x01", "\x02"  # around parts of the prompt with zero width
+# Bracketed paste: between its marks no key gives help.
 MARKS, NO_MARKS = "\x1b[?2004h", "\x1b[?2004l"
-LOOK = "\x1b\\[[0-9;:]*m"  # the sequence that changes it
+LOOK = "\x1b\\[[0-9;:]*m"  # SGR: a colour or attribute
 LOOKS = {"bold": 1, "dim": 2, "underline": 4, "reverse": 7, "red": 31, "green": 32,
          "yellow": 33, "blue": 34, "magenta": 35, "cyan": 36, "white": 37}
 MORE = "--More--"
-plain = True  # the terminal cannot save a place, as far as is known
-widths: Dict[int, int] = {}  # set for a window of so many columns
+plain = True  # the terminal cannot save the cursor, or that is not known yet
+widths: Dict[int, int] = {}  # columns of the window: the width set by hand
 Item = TypeVar("Item")
 
 
 def look() -> None:
-    """Finds out what the terminal of the user who comes now can do."""
-    import subprocess  # nothing of this is for shells without a terminal
+    """Checks the capabilities of the terminal of a new user."""
+    import subprocess  # not needed without a terminal
 
     global plain
     plain = True
@@ -46,14 +45,14 @@ def look() -> None:
 
 
 def terminal() -> bool:
-    """Whether a user sits there: both streams are a terminal."""
+    """Whether there is a user: both streams are a terminal."""
     with suppress(OSError, ValueError):  # closed
         return sys.stdin.isatty() and sys.stdout.isatty()
     return False
 
 
 def window() -> Tuple[int, int]:
-    """Columns and rows of the terminal as it is now; zeros where nobody knows."""
+    """The terminal's current columns and rows; zeros if unknown."""
     with suppress(OSError, ValueError):
         size = os.get_terminal_size(sys.stdout.fileno())
         return size.columns, size.lines
@@ -61,7 +60,7 @@ def window() -> Tuple[int, int]:
 
 
 def width_is(columns: int) -> None:
-    """Where lines wrap, until the window changes; for a terminal that does not tell it."""
+    """Sets the width until the window changes; for a terminal that does not report it."""
     widths.clear()
     widths[window()[0]] = columns
     Keyline.TerminalWidthIs(columns)
@@ -73,14 +72,14 @@ def line_width() -> int:
 
 
 def leave(fd: int) -> None:
-    """The terminal is another program's again, if it is still there."""
+    """Switches bracketed paste off for the next program, if the terminal still exists."""
     if os.isatty(fd) and os.environ.get("TERM", "dumb") != "dumb":
         with suppress(OSError):
             os.write(fd, NO_MARKS.encode())
 
 
 def replace(text: str) -> bool:
-    """Prints text, of whole rows or none, in the place of prompt and line.
+    """Prints text, of complete rows or none, over prompt and line.
 
     Returns whether the editor is to draw these again below: not without a terminal.
     """
@@ -93,12 +92,12 @@ def replace(text: str) -> bool:
 
 
 def give_up(shown: str) -> None:
-    """Goes on below a line that was interrupted, wherever in it the cursor is."""
+    """Moves below a line that was interrupted, wherever the cursor is in it."""
     print(shown if plain else ERASE + shown)
 
 
 def mark(interrupt: KeyboardInterrupt) -> None:
-    """Shows the key that ended a question; the row's end is for whom the command returns to."""
+    """Shows the key that ended a question; the caller of the command ends the row."""
     if terminal():
         shown = {"Ctrl-C": "^C", "Ctrl-Z": "^Z"}.get(str(interrupt)[:6], "")
         sys.stdout.write(shown if plain else ERASE + shown)
@@ -109,12 +108,11 @@ def mark(interrupt: KeyboardInterrupt) -> None:
 
 
 def visible(text: str) -> str:
-    """Text that the shell did not write itself, fit for a terminal.
+    """Text that the shell did not write itself, escaped for a terminal.
 
-    What no terminal shows as a character of its own, by its category in Unicode, is shown as
-    ^A or \\U+202E: controls but for tabs and ends of lines, formats such as those that turn
-    the direction of writing, what has no meaning (yet, or for all), ends of lines of other
-    kinds.
+    Characters that a terminal does not show are escaped as ^A or \\U+202E, by their Unicode
+    category: control characters except tabs and newlines, format characters such as those of
+    the text direction, private and unassigned ones, and other line separators.
     """
     return "".join(map(_visible, text))
 
@@ -134,7 +132,7 @@ def _width(letter: str) -> int:
 
 
 def place(text: str, columns: int) -> Tuple[int, int]:
-    """The row and the column behind text that begins in the first column of the first row."""
+    """The row and the column after text that begins in the first column of row 0."""
     row = column = 0
     for letter in visible(text):
         if letter == "\n":
@@ -148,12 +146,12 @@ def place(text: str, columns: int) -> Tuple[int, int]:
 
 
 def width(text: str) -> int:
-    """The columns that text takes at the start of a row that is wide enough."""
+    """The columns of text at the start of a row that is wide enough."""
     return place(text, sys.maxsize)[1]
 
 
 def fold(text: str, columns: int, indent: int = 2) -> str:
-    """Text as rows that end between words, the first of them as it is, others indented."""
+    """Text wrapped between words, with all rows but the first indented."""
     return textwrap.fill(text, columns, subsequent_indent=" " * min(indent, columns // 2),
                          break_on_hyphens=False) + "\n"
 
@@ -163,14 +161,14 @@ def _coloured() -> bool:
 
 
 def colour(text: str, *looks: str) -> str:
-    """Text in a colour, bold, ..., see LOOKS; as it is where nobody sees or wants that."""
+    """Text in a colour, bold, ..., see LOOKS; unchanged without colours or a terminal."""
     codes = ";".join(str(LOOKS[name]) for name in looks)
     return "\x1b[%sm%s\x1b[0m" % (codes, text) if terminal() and _coloured() else text
 
 
 def prompt(text: str) -> str:
-    """A prompt for the editor: what changes its look is marked as taking no column."""
-    if not _coloured():  # it may have been made on another terminal
+    """A prompt for the editor: colours and attributes are marked as invisible."""
+    if not _coloured():  # it may have been made for another terminal
         text = re.sub(INVISIBLE + LOOK + VISIBLE + "|" + LOOK, "", text)
     text = re.sub("(%s[^%s]*%s)|(%s)" % (INVISIBLE, VISIBLE, VISIBLE, LOOK),
                   lambda match: match[1] or INVISIBLE + match[2] + VISIBLE, text)
@@ -178,14 +176,14 @@ def prompt(text: str) -> str:
 
 
 def printed(text: str) -> str:
-    """A prompt as it is to be printed, without the marks for the editor."""
+    """A prompt to print, without the marks for the editor."""
     if not _coloured():
         text = re.sub(LOOK, "", text)
     return text.replace(INVISIBLE, "").replace(VISIBLE, "")
 
 
 def bare(text: str) -> str:
-    """The last row of a prompt, without what takes no column."""
+    """The last row of a prompt, without its invisible parts."""
     text = re.sub("%s[^%s]*%s|%s" % (INVISIBLE, VISIBLE, VISIBLE, LOOK), "", text)
     return text.rpartition("\n")[2]
 
@@ -203,7 +201,7 @@ def _cell(value: object) -> str:
 
 
 def columns(names: Iterable[str], total: int = 0) -> List[str]:
-    """Names side by side, in as many columns as fit the window, read downwards."""
+    """Names in as many columns as fit the window, filled downwards."""
     words = [_cell(name) for name in names]
     widest = max(map(width, words), default=0) + 2
     count = max(1, ((total or line_width()) + 1) // widest)
@@ -213,7 +211,7 @@ def columns(names: Iterable[str], total: int = 0) -> List[str]:
 
 
 def table(rows: Iterable[Sequence[object]], heads: Sequence[str] = ()) -> List[str]:
-    """Rows of cells below each other, numbers to the right, under heads if there are any."""
+    """Rows of cells in aligned columns, numbers to the right, with heads if given."""
     cells = [list(row) for row in rows]
     shown = [[_cell(cell) for cell in row] for row in ([heads] if heads else []) + cells]
     count = max(map(len, shown), default=0)
@@ -224,14 +222,14 @@ def table(rows: Iterable[Sequence[object]], heads: Sequence[str] = ()) -> List[s
                       for at, cell in enumerate(row)).rstrip() for row in shown]
 
 
-# --- What is longer than the window ------------------------------------------------------
+# --- Paging and progress -----------------------------------------------------------------
 
 
 def page(text: Union[str, Iterable[str]]) -> bool:
-    """Prints rows, a windowful at a time; returns False if the user has seen enough.
+    """Prints rows, a windowful at a time; returns False if the user has quit.
 
-    At --More-- a space shows the next windowful, Enter the next row, and q is enough, as is
-    Ctrl-C for the whole command.  Without a terminal there is nothing to wait for.
+    At --More-- a space shows the next windowful and Enter the next row; q quits, and Ctrl-C
+    ends the whole command.  Without a terminal it does not wait.
     """
     lines = text.splitlines() if isinstance(text, str) else text
     if not terminal():
@@ -265,7 +263,7 @@ def _rows(line: str) -> int:
 
 def progress(items: Iterable[Item], label: str, total: Optional[int] = None,
              clock: Callable[[], float] = time.monotonic) -> Iterator[Item]:
-    """The items, with a line that tells how far the loop over them is; it goes with the last.
+    """The items, with a line that shows the progress of the loop, and is cleared at its end.
 
     It is written at most ten times a second, and not without a terminal.  Ctrl-C ends the
     command, as everywhere, and the line stays.

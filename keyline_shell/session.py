@@ -1,4 +1,4 @@
-"""One session: reads lines, helps with them, runs them."""
+"""One session: reads lines, gives help and runs commands."""
 import os
 import signal
 import sys
@@ -16,7 +16,7 @@ from .shell import Mode, Shell
 from .words import Mistake, Refused
 
 Handler = Callable[[int, Optional[FrameType]], None]
-IDLE = 124  # the exit status, as of other programs that end something after a time
+IDLE = 124  # the exit status, as of timeout(1)
 
 
 class Session:
@@ -24,7 +24,7 @@ class Session:
         self.shell = shell
         self.open = False  # a command runs, which Ctrl-C ends
         self.ends: Optional[Ends] = None
-        self.file: Optional[History] = None  # that keeps the history
+        self.file: Optional[History] = None  # of the history
         self.last = ""  # line of the history
 
     def run(self, file: Optional[TextIO]) -> int:
@@ -50,14 +50,14 @@ class Session:
         finally:
             sys.stdin, shell.current = before, None
         ended = getattr(signal, reader.over, None)
-        if ended:  # now the signal does what it does by itself
+        if ended:  # the default action
             os.kill(os.getpid(), ended)
         return shell.status
 
     @contextmanager
     def editor(self) -> Iterator[None]:
         """The editor on the streams of this session."""
-        Keyline.keyBindingsEnabledIs(True)  # sets up what the reset gives up
+        Keyline.keyBindingsEnabledIs(True)  # sets the editor up
         Keyline.historyLimitIs(self.shell.limit)
         try:
             yield
@@ -65,7 +65,7 @@ class Session:
             Keyline.resetInput()
 
     def show_log(self) -> None:
-        """A log that is gone, or not there yet, is no reason to stay away."""
+        """A missing log file does not end the session."""
         try:
             self.shell.log.show(self.shell.log_file)
         except OSError as error:
@@ -75,7 +75,7 @@ class Session:
 
     @contextmanager
     def user(self) -> Iterator[None]:
-        """All that a terminal needs, from the banner to the good-bye."""
+        """The session of a user at a terminal, from the banner to the good-bye."""
         with ExitStack() as stack:
             stack.callback(screen.leave, sys.stdout.fileno())
             self.signals(stack)
@@ -93,16 +93,16 @@ class Session:
                 self.shell.status = IDLE
 
     def signals(self, stack: ExitStack) -> None:
-        """While a line is read, the module takes the keys; at other times they come here."""
+        """Installs the handlers for Ctrl-C and Ctrl-Z outside of a read, and for the end."""
         handlers: Dict[signal.Signals, Union[Handler, signal.Handlers]] = {
-            # Programs that a command starts get Ctrl-C, and are not stopped by Ctrl-Z either:
-            # nobody would continue them.
+            # Programs that a command starts get Ctrl-C, and inherit that Ctrl-Z is ignored:
+            # there is no job control to continue them.
             signal.SIGINT: self.on_key, signal.SIGTSTP: signal.SIG_IGN}
         ends = [number for number in (signal.SIGTERM, signal.SIGQUIT)
                 if signal.getsignal(number) == signal.SIG_DFL]
         handlers.update(dict.fromkeys(ends, self.on_end))
         if signal.getsignal(signal.SIGHUP) == signal.SIG_DFL:
-            # A lost terminal shows as the end of input, so that the session ends in order.
+            # A hangup shows as the end of the input, so that the session ends in order.
             handlers[signal.SIGHUP] = self.on_key
         for number, handler in handlers.items():
             before = signal.signal(number, handler)
@@ -111,7 +111,7 @@ class Session:
         stack.callback(self.ends.stop)
 
     def on_key(self, number: int, frame: Optional[FrameType]) -> None:
-        """Ends the command, once; between commands a key does nothing."""
+        """Ends the command, once; between commands it does nothing."""
         if self.open:
             self.open = False
             raise KeyboardInterrupt
@@ -121,7 +121,7 @@ class Session:
         self.on_key(number, frame)
 
     def warning(self) -> float:
-        """How long before the end: not while a user has hardly begun to be idle."""
+        """How long before the timeout the user is warned: at most half of it."""
         return min(self.shell.warning, self.shell.idle / 2)
 
     def warn(self) -> None:
@@ -140,31 +140,31 @@ class Session:
         except OSError:
             if screen.terminal():
                 raise
-            drop_output()  # with the terminal
+            drop_output()  # no terminal any more
             self.shell.leave()
 
     def read(self, mode: Mode, prompt: str) -> Optional[str]:
-        """A line; None when the user has said otherwise that it is not to be run."""
+        """A line; None when there is none to run."""
         if self.ends:
             self.ends.again()
         try:
             with reader.waiting(editing=True):
                 return self.line(mode, prompt)
         except EOFError:
-            if not sys.stdin.isatty():  # a terminal that is gone
+            if not sys.stdin.isatty():  # no terminal any more
                 self.shell.leave()
                 return None
             print()
             self.shell.up()
         except UnicodeDecodeError as error:
-            # A locale of other characters, or help behind such, where the line was cut
-            # within one: the callback was not called.
+            # The locale is not UTF-8; or help was typed after letters outside ASCII, where the
+            # line passed to the callback is cut inside a character, and it was not called.
             screen.give_up("")
             print(NO_HELP)
             if error.start:
                 Keyline.addHistory(error.object[:error.start].decode(), mode.name, parent(mode))
         except KeyboardInterrupt as interrupt:
-            # Both keys end the read in the same way; the text tells which it was.
+            # Both keys raise the same exception; its text says which it was.
             stop = str(interrupt).startswith("Ctrl-Z")
             screen.give_up("" if reader.over else "^Z" if stop else "^C")
             if stop:
@@ -202,7 +202,7 @@ class Session:
     # --- The history ---------------------------------------------------------------------
 
     def recall(self) -> None:
-        """What was entered in other sessions."""
+        """Loads the history of other sessions."""
         file = History(self.shell.history, self.shell.history_size)
         try:
             entries, problem = file.load()
@@ -229,14 +229,14 @@ class Session:
                 self.complain(error)
 
     def complain(self, error: OSError) -> None:
-        """Said once: there are more important things than the history."""
+        """Says it once, and goes on without the history file."""
         self.file = None
-        print("% The history is not kept: " + screen.visible(str(error)))
+        print("% The history is not saved: " + screen.visible(str(error)))
 
     # --- Without a terminal ----------------------------------------------------------------
 
     def commands(self) -> int:
-        """Runs commands until a mistake; returns the exit status."""
+        """Runs commands until an error; returns the exit status."""
         count = 0
         while self.shell.current:
             mode, line = self.shell.current, ""
@@ -250,7 +250,7 @@ class Session:
                 self.execute(mode, line)
                 sys.stdout.flush()
             except UnicodeDecodeError:
-                return wrong("line %d: %% The line is no UTF-8\n" % count)
+                return wrong("line %d: %% The line is not UTF-8\n" % count)
             except EOFError:
                 return wrong("line %d: %s\n%% There is no answer\n" % (
                     count, screen.visible(line)))
@@ -271,7 +271,7 @@ def parent(mode: Mode) -> str:
 
 
 def drop_output() -> None:
-    """What is still to be written goes nowhere, and fails no more."""
+    """Redirects standard output to /dev/null, so that flushing it does not fail."""
     null = os.open(os.devnull, os.O_WRONLY)
     os.dup2(null, sys.stdout.fileno())
     os.close(null)

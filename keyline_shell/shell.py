@@ -1,4 +1,4 @@
-"""The shell as its author makes it: modes, commands, and what it is to do for a user."""
+"""The shell as its author defines it: modes, commands, and settings."""
 from typing import Any, Callable, Dict, List, Optional, TextIO, Tuple, TypeVar, Union
 
 from .log import Log
@@ -10,16 +10,16 @@ Prompt = Union[str, Callable[[], str]]
 
 
 class Mode:
-    """Where some commands are known.  Its lines are recalled here and in the modes below."""
+    """Commands that are known in this mode.  Its lines are recalled in the modes below, too."""
 
     def __init__(self, shell: "Shell", name: str, prompt: Prompt,
                  parent: Optional["Mode"]) -> None:
         if not name.isprintable() or not name or name in shell.modes:
-            raise ValueError("%r is no name for another mode" % name)
+            raise ValueError("invalid or duplicate mode name %r" % name)
         self.shell, self.name, self.text, self.parent = shell, name, prompt, parent
         self.tree: Tree = {}
-        self.values: Tuple[Any, ...] = ()  # that the command which entered it was given
-        self.words: List[str] = []  # and all words of that command, in full
+        self.values: Tuple[Any, ...] = ()  # arguments of the command that entered it
+        self.words: List[str] = []  # all words of that command, in full
         shell.modes[name] = self
 
     def command(self, pattern: str, help: Optional[str] = None,
@@ -32,7 +32,7 @@ class Mode:
         return make
 
     def add(self, tree: Tree) -> None:
-        """More commands, as data."""
+        """Adds commands, as a tree."""
         self.tree = combine(self.tree, tree)
 
     def mode(self, name: str, prompt: Prompt, enter: str = "", help: str = "") -> "Mode":
@@ -47,7 +47,7 @@ class Mode:
         return self.text if isinstance(self.text, str) else self.text()
 
     def commands(self) -> Tree:
-        """All that are known here."""
+        """All commands of this mode."""
         shell, top = self.shell, self.shell.top
         tree: Tree = {"exit": Word("Leave this mode; in %s mode, the shell" % top.name,
                                    shell.up)}
@@ -59,10 +59,10 @@ class Mode:
 class Shell:
     """All modes, and one session after another.
 
-    banner: said at the beginning, to a user.  history: a file that keeps the lines of users
-    between two sessions.  log: a file whose new lines can be shown above the line that is
-    typed.  idle: after so many seconds without a key the session ends, and warning seconds
-    before that the user is told.
+    banner: printed at the start, to a user.  history: a file that keeps the history between
+    sessions.  log: a file whose new lines can be shown above the line being typed.  idle: the
+    session ends after so many seconds without a key; warning: so many seconds before that the
+    user is warned.
     """
 
     def __init__(self, *, banner: str = "", history: str = "", history_size: int = 1024,
@@ -85,7 +85,7 @@ class Shell:
 
     def mode(self, name: str, prompt: Prompt, parent: Optional[Mode] = None, enter: str = "",
              help: str = "") -> Mode:
-        """The first one is where sessions begin."""
+        """Adds a mode.  Sessions begin in the first one."""
         if enter and parent is None:
             parent = self.top
         made = Mode(self, name, prompt, parent)
@@ -113,11 +113,11 @@ class Shell:
         self.tree = combine(self.tree, tree)
 
     def standard(self) -> None:
-        """Adds what most shells have: show history, settings of the terminal, the log."""
+        """Adds commands that most shells have: history, terminal settings, the log."""
         self.add(standard(self))
 
     def up(self) -> None:
-        """Leaves the mode; the top one is the end of the session."""
+        """Leaves the mode; leaving the top one ends the session."""
         if self.current:
             self.current = self.current.parent
 
@@ -137,13 +137,13 @@ class Shell:
         from .session import Session
 
         if not self.modes:
-            raise ValueError("a shell has at least one mode")
+            raise ValueError("a shell needs a mode")
         return Session(self).run(file)
 
     def main(self, program: str, description: str = "") -> int:
-        """Runs as the command line of the program says; --help tells what that can be.
+        """Runs as the command line of the program says; see --help.
 
-        Returns the exit status.  What goes wrong with files is told, not raised.
+        Returns the exit status.  Errors with files are printed, not raised.
         """
         from .command_line import main
 

@@ -1,9 +1,9 @@
-"""Users who come to a shell that is already there, one after another.
+"""A shell that serves users on a socket, one after another.
 
-The server makes a terminal for each user and hands the user's end of it to the companion
-program, which passes on keys, output and the size of the window between it and the terminal
-that the user sits at.  Who may come is said by the rights of the socket: its owner alone,
-who is whoever serves, and root.  A shell for others would ask them who they are.
+The server creates a pseudo-terminal for each user and passes its master to the client, which
+copies keys, output and the window size between it and the user's terminal.  The permissions of
+the socket say who may connect: its owner, who is the user that serves, and root.  A shell for
+others would have to authenticate them.
 """
 import fcntl
 import os
@@ -26,18 +26,18 @@ from . import screen
 def serve(path: str, session: Callable[[], int], how: str = "") -> int:
     """Runs a session, such as Shell.run, for each user who connects to the socket.
 
-    That is so until it is interrupted.  how is told: the command that connects a user.
+    Returns when it is interrupted.  how is printed: the command that connects a user.
     """
     with socket.socket(socket.AF_UNIX) as listener:
-        mask = os.umask(0o177)  # from its first moment on
+        mask = os.umask(0o177)  # no moment with other permissions
         try:
             with naming(path):
                 listener.bind(path)
         finally:
             os.umask(mask)
         listener.listen()
-        # Keys and window of a terminal send signals to the processes that it belongs to: to
-        # a process that leads a session of its own, and can take terminal after terminal.
+        # Signals of a terminal go to the session that it controls.  So the users are served by
+        # a session leader, which can acquire one controlling terminal after another.
         alive, ended = os.pipe()
         child = os.fork()
         if child == 0:
@@ -57,18 +57,18 @@ def serve(path: str, session: Callable[[], int], how: str = "") -> int:
 
 
 def serve_users(listener: socket.socket, alive: int, session: Callable[[], int]) -> None:
-    """Serves one user after another, until the process at the other end of alive is gone."""
+    """Serves one user after another, until the process at the other end of alive exits."""
     os.setsid()
-    signal.signal(signal.SIGHUP, signal.SIG_IGN)  # of a user who hangs up, or is done
-    signal.signal(signal.SIGQUIT, signal.SIG_IGN)  # and of one who types Ctrl-\\
+    signal.signal(signal.SIGHUP, signal.SIG_IGN)  # when a user hangs up or leaves
+    signal.signal(signal.SIGQUIT, signal.SIG_IGN)  # when a user types Ctrl-\\
     while alive not in select.select([listener, alive], [], [])[0]:
         link, _ = listener.accept()
         with link:
             try:
                 serve_user(link, session)
-            except (OSError, Stranger):  # a user who is gone already, or is none
+            except (OSError, Stranger):  # no client, or it has disconnected
                 pass
-            except Exception:  # is this user's alone
+            except Exception:  # ends this user's session only
                 sys.stderr.write(screen.visible(traceback.format_exc()))
 
 
@@ -89,13 +89,13 @@ def serve_user(link: socket.socket, session: Callable[[], int]) -> None:
 
 
 class Stranger(Exception):
-    """Somebody who does not say what the companion program says, or not at once."""
+    """A connection that does not send what the client sends, or too late."""
 
 
 def greeting(link: socket.socket) -> Tuple[int, int, str]:
-    """The size and the type of the terminal that the user sits at.
+    """The size and the type of the user's terminal.
 
-    Others wait meanwhile: it must be there within a second.
+    It must arrive within a second, since others wait meanwhile.
     """
     said, end = b"", time.monotonic() + 1
     while not said.endswith(b"\n") and len(said) < 256:
@@ -109,13 +109,13 @@ def greeting(link: socket.socket) -> Tuple[int, int, str]:
     if not match:
         raise Stranger
     rows, columns, kind = match.groups()
-    # The type is the name of a file for the terminal library, and may be shown.
+    # The terminal library opens a file of that name, and a shell may print it.
     known = re.fullmatch(rb"[A-Za-z0-9][A-Za-z0-9+._-]*", kind)
     return int(rows), int(columns), kind.decode() if known else "dumb"
 
 
 def connect(path: str) -> int:
-    """Sits the user of this terminal at the shell behind the socket."""
+    """Connects the user of this terminal to the shell that serves on the socket."""
     with socket.socket(socket.AF_UNIX) as link:
         with naming(path):
             link.connect(path)
@@ -123,14 +123,14 @@ def connect(path: str) -> int:
         hello = "%d %d %s\n" % (size.lines, size.columns, os.environ.get("TERM", "dumb"))
         link.sendall(hello.encode())
         said = False
-        # Again and again: the interpreter would not see a Ctrl-C right before an endless wait.
+        # With a timeout: a Ctrl-C just before a wait without one would not be noticed.
         while not select.select([link], [], [], 0.5)[0]:
             if not said:
                 print("waiting for the user before you to leave", flush=True)
             said = True
         _, received, _, _ = socket.recv_fds(link, 1, 1)
         if not received:
-            raise ConnectionError("nobody serves any more")
+            raise ConnectionError("the server has ended")
         master = received[0]
 
     def pass_size_on(*_: object) -> None:
@@ -141,16 +141,16 @@ def connect(path: str) -> int:
     pass_size_on()
     before = termios.tcgetattr(0)
     tty.setraw(0, termios.TCSADRAIN)
-    with suppress(OSError):  # which is how the terminal over there ends
+    with suppress(OSError):  # EIO: the other side has closed the terminal
         relay({0: master, master: 1})
-    screen.leave(1)  # for a shell that was ended
+    screen.leave(1)  # if the shell was killed
     termios.tcsetattr(0, termios.TCSADRAIN, before)
     return 0
 
 
 @contextmanager
 def naming(path: str) -> Iterator[None]:
-    """Errors with a socket do not say by themselves which one it is."""
+    """Adds the path to errors, since those of sockets have none."""
     try:
         yield
     except OSError as error:
@@ -158,15 +158,15 @@ def naming(path: str) -> Iterator[None]:
         raise
 
 
-def relay(ways: Dict[int, int]) -> None:
-    """Passes on what comes in at each descriptor to the other one that is named for it."""
+def relay(targets: Dict[int, int]) -> None:
+    """Copies the input of each descriptor to its target, until one has ended."""
     while True:
-        for source in select.select(list(ways), [], [])[0]:
+        for source in select.select(list(targets), [], [])[0]:
             data = os.read(source, 4096)
             if not data:
                 return
             while data:
-                data = data[os.write(ways[source], data):]
+                data = data[os.write(targets[source], data):]
 
 
 def set_size(terminal: int, rows: int, columns: int) -> None:

@@ -1,8 +1,8 @@
 """The command language: abbreviations, help and completion over a tree of words.
 
-A keyword is in small letters and may be abbreviated.  <1-8> stands for a number and a name
-in capitals for something else that the user chooses; the kinds say what fits it.  Nothing
-here knows of a terminal.
+A keyword is in lower case and may be abbreviated.  <1-8> stands for a number, and a name in
+capitals for another value that the user types; its kind says what matches.  Nothing here
+uses a terminal.
 """
 import inspect
 import re
@@ -11,7 +11,7 @@ from os.path import commonprefix
 from typing import (Any, Callable, Dict, Iterable, List, Mapping, NamedTuple, Optional, Tuple,
                     Union)
 
-Handler = Callable[..., object]  # gets what the user chose, in order: numbers as int
+Handler = Callable[..., object]  # gets the values that were typed, in order: numbers as int
 Tree = Dict[str, "Word"]
 Values = Callable[[], Union[Iterable[str], Mapping[str, str]]]
 MOST_PATHS = 4096  # of one pattern
@@ -25,11 +25,11 @@ class Word:
 
 
 class Refused(Exception):
-    """What a command raises to say why it does nothing."""
+    """Raised by a command that refuses to run; its text is shown."""
 
 
 class Mistake(Exception):
-    """A command that cannot be understood, and where in the line that starts."""
+    """A syntax error, and where in the line it is."""
 
     def __init__(self, start: int, message: str) -> None:
         super().__init__(message)
@@ -37,11 +37,11 @@ class Mistake(Exception):
 
 
 class Kind:
-    """What may stand for a name in capitals.
+    """What may be typed for a name in capitals.
 
-    fits: a regular expression, or a function of the word that returns its value and raises
-    ValueError when it is none.  values: what there is just now, perhaps with help; without
-    fits nothing else is taken.
+    fits: a regular expression, or a function of the word that returns its value, or raises
+    ValueError.  values: a function that returns the current values, perhaps with their help;
+    without fits no others are accepted.
     """
 
     def __init__(self, fits: Union[str, Callable[[str], object], None] = None, help: str = "",
@@ -59,7 +59,7 @@ class Kind:
         return typed
 
     def known(self) -> Dict[str, str]:
-        """What there is that can be typed, with its help."""
+        """The current values that can be typed, with their help."""
         found = self.values() if self.values else ()
         pairs = found.items() if isinstance(found, Mapping) else ((name, "") for name in found)
         return {name: text for name, text in pairs if re.fullmatch(r"\S+", name)
@@ -94,7 +94,7 @@ def listed(tree: Tree) -> str:
 
 
 def combine(one: Tree, other: Tree) -> Tree:
-    """A tree with the words of both; where they differ, the other one says what is so."""
+    """A tree with the words of both; where they differ, the other one wins."""
     both = dict(one)
     for name, word in other.items():
         if name in one:
@@ -105,13 +105,13 @@ def combine(one: Tree, other: Tree) -> Tree:
 
 
 class Language:
-    """The kinds that there are, and what a line means with them."""
+    """The kinds, and the parser of lines."""
 
     def __init__(self) -> None:
         self.kinds: Dict[str, Kind] = dict(KINDS)
 
     def value(self, name: str, typed: str) -> object:
-        """What typed means where that kind or number is due; ValueError if nothing."""
+        """The value of a typed word for that kind or number range, or ValueError."""
         bounds = re.fullmatch(r"<(-?[0-9]+)-(-?[0-9]+)>", name)
         if not bounds:
             return self.kinds[name].value(typed)
@@ -123,7 +123,7 @@ class Language:
         return number
 
     def meant(self, tree: Tree, typed: str) -> List[Tuple[str, object]]:
-        """The words of the tree that typed may stand for, and its value; keywords first."""
+        """The words of the tree that typed matches, with its value; keywords win."""
         word = typed.lower()
         if word in tree and is_keyword(word):
             return [(word, word)]
@@ -136,13 +136,13 @@ class Language:
                         found.append((name, self.value(name, typed)))
                     except ValueError:
                         pass
-        for name in "LINE", "WORD":  # for what nothing else fits
+        for name in "LINE", "WORD":  # only if nothing else matches
             if len(found) > 1:
                 found = [one for one in found if one[0] != name]
         return found
 
     def follow(self, tree: Tree, line: str) -> Tuple[Word, List[object], List[str]]:
-        """Goes along the line; returns the word at its end, what was chosen, all in full."""
+        """Parses the line; returns its last word, the values, and all words in full."""
         word, values, words = Word(next=tree), [], []  # type: Word, List[object], List[str]
         for match in re.finditer(r"\S+", line):
             typed, start = match.group(), match.start()
@@ -171,7 +171,7 @@ class Language:
         return Command(word.run, values, words)
 
     def choices(self, tree: Tree, line: str) -> Tuple[str, List[Choice]]:
-        """The last word of the line as far as it is typed, and what fits there."""
+        """The last, perhaps incomplete word of the line, and what matches there."""
         typed = re.split(r"\s", line)[-1]
         word, _, _ = self.follow(tree, line[:len(line) - len(typed)])
         found: List[Choice] = []
@@ -194,7 +194,7 @@ class Language:
         return typed, found
 
     def complete(self, tree: Tree, line: str) -> Tuple[Optional[str], List[Choice]]:
-        """What the editor is to append to the line, if anything; else what fits."""
+        """What the editor is to append to the line, or None; and the choices."""
         typed, found = self.choices(tree, line)
         if found and all(choice.whole for choice in found):
             names = [choice.name for choice in found]
@@ -212,17 +212,17 @@ class Language:
              no: Union[bool, str] = False) -> Tree:
         """The tree of a command: `ping NAME [count <1-100>]`, `shutdown`, `set (on|off)`.
 
-        What the user chooses goes to the function in order; what is left out has the
-        function's default, or is not there when the function takes any number.  The help is
+        The values that are typed are passed to the function in order; one that is left out
+        has the function's default, or is not passed to a function with *args.  The help is
         the docstring's first row, and its rows `WORD: text` are for words of the pattern.
-        no: `no` and the leading keywords, or a pattern, run the function with nothing but
-        its defaults, and no=True if it has that parameter; `no WORD: text` is help for it.
+        no: `no` and the leading keywords, or a pattern, run the function with its defaults,
+        and no=True if it has that parameter; `no WORD: text` is help for it.
         """
         paths, slots = _Pattern(pattern).expand()
         for path in paths:
             for name, *_ in path:
                 if not is_keyword(name) and name not in self.kinds and name[0] != "<":
-                    raise ValueError("%s: no kind is called %s" % (pattern, name))
+                    raise ValueError("%s: unknown kind %s" % (pattern, name))
         signature = inspect.signature(function).parameters
         names = [name for name in signature if name != "no"]
         if any(one.kind is one.VAR_POSITIONAL for one in signature.values()):
@@ -249,15 +249,15 @@ class Language:
 
 class Step(NamedTuple):
     name: str
-    slot: Optional[int]  # the place of its value among the function's parameters
-    value: Optional[object]  # None for what the user chose
+    slot: Optional[int]  # the index of its value among the function's parameters
+    value: Optional[object]  # None for a value that is typed
 
 
 Path = List[Step]
 
 
 class _Pattern:
-    """[what may be left out], (one|of|these), words."""
+    """A parser: [optional], (one|of|these), words."""
 
     def __init__(self, text: str) -> None:
         self.text = text
@@ -265,10 +265,10 @@ class _Pattern:
         self.slots: List[bool] = []  # whether each is a flag, False when it is left out
 
     def expand(self) -> Tuple[List[Path], List[bool]]:
-        """Every way to type the command."""
+        """All sequences of words that are the command."""
         paths = self.alternatives("")
         if self.tokens or not all(paths):
-            raise ValueError("%s: this is no pattern" % self.text)
+            raise ValueError("%s: invalid pattern" % self.text)
         return paths, self.slots
 
     def slot(self, flag: bool = False) -> int:
@@ -278,15 +278,15 @@ class _Pattern:
     def alternatives(self, end: str) -> List[Path]:
         """Up to that end. A choice of single words is one value, as is one of keywords."""
         begun = len(self.slots)
-        ways = [self.sequence()]
+        branches = [self.sequence()]
         while self.tokens and self.tokens[0] == "|":
             self.tokens.pop(0)
-            ways.append(self.sequence())
+            branches.append(self.sequence())
         if end:
             if not self.tokens or self.tokens.pop(0) != end:
                 raise ValueError("%s: %s is missing" % (self.text, end))
-        paths = [path for way in ways for path in way]
-        if len(ways) == 1:
+        paths = [path for branch in branches for path in branch]
+        if len(branches) == 1:
             return paths
         if len(self.slots) == begun or all(len(path) == 1 for path in paths):
             del self.slots[begun:]
@@ -316,7 +316,7 @@ class _Pattern:
                 after = [[Step(token, self.slot(), None)]]
             paths = [path + more for path in paths for more in after]
             if len(paths) > MOST_PATHS:
-                raise ValueError("%s: too many ways to type it" % self.text)
+                raise ValueError("%s: too many alternatives" % self.text)
         return paths
 
 

@@ -1,20 +1,19 @@
 #!/bin/bash
 # Builds one flavour of the adapted line editor:  lineedit/build.sh [--ask] FLAVOUR OUTDIR
 #
-# Puts OUTDIR/FLAVOUR/{lib,include}/ from the distribution's source package, or from the
-# file that KEYLINE_LIBEDIT_ARCHIVE names (either must have the sum in archive.sha256), with
-# the patches of `series` applied and the files of src/ in the place of the editor's own.
-# Does nothing when the flavour is already what it should be; with --ask only the exit status
-# tells whether it is.
+# Writes OUTDIR/FLAVOUR/{lib,include}/ from the distribution's source package, or from the
+# file that KEYLINE_LIBEDIT_ARCHIVE names (either must have the checksum in archive.sha256),
+# with the patches of `series` applied and the editor's own files replaced by those of src/.
+# Does nothing when the flavour is up to date; with --ask the exit status says whether it is.
 #
-# CC, CPPFLAGS, CFLAGS and LDFLAGS in the environment are heeded as usual: what they say comes
-# after what the flavour has, so that it wins.  Another compiler is another build.
+# CC, CPPFLAGS, CFLAGS and LDFLAGS in the environment are used as usual, after the flags of
+# the flavour, so that they take precedence.  Another compiler makes a new build.
 #
-# lib/libedit.a shows the editor's interface alone: its inner names, some of which the
-# module uses for its own functions, are local.  For tests of the inside, lib/private/ has
-# the same library with all names, and include/private/ the inner headers.
+# lib/libedit.a exports the editor's interface only: its internal names, some of which the
+# module uses for its own functions, are local.  For tests of the internals, lib/private/ has
+# the same library with all names, and include/private/ the internal headers.
 #
-# Whatever goes wrong is told in one sentence on stderr; the noise is in the named log.
+# Errors are reported in one sentence on stderr; the output of the commands is in a log.
 
 set -euo pipefail
 export LC_ALL=C
@@ -24,6 +23,8 @@ package=libedit
 read -r sum archive_name < "$here/archive.sha256"
 version=${archive_name#"${package}_"}
 version=${version%.orig.tar.gz}
+# shellcheck source=lineedit/join.sh
+. "$here/join.sh"
 
 die()
 {
@@ -36,31 +37,27 @@ die()
 ask=no
 [ "${1:-}" != --ask ] || { ask=yes && shift; }
 [ $# -eq 2 ] ||
-    die "usage: lineedit/build.sh [--ask] plain|asan|pristine-asan|fuzz|coverage OUTDIR"
+    die "usage: lineedit/build.sh [--ask] plain|asan|fuzz|coverage OUTDIR"
 flavour=$1
 
 read -ra compiler <<< "${CC:-cc}"
-patched=yes
 case $flavour in
 plain)
     cflags="-O2 -g -ffunction-sections -fdata-sections \
         -fstack-protector-strong -D_FORTIFY_SOURCE=2" ;;
 asan)
     cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer" ;;
-pristine-asan)
-    cflags="-O1 -g -fsanitize=address,undefined -fno-omit-frame-pointer"
-    patched=no ;;
-fuzz) # with shorter lines at most, or a few sessions would take all the time
+fuzz) # with a lower line limit, or a few sessions would take all the time
     cflags="-O1 -g -fsanitize=address,fuzzer-no-link -fno-omit-frame-pointer \
         -DEL_MAXLINE=65536UL"
     compiler=(clang) ;;
 coverage)
     cflags="-O0 -g --coverage" ;;
 *)
-    die "there is no flavour '$flavour' (plain, asan, pristine-asan, fuzz or coverage)" ;;
+    die "unknown flavour '$flavour' (plain, asan, fuzz or coverage)" ;;
 esac
 compiler_file=$(command -v "${compiler[0]}") ||
-    die "${compiler[0]}, which flavour $flavour needs, is missing"
+    die "flavour $flavour needs ${compiler[0]}, which is missing"
 
 mkdir -p "$2/archive" "$2/$flavour" || die "cannot write to $2"
 outdir=$(cd "$2" && pwd)
@@ -68,35 +65,32 @@ target=$outdir/$flavour
 log=$target/build.log
 library=$target/lib/libedit.a
 
-# Large files and late years on every machine, in this and in what it is linked with.
+# 64-bit off_t and time_t on every machine, in this and in what it is linked with.
 cflags="-D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64 $cflags"
-if [ "$flavour" != fuzz ]; then # whose compiler is not theirs
+if [ "$flavour" != fuzz ]; then # that uses another compiler
     case ${CPPFLAGS:-}${CFLAGS:-} in
     *_FORTIFY_SOURCE*) cflags=${cflags/-D_FORTIFY_SOURCE=2/} ;;
     esac
     cflags+=" ${CPPFLAGS:-} ${CFLAGS:-}"
 fi
 cflags+=" -fPIC"
-# What is shipped has no path of the build in it: the same sources give the same bytes.
+# Reproducible: the library that is shipped contains no path of the build.
 [ "$flavour" != plain ] || cflags+=" -ffile-prefix-map=$outdir=editor"
 read -rd '' -a cflags <<< "$cflags" || true
 read -rd '' -a ldflags <<< "${LDFLAGS:-}" || true
 
 patches=()
-own=()
-if [ $patched = yes ]; then
-    while read -r name _; do
-        case $name in '' | '#'*) continue ;; esac
-        [ -f "$here/patches/$name" ] || die "series names $name, which is not in patches/"
-        patches+=("$here/patches/$name")
-    done < "$here/series"
-    shopt -s nullglob
-    own=("$here"/src/*.[ch])
-fi
+while read -r name _; do
+    case $name in '' | '#'*) continue ;; esac
+    [ -f "$here/patches/$name" ] || die "series names $name, which is not in patches/"
+    patches+=("$here/patches/$name")
+done < "$here/series"
+shopt -s nullglob
+own=("$here"/src/*.[ch])
 
 # --- The build -----------------------------------------------------------------------
 
-# Copies only what changed, so that nothing is compiled again without need.
+# Copies a file if it differs, so that nothing is compiled again without need.
 put() # FILE DESTINATION
 {
     cmp -s "$1" "$2" || install -D -m 644 "$1" "$2"
@@ -118,20 +112,13 @@ unpack_and_patch()
     [ ${#own[@]} -eq 0 ] || cp "${own[@]}" "$target/src/src/"
 }
 
-# A tool that works on what this compiler makes.
-tool() # NAME
-{
-    "${compiler[@]}" -print-prog-name="$1"
-}
-
-# The whole library as one object.  Section groups become plain sections: of those that are
-# left the linker would keep one that another object calls by its name, which is local then.
-join_objects() # OBJECT
+# The whole library as one object.
+join_library() # OBJECT
 {
     local flag how=()
     case " ${cflags[*]}" in
     *' -flto'*)
-        # Optimized as a whole here, for whoever links it: with the flags and the linker given.
+        # Link-time optimization happens here, with the given flags and linker.
         for flag in "${ldflags[@]}"; do
             case $flag in -fuse-ld=* | -B*) how+=("$flag") ;; esac
         done
@@ -144,7 +131,7 @@ join_objects() # OBJECT
             "$(tool ar)" rcsD src/.libs/libedit.a "$1"
         ;;
     *)
-        "$(tool ld)" -r --force-group-allocation -o "$1" --whole-archive src/.libs/libedit.a
+        join_objects "$1" src/.libs/libedit.a
         ;;
     esac
 }
@@ -152,14 +139,14 @@ join_objects() # OBJECT
 compile()
 {
     cd "$target/src"
-    # Sanitized probes must not fail for their leaks, nor the build regenerate its own
-    # input when a patch touches it.
+    # Leaks must not make configure's sanitized tests fail, and the build must not run the
+    # autotools when a patch changes their input.
     ASAN_OPTIONS=detect_leaks=0 ./configure --disable-shared --enable-static \
         --disable-examples --disable-dependency-tracking CC="${compiler[*]}" CPPFLAGS= \
         CFLAGS="${cflags[*]}" LDFLAGS="${ldflags[*]}" &&
         make -j2 -C src ACLOCAL=: AUTOCONF=: AUTOHEADER=: AUTOMAKE=: all &&
-        join_objects interface.o &&
-        "$(tool objcopy)" --localize-hidden interface.o &&
+        join_library interface.o &&
+        hide_inner_names interface.o &&
         rm -f interface.a &&
         "$(tool ar)" rcsD interface.a interface.o
 }
@@ -171,27 +158,29 @@ flavour_hash()
             "${patches[@]##*/}" "${own[@]##*/}"
         readlink -f "$compiler_file"
         "${compiler[@]}" --version | head -n 1
-        cat "${BASH_SOURCE[0]}" "${patches[@]}" "${own[@]}"
+        cat "${BASH_SOURCE[0]}" "$here/join.sh" "${patches[@]}" "${own[@]}"
     } | sha256sum
 }
 
-# One at a time builds a flavour, and one at a time fetches the archive for all of them.
+# One process at a time builds a flavour, and one fetches the archive for all of them.
 exec 9> "$target/lock"
 flock 9
 
-if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then # a wrong one is told also with nothing to build
+if [ -n "${KEYLINE_LIBEDIT_ARCHIVE:-}" ]; then # report a wrong one also with nothing to build
     flock "$outdir/lock" "$here/fetch.sh" "$outdir/archive" > /dev/null
 fi
 
 hash=$(flavour_hash)
 if [ -f "$library" ] && [ "$(cat "$target/stamp" 2> /dev/null)" = "$hash" ]; then
-    # Same contents under newer dates: say so to the build tool that compares dates. A copy of
-    # the sources elsewhere has newer ones always, and is not what others here link with.
+    # Up to date, but sources may be newer: touch the library for the build tool, which
+    # compares timestamps. Not when another copy of the sources uses this OUTDIR.
     [[ $outdir != "${here%/*}"/* ]] ||
         [ -z "$(find "$here" -newer "$library" -print -quit)" ] || touch "$library"
     exit 0
 fi
 [ $ask = no ] || exit 1
+
+said=$("$here/links.sh" c "${compiler[@]}" -- "${cflags[@]}" "${ldflags[@]}" 2>&1) || die "$said"
 
 archive=$(flock "$outdir/lock" "$here/fetch.sh" "$outdir/archive")
 unpack_and_patch

@@ -1,21 +1,21 @@
 #!/bin/bash
 # Obtains the line editor's archive:  lineedit/fetch.sh FOLDER
 #
-# Prints the path of a file with the sum that is pinned in archive.sha256: the one that
+# Prints the path of a file with the checksum that is pinned in archive.sha256: the one that
 # KEYLINE_LIBEDIT_ARCHIVE names, the one in FOLDER or in build/editor/archive, or that of the
-# distribution's source package, which is put into FOLDER.  The package is looked for in the sources that this machine's apt
-# has, in either form of source list, and when these have another version, at the same places in
-# the suites that are known to carry it.  Of the machine's apt only sources, keys and network
-# settings are used, and only read.
+# distribution's source package, which is downloaded to FOLDER.  The package is searched for in
+# this machine's apt sources, in either format, and if these have another version, on the same
+# mirrors in the suites that are known to have it.  Of the machine's apt only sources, keys and
+# network settings are used, and only read.
 #
-# Whatever goes wrong is told on stderr; the noise is in FOLDER/fetch.log.
+# Errors are reported on stderr; the output of the commands is in FOLDER/fetch.log.
 
 set -uo pipefail
 export LC_ALL=C
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 package=libedit
-suites=(bookworm) # that carry it
+suites=(bookworm) # that have this version
 read -r sum archive_name < "$here/archive.sha256"
 version=${archive_name#"${package}_"}
 version=${version%.orig.tar.gz}
@@ -33,7 +33,7 @@ archive=$folder/$archive_name
 log=$folder/fetch.log
 apt=$folder/apt # configuration and state of the apt that fetches
 
-# Says where it was looked for, why it was not got, and what helps.
+# Says where it was searched for, why that failed, and what helps.
 give_up() # WHY
 {
     local places
@@ -44,10 +44,10 @@ give_up() # WHY
         "or get the file another way: KEYLINE_LIBEDIT_ARCHIVE=FILE takes it."
 }
 
-# --- Where to look -----------------------------------------------------------------------
+# --- The package sources -----------------------------------------------------------------
 
-# Writes the machine's sources as sources of source packages; with a suite, only this one is
-# looked for at each place, in the places that have suites.
+# Writes the machine's apt sources as sources of source packages; with a suite, that suite
+# replaces theirs, in sources that have suites.
 write_sources() # [SUITE]
 {
     local suite=${1:-} LIST='' PARTS='' file
@@ -105,8 +105,7 @@ offered()
         sed -n 's/^Version: //p' | sort -Vu
 }
 
-# Prints the version to fetch. A source that cannot be reached is no reason to stop: another
-# one may have it.
+# Prints the version to fetch. If a source cannot be reached, another one may have it.
 look() # [SUITE]
 {
     write_sources "$@"
@@ -134,8 +133,8 @@ fetch()
         give_up "no package source has it${others:+, only ${others% }}"
     fi
     (cd "$apt/got" && apt-get -c "$apt/apt.conf" source --download-only --only-source \
-        "$package=$full") >> "$log" 2>&1 || give_up "$full was not got whole"
-    [ -f "$apt/got/$archive_name" ] || give_up "$full has another archive"
+        "$package=$full") >> "$log" 2>&1 || give_up "the download of $full failed"
+    [ -f "$apt/got/$archive_name" ] || give_up "$full does not contain it"
     check_sum "$apt/got/$archive_name"
     cp "$apt/got/$archive_name" "$archive.new" && mv "$archive.new" "$archive" && rm -rf "$apt"
 }

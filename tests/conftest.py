@@ -37,16 +37,16 @@ def pytest_addoption(parser):
     parser.addoption("--sanitized", action="store_true",
                      help="the module was built with the address sanitizer")
     parser.addoption("--left-out", metavar="FILE",
-                     help="where to write what this machine or user has no way to do")
+                     help="where to list what this machine or user cannot run")
     parser.addoption("--valgrind", action="store_true",
                      help="run the children under memcheck; KEYLINE_TEST_DEADLINE=300 gives"
                      " them the time for it")
 
 
-# What the children then run as. Python takes each piece of its memory from the C library, so
-# that memcheck knows it. The C library is not asked to free its own at the end: where other
-# threads still run, it takes the libraries away as well, and all that they hold counts as lost.
-# lax-ioctls: memcheck does not know the call that openpty makes, and would report that it does not.
+# The children's interpreter then. Python takes each block from the C library, so that memcheck
+# sees it. The C library does not free its own memory at the end: where other threads still run,
+# it unloads the libraries as well, and all that they hold counts as lost.
+# lax-ioctls: memcheck does not know the ioctl of openpty, and would say so.
 VALGRIND = """#!/bin/sh
 export PYTHONMALLOC=malloc
 exec valgrind -q --leak-check=full --show-leak-kinds=definite --errors-for-leak-kinds=definite \\
@@ -111,7 +111,7 @@ class Setup:
         }
 
     def sanitizer_reports(self):
-        """The text of every report so far, and no report is left."""
+        """The text of every report so far; removes them."""
         texts = []
         for path in sorted(glob.glob("%s/report*" % self.sanitizer_logs)
                            if self.sanitizer_logs else []):
@@ -203,17 +203,19 @@ def makes_pid_namespaces():
 
 
 def serves_logins():
-    """Whether this user may be one to whom somebody logs in: root has to be another for that."""
+    """Whether sshd can run here: for root that takes a user namespace."""
     return os.getuid() != 0 or subprocess.run(
         ["unshare", "--user", "--map-user=1000", "true"], stderr=subprocess.DEVNULL).returncode == 0
 
 
 @pytest.hookimpl(trylast=True)  # of what is left when -k and -m have chosen
 def pytest_collection_modifyitems(config, items):
-    """Leaves out what is nothing for a sanitizer, and what there is no way to do here."""
+    """Leaves out what is not for this build, and what this machine or user cannot run."""
     markers = []
     if config.getoption("--sanitized") or config.getoption("--valgrind"):
         markers.append("plain_only")
+    else:
+        markers.append("sanitized_only")
     if config.getoption("--valgrind"):
         markers.append("not_memcheck")
     left_out = [item for item in items if any(map(item.get_closest_marker, markers))]
@@ -242,12 +244,12 @@ def pytest_collection_modifyitems(config, items):
 
 @pytest.hookimpl(optionalhook=True)
 def pytest_testnodedown(node, error):
-    """A worker of pytest-xdist has ended: each left out the same."""
+    """A worker of pytest-xdist has ended: all have the same list."""
     node.config.left_out = getattr(node, "workeroutput", {}).get("left_out", [])
 
 
 def pytest_terminal_summary(terminalreporter, config):
-    """Tells what there is no way to do here, each test by name."""
+    """Names each test that this machine or user cannot run."""
     told = getattr(config, "left_out", [])
     for reason, name in told:
         terminalreporter.write_line("left out, for %s: %s" % (reason, name))

@@ -4,8 +4,8 @@ RESULTS has one folder per stage, with the exit status of the stage in `status` 
 JUnit files of its tests, if it ran any.  Prints "N passed, N failed" as the last line; the
 exit status tells whether anything failed.  A stage that failed although its files show no
 failed test (a crash, a style check) counts as one failure, and so does a skipped test:
-there is no reason to skip one.  What a machine or a user has no way to do is left out instead:
-the stage's file `left-out` has a reason and a test a line, and these are told before.
+there is no reason to skip one.  What a machine or a user cannot run is left out instead: the
+stage's file `left-out` has a reason and a test a line, and these are printed first.
 """
 
 import collections

@@ -12,7 +12,7 @@ die()
 }
 
 # Runs a command as a step: says on stderr what is done while it is done, and how long it took.
-# What it says itself comes behind that, and its output is for the log.
+# Its own stderr follows when it failed; all its output goes to the log.
 step() # LOG HEADING COMMAND...
 {
     local start=$SECONDS status=0
@@ -153,7 +153,7 @@ build() # FOLDER PYTHON TARGET CMAKE-OPTION...
     if [ ! -f "$folder/build.ninja" ] ||
         [ "$(cat "$folder/configured" 2> /dev/null)" != "$how" ]; then
         [ "${asking:-}" != yes ] || return 1
-        # All is looked for anew; what is compiled stays, Ninja knows how it was.
+        # Configures from scratch.  What is compiled stays: Ninja knows with which flags.
         rm -rf "$folder/CMakeCache.txt" "$folder"/CMakeFiles/[0-9]* || return
         cmake -S "$root" -B "$folder" -G Ninja "-DKEYLINE_PYTHON=$interpreter" \
             "-DKEYLINE_EDITOR_DIR=$root/build/editor" "$@" || return

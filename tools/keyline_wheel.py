@@ -1,7 +1,7 @@
 """Builds the wheel and the source archive: what pip and other front ends call.
 
 pyproject.toml names this file. It needs nothing but the interpreter that it runs under and
-what CMakeLists.txt needs, so a wheel is made without reaching out; the line editor is built
+what CMakeLists.txt needs, so a wheel needs no network; the line editor is built
 in the folder KEYLINE_EDITOR_DIR, build/editor if it is not set. The same sources give the
 same bytes, wherever and whenever: the files are in order and all of one date,
 SOURCE_DATE_EPOCH or else the oldest that the format knows.

@@ -1,5 +1,5 @@
-# Sourced by ./check: one line per stage, what judges style, and for which interpreters all is
-# built and tested.
+# Sourced by ./check: the stages and their lines, the tools for style, and the interpreters that
+# all is built and tested for.
 # shellcheck shell=bash
 
 # shellcheck source=tools/house.sh
@@ -10,7 +10,7 @@ failed=0
 
 # Runs a command as a stage of that name: one line with the time taken, output to its log,
 # exit status to its folder of results.  A stage that fails does not end the run.  Where
-# `otherwise` says why it might, it has not failed but was not looked at.
+# `otherwise` says why it might, it does not count as failed.
 stage() # NAME HEADING COMMAND...
 {
     local name=$1 log=$logs/$1.log start=$EPOCHREALTIME status=0 word=ok
@@ -18,7 +18,7 @@ stage() # NAME HEADING COMMAND...
     mkdir -p "$results/$name"
     "${@:3}" > "$log" 2>&1 < /dev/null || status=$?
     if [ "$status" -ne 0 ] && [ -n "${otherwise:-}" ]; then
-        printf 'not looked at here: %s (log: %s)\n' "$otherwise" "$log"
+        printf 'not checked here: %s (log: %s)\n' "$otherwise" "$log"
         status=0
     else
         [ "$status" -eq 0 ] || word=FAILED
@@ -35,7 +35,7 @@ stage() # NAME HEADING COMMAND...
     return "$status"
 }
 
-# What the tools of these versions say about style is asked for; others may see it otherwise.
+# The versions of the tools that judge style; others may disagree.
 declare -A reference=([clang-format]=14 [clang-tidy]=14 [mypy]=1.0 [shellcheck]=0.9)
 
 # Prints the path of a tool, of the reference's version if that is here.
@@ -49,13 +49,13 @@ style() # TOOL NAME HEADING COMMAND...
 {
     local program version otherwise=''
     if ! program=$(tool "$1"); then
-        printf '%-58s not looked at here: there is no %s, which is %s for reference\n' \
+        printf '%-58s not checked here: there is no %s; the reference is %s\n' \
             "$3" "$1" "${reference[$1]}"
         return
     fi
     version=$("$program" --version | grep -oE '[0-9]+(\.[0-9]+)+' | head -n 1)
     [[ $version. == "${reference[$1]}".* ]] ||
-        otherwise="$1 $version sees it otherwise, the reference is ${reference[$1]}"
+        otherwise="$1 $version disagrees, the reference is ${reference[$1]}"
     stage "${@:2}"
 }
 

@@ -1,5 +1,5 @@
-// Replays the directory's events on the names of the files kept. A file for which there is
-// no memory is not kept, which loses its text but nothing else.
+// Replays the directory's events on the names of the files kept. When there is no memory
+// for a file, its text is lost but nothing else.
 #include "arrivals.h"
 
 #include <stdlib.h>
@@ -38,20 +38,20 @@ find_cookie(Arrivals *arrivals, uint32_t cookie)
 void
 arrivals_add(Arrivals *arrivals, const char *name)
 {
-    if (arrivals->count == arrivals->room) {
-        size_t room = arrivals->room ? 2 * arrivals->room : 4;
-        void *list = realloc(arrivals->list, room * sizeof(Arrival));
+    if (arrivals->count == arrivals->capacity) {
+        size_t capacity = arrivals->capacity ? 2 * arrivals->capacity : 4;
+        void *list = realloc(arrivals->list, capacity * sizeof(Arrival));
         if (list == nullptr)
             return;
         arrivals->list = static_cast<Arrival *>(list);
-        arrivals->room = room;
+        arrivals->capacity = capacity;
     }
     char *copy = strdup(name);
     if (copy != nullptr)
         arrivals->list[arrivals->count++] = Arrival{copy, 0, false};
 }
 
-// The file under this name is gone, deleted or overwritten.
+// The file of this name was deleted or overwritten.
 static bool
 forget_name(Arrivals *arrivals, const char *name)
 {
@@ -63,7 +63,7 @@ forget_name(Arrivals *arrivals, const char *name)
 }
 
 static bool
-name_taken(Arrivals *arrivals, const char *name, uint32_t cookie)
+name_moved_away(Arrivals *arrivals, const char *name, uint32_t cookie)
 {
     Arrival *arrival = find_name(arrivals, name);
     if (arrival == nullptr)
@@ -75,7 +75,7 @@ name_taken(Arrivals *arrivals, const char *name, uint32_t cookie)
 }
 
 static bool
-name_given(Arrivals *arrivals, bool at_path, const inotify_event *event)
+name_appeared(Arrivals *arrivals, bool at_path, const inotify_event *event)
 {
     bool known = forget_name(arrivals, event->name);
     Arrival *moved =
@@ -95,9 +95,9 @@ arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event)
 {
     bool known = false;
     if (event->mask & (IN_CREATE | IN_MOVED_TO))
-        known = name_given(arrivals, at_path, event);
+        known = name_appeared(arrivals, at_path, event);
     else if (event->mask & IN_MOVED_FROM)
-        known = name_taken(arrivals, event->name, event->cookie);
+        known = name_moved_away(arrivals, event->name, event->cookie);
     else if (event->mask & IN_DELETE)
         known = forget_name(arrivals, event->name);
     return known;

@@ -1,6 +1,6 @@
-// Files that came to the followed path and left it again by a rename before anybody looked:
-// their order and their names of now, from the events of the directory. So several
-// rotations between two looks lose nothing.
+// Files that appeared at the followed path and were renamed away before their events were
+// processed: their order and their current names, from the events of the directory. So
+// several rotations between two calls lose nothing.
 #pragma once
 
 #include <stddef.h>
@@ -9,21 +9,21 @@
 struct inotify_event;
 
 struct Arrival {
-    char *name;      // owned; null while its new name is not known yet
-    uint32_t cookie; // of the rename that took the old name away, else 0
+    char *name;      // owned; null between the two events of a rename
+    uint32_t cookie; // of that rename, else 0
     bool opened;     // it is among the followed files
 };
 
 struct Arrivals {
     Arrival *list; // owned, oldest first
     size_t count;
-    size_t room;
+    size_t capacity;
 };
 
-// Adds a file as the newest, under its name of now.
+// Adds a file as the newest, under its current name.
 void arrivals_add(Arrivals *arrivals, const char *name);
 
-// Takes in one event of an entry of the directory, which is that of the path or another.
+// Processes one event of an entry of the directory; `at_path` when the entry is the path's.
 // True when it concerns one of the files kept here.
 bool arrivals_event(Arrivals *arrivals, bool at_path, const inotify_event *event);
 

@@ -1,5 +1,5 @@
-// Follows the path through renames: looks where it leads, and looks again until nothing has
-// moved during the look. Signals are blocked by the caller.
+// Follows the path through renames: resolves it, and does so again until nothing has
+// changed meanwhile. Signals are blocked by the caller.
 #include "files.h"
 
 #include "search.h"
@@ -11,7 +11,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr int settle_max = 8;
+constexpr int tries_max = 8;
 
 void
 files_remove(vantor_handle *handle, int index)
@@ -34,15 +34,15 @@ find_file(const vantor_handle *handle, const struct stat *status)
     return -1;
 }
 
-// Follows the file at a place as the newest, unless it is followed already. Returns its
+// Follows the file of this name as the newest, unless it is followed already. Returns its
 // index, or -1 with errno set.
 static int
-take_file(vantor_handle *handle, const char *name, bool at_end)
+add_file(vantor_handle *handle, const char *name, bool at_end)
 {
-    char place[PATH_MAX];
+    char path[PATH_MAX];
     struct stat status;
-    // Without this look a file could be followed twice.
-    if (route_place(&handle->route, name, place) == -1 || lstat(place, &status) == -1)
+    // Without this check a file could be followed twice.
+    if (route_join(&handle->route, name, path) == -1 || lstat(path, &status) == -1)
         return -1;
     int index = find_file(handle, &status);
     if (index >= 0)
@@ -51,12 +51,12 @@ take_file(vantor_handle *handle, const char *name, bool at_end)
         errno = EBUSY;
         return -1;
     }
-    if (follow_open(handle->files + handle->count, handle->inotify, place, at_end) == -1)
+    if (follow_open(handle->files + handle->count, handle->inotify, path, at_end) == -1)
         return -1;
     return handle->count++;
 }
 
-// A file that was followed before and is back at the path is the newest again.
+// A followed file that is back at the path is the newest again.
 static void
 make_newest(vantor_handle *handle, int index)
 {
@@ -69,55 +69,55 @@ make_newest(vantor_handle *handle, int index)
     handle->files[last] = follow;
 }
 
-// Whether a file that could not be followed may be met again under better conditions.
+// Whether a file that could not be followed may be tried again with more resources.
 static bool
-is_shortage(int error)
+is_lack_of_resources(int error)
 {
     return error == EBUSY || error == EMFILE || error == ENFILE || error == ENOSPC ||
            error == ENOMEM;
 }
 
-// Whether another look at the path itself may find more, although nothing tells of it: also
-// when what was looked at changed underfoot, which everybody here tells by EAGAIN.
+// Whether resolving the path again may succeed, although no event will announce it. EAGAIN
+// is what all functions here return when a file changed while it was examined.
 static bool
-may_pass(int error)
+is_transient(int error)
 {
-    return is_shortage(error) || error == EIO || error == EAGAIN;
+    return is_lack_of_resources(error) || error == EIO || error == EAGAIN;
 }
 
-// Follows what came to the path since the last look, in order, the file that is there now
-// as the last. Returns 0, or -1 with errno set when it has to be tried again.
+// Follows, in order, the files that appeared at the path since the last call, the one that
+// is there now last. Returns 0, or -1 with errno set when it has to be tried again.
 static int
 find_files(vantor_handle *handle)
 {
     int entries = handle->route.entries;
-    int result = route_lay(&handle->route, handle->inotify, handle->path);
+    int result = route_update(&handle->route, handle->inotify, handle->path);
     if (handle->route.entries != entries)
         arrivals_clear(&handle->arrivals);
     if (result == -1)
-        return may_pass(errno) ? -1 : 0;
+        return is_transient(errno) ? -1 : 0;
     if (!handle->route.whole)
         return 0;
-    if (handle->overflown && search_arrivals(handle) == -1)
-        return may_pass(errno) ? -1 : 0;
-    handle->overflown = false;
+    if (handle->overflowed && search_arrivals(handle) == -1)
+        return is_transient(errno) ? -1 : 0;
+    handle->overflowed = false;
     for (size_t i = 0; i < handle->arrivals.count; i++) {
         Arrival *arrival = handle->arrivals.list + i;
         if (arrival->opened || (arrival->name == nullptr))
             continue;
-        if (take_file(handle, arrival->name, false) == -1 && is_shortage(errno))
+        if (add_file(handle, arrival->name, false) == -1 && is_lack_of_resources(errno))
             return -1;
         arrival->opened = true;
     }
-    int index = take_file(handle, handle->route.name, false);
+    int index = add_file(handle, handle->route.name, false);
     if (index >= 0)
         make_newest(handle, index);
-    return index == -1 && may_pass(errno) ? -1 : 0;
+    return index == -1 && is_transient(errno) ? -1 : 0;
 }
 
-// Before another look: which file is which is uncertain when names changed meanwhile. Those
-// without a name are kept, they could not be found again, and so are those before them,
-// which would be found behind them.
+// Before another try: when names changed meanwhile, the order of the unsettled files is
+// uncertain, so they are dropped, to be found again. A deleted file could not be found
+// again: it is kept, and so are those before it, which would be found after it.
 static void
 forget_unsettled(vantor_handle *handle)
 {
@@ -137,8 +137,9 @@ forget_unsettled(vantor_handle *handle)
         handle->arrivals.list[i].opened = false;
 }
 
-// Notes that a watch was taken off, or any number of them, with -1. The kernel does that to
-// a file that is held open when it loses its last name and was opened by another.
+// Notes that the kernel removed a watch, or with -1 that it may have removed any. It does
+// so when a file that is held open here, and was opened by another path, loses its last
+// name.
 static void
 unwatch(vantor_handle *handle, int watch)
 {
@@ -148,12 +149,12 @@ unwatch(vantor_handle *handle, int watch)
 }
 
 static void
-take_event(vantor_handle *handle, const inotify_event *event)
+handle_event(vantor_handle *handle, const inotify_event *event)
 {
     if (event->mask & IN_Q_OVERFLOW) {
         unwatch(handle, -1);
         arrivals_clear(&handle->arrivals);
-        handle->overflown = handle->moved = true;
+        handle->overflowed = handle->moved = true;
     } else if (event->mask & IN_IGNORED) {
         unwatch(handle, event->wd);
     } else if (event->len == 0) {
@@ -161,19 +162,19 @@ take_event(vantor_handle *handle, const inotify_event *event)
             handle->moved = true;
     } else if (event->wd == handle->route.entries) {
         bool awaited = strcmp(event->name, handle->route.name) == 0;
-        // What comes where a directory is looked for is none of the path's files.
+        // An entry that is to be a directory of the path is no log file.
         bool at_path = awaited && handle->route.whole;
         if (arrivals_event(&handle->arrivals, at_path, event) || awaited)
             handle->moved = true;
-    } else if (event->mask & IN_DELETE && event->mask & IN_ISDIR) { // above the last one
+    } else if (event->mask & IN_DELETE && event->mask & IN_ISDIR) { // from route.parent
         handle->moved = true;
     }
 }
 
-// A read that leaves room has emptied the queue; writes to the files need no note, since
-// every look at a file reads it.
+// A short read has emptied the queue. IN_MODIFY needs no handling: all files are read after
+// this anyway.
 static int
-take_events(vantor_handle *handle)
+read_events(vantor_handle *handle)
 {
     for (;;) {
         ssize_t got = read(handle->inotify, handle->buffer, sizeof handle->buffer);
@@ -182,7 +183,7 @@ take_events(vantor_handle *handle)
         for (ssize_t at = 0; at < got;) {
             const void *start = handle->buffer + at;
             const inotify_event *event = static_cast<const inotify_event *>(start);
-            take_event(handle, event);
+            handle_event(handle, event);
             at += static_cast<ssize_t>(sizeof *event + event->len);
         }
         if (got < static_cast<ssize_t>(sizeof handle->buffer / 2))
@@ -191,12 +192,12 @@ take_events(vantor_handle *handle)
 }
 
 int
-files_take_events(vantor_handle *handle)
+files_read_events(vantor_handle *handle)
 {
-    struct timespec now; // by the clock that files are stamped with
+    struct timespec now; // by the clock of file timestamps
     clock_gettime(CLOCK_REALTIME_COARSE, &now);
-    int result = take_events(handle);
-    if (result == 0 && !handle->overflown)
+    int result = read_events(handle);
+    if (result == 0 && !handle->overflowed)
         handle->known = now;
     for (int i = 0; i < handle->count; i++)
         if (handle->files[i].watch == -1)
@@ -204,9 +205,9 @@ files_take_events(vantor_handle *handle)
     return result;
 }
 
-// Waits until an operation under way in the directory, which may show in its names already,
-// has queued its events: reading a directory takes the same lock. With no descriptor left
-// there is no waiting.
+// Waits until an operation in progress in the directory, whose result may be visible
+// already, has queued its events: reading a directory takes the same lock. Without a free
+// descriptor there is no waiting.
 static void
 await_events(const vantor_handle *handle)
 {
@@ -217,37 +218,37 @@ await_events(const vantor_handle *handle)
     }
 }
 
-// Looks until nothing changed during the look: only then were all names what the events
-// said. True when it has to go on in the next call.
+// Repeats until no event arrived meanwhile: only then do the names agree with the events.
+// True when it has to go on in the next call.
 bool
 files_settle(vantor_handle *handle)
 {
     int result = 0;
-    for (int looks = 0; handle->moved; looks++) {
-        if (looks == settle_max)
+    for (int tries = 0; handle->moved; tries++) {
+        if (tries == tries_max)
             return true;
         forget_unsettled(handle);
         handle->moved = false;
         result = find_files(handle);
         int error = errno;
         await_events(handle);
-        files_take_events(handle);
+        files_read_events(handle);
         errno = error;
     }
     for (int i = 0; i < handle->count; i++)
         handle->files[i].settled = true;
     arrivals_drop_opened(&handle->arrivals);
-    handle->moved = result == -1; // again with the next event, or behind the next wait
+    handle->moved = result == -1; // again with the next event, or after the next wait
     return result == -1 && errno == EBUSY;
 }
 
-// Lays the watches and follows the file from its end. A file that is exchanged meanwhile is
-// looked for again.
+// Adds the watches and follows the file from its end. If the file is replaced meanwhile, it
+// starts again.
 int
 files_start(vantor_handle *handle)
 {
-    clock_gettime(CLOCK_REALTIME, &handle->known); // not behind any stamp
-    for (int looks = 0; looks < settle_max; looks++) {
+    clock_gettime(CLOCK_REALTIME, &handle->known); // not earlier than any timestamp
+    for (int tries = 0; tries < tries_max; tries++) {
         struct stat status;
         if (stat(handle->path, &status) == -1)
             return -1;
@@ -255,12 +256,12 @@ files_start(vantor_handle *handle)
             errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
             return -1;
         }
-        if (route_lay(&handle->route, handle->inotify, handle->path) == -1) {
+        if (route_update(&handle->route, handle->inotify, handle->path) == -1) {
             if (errno == EAGAIN)
                 break;
             return -1;
         }
-        if (handle->route.whole && take_file(handle, handle->route.name, true) >= 0) {
+        if (handle->route.whole && add_file(handle, handle->route.name, true) >= 0) {
             handle->files[0].settled = true;
             return 0;
         }

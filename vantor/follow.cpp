@@ -1,5 +1,5 @@
-// Reads first and checks afterwards: a file that is still the same after its text was taken
-// was the same while it was taken.
+// Reads first and checks afterwards: a file that is unchanged after its text was read was
+// unchanged while it was read.
 #include "follow.h"
 
 #include "route.h"
@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-constexpr int looks_max = 8;
+constexpr int tries_max = 8;
 
 static bool
 same_file(const struct stat *one, const struct stat *other)
@@ -20,8 +20,8 @@ same_file(const struct stat *one, const struct stat *other)
     return one->st_dev == other->st_dev && one->st_ino == other->st_ino;
 }
 
-// Sets errno for what cannot be followed. A pipe or device is not even opened, which could
-// have effects of its own.
+// Sets errno when it is no regular file. A pipe or device is not even opened: that could
+// have side effects.
 static bool
 is_plain(const struct stat *status)
 {
@@ -31,17 +31,17 @@ is_plain(const struct stat *status)
     return false;
 }
 
-// The watch goes by the place and might meet another file than the one opened, so the place
-// is looked at once more. If that is followed itself it loses its watch, is told so, and is
-// watched again.
+// inotify_add_watch takes a path, which may be another file by now than the one opened, so
+// it is checked again. If that other file is followed, too, it loses its watch here, gets
+// IN_IGNORED and is watched again.
 static int
-watch_file(Follow *follow, int inotify, const char *place, const struct stat *opened)
+watch_file(Follow *follow, int inotify, const char *path, const struct stat *opened)
 {
     struct stat now;
-    follow->watch = inotify_add_watch(inotify, place, route_file_events | IN_DONT_FOLLOW);
+    follow->watch = inotify_add_watch(inotify, path, route_file_events | IN_DONT_FOLLOW);
     if (follow->watch == -1)
         return -1;
-    if (lstat(place, &now) == 0 && same_file(&now, opened))
+    if (lstat(path, &now) == 0 && same_file(&now, opened))
         return 0;
     inotify_rm_watch(inotify, follow->watch);
     errno = EAGAIN;
@@ -49,20 +49,20 @@ watch_file(Follow *follow, int inotify, const char *place, const struct stat *op
 }
 
 int
-follow_open(Follow *follow, int inotify, const char *place, bool at_end)
+follow_open(Follow *follow, int inotify, const char *path, bool at_end)
 {
     struct stat status;
     memset(follow, 0, sizeof *follow);
-    if (lstat(place, &status) == -1 || !is_plain(&status))
+    if (lstat(path, &status) == -1 || !is_plain(&status))
         return -1;
     do {
         follow->file =
-            open(place, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC);
+            open(path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC);
     } while (follow->file == -1 && errno == EINTR);
     if (follow->file == -1)
         return -1;
     if (fstat(follow->file, &status) == -1 || !is_plain(&status) ||
-        watch_file(follow, inotify, place, &status) == -1) {
+        watch_file(follow, inotify, path, &status) == -1) {
         int error = errno;
         close(follow->file);
         errno = error;
@@ -75,7 +75,7 @@ follow_open(Follow *follow, int inotify, const char *place, bool at_end)
         if (status.st_size < static_cast<off_t>(length))
             length = static_cast<size_t>(status.st_size);
         ssize_t head = pread(follow->file, follow->head, length, 0);
-        follow->told = status.st_size;
+        follow->delivered = status.st_size;
         follow->head_size = head > 0 ? static_cast<size_t>(head) : 0;
     }
     return 0;
@@ -84,9 +84,9 @@ follow_open(Follow *follow, int inotify, const char *place, bool at_end)
 void
 follow_watch_again(Follow *follow, int inotify)
 {
-    char place[32];
-    snprintf(place, sizeof place, "/proc/self/fd/%d", follow->file);
-    follow->watch = inotify_add_watch(inotify, place, route_file_events);
+    char path[32];
+    snprintf(path, sizeof path, "/proc/self/fd/%d", follow->file);
+    follow->watch = inotify_add_watch(inotify, path, route_file_events);
 }
 
 void
@@ -96,8 +96,8 @@ follow_close(Follow *follow, int inotify)
     close(follow->file);
 }
 
-// Whether the file still starts as it did, as far as it reaches. One that cannot be read
-// now counts as the same: to tell all of it again would be worse than to wait.
+// Whether the file still starts with the same bytes, up to its size. One that cannot be
+// read now counts as the same: delivering all of it again would be worse than waiting.
 static bool
 same_head(const Follow *follow, off_t size)
 {
@@ -113,17 +113,17 @@ same_head(const Follow *follow, off_t size)
     return got == static_cast<ssize_t>(length) && memcmp(head, follow->head, length) == 0;
 }
 
-// Finds the new text of a truncated file: behind its end when it was only cut, all of it
-// when it was written anew. True when that changed anything.
+// Finds where the new text of a truncated file starts: at its end when it was only
+// truncated, at 0 when it was rewritten. True when that changed anything.
 static bool
 find_start(Follow *follow, off_t size)
 {
     bool same = same_head(follow, size);
-    if (same && size >= follow->told)
+    if (same && size >= follow->delivered)
         return false;
-    follow->told = same ? size : 0;
-    if (static_cast<off_t>(follow->head_size) > follow->told)
-        follow->head_size = static_cast<size_t>(follow->told);
+    follow->delivered = same ? size : 0;
+    if (static_cast<off_t>(follow->head_size) > follow->delivered)
+        follow->head_size = static_cast<size_t>(follow->delivered);
     return true;
 }
 
@@ -132,9 +132,9 @@ follow_read(Follow *follow, char *text, size_t size, bool ended, bool *more)
 {
     ssize_t got = 0;
     *more = false;
-    for (int looks = 0; looks < looks_max; looks++) {
+    for (int tries = 0; tries < tries_max; tries++) {
         struct stat status;
-        got = pread(follow->file, text, size, follow->told);
+        got = pread(follow->file, text, size, follow->delivered);
         if (fstat(follow->file, &status) == -1)
             return 0;
         follow->unlinked = status.st_nlink == 0;
@@ -156,14 +156,14 @@ follow_read(Follow *follow, char *text, size_t size, bool ended, bool *more)
 }
 
 void
-follow_told(Follow *follow, const char *text, size_t length)
+follow_delivered(Follow *follow, const char *text, size_t length)
 {
     size_t room = follow_head_max - follow->head_size;
-    // The head grows only without a gap: a file that was cut may have a short one.
-    if (static_cast<off_t>(follow->head_size) == follow->told && room > 0) {
+    // The head must have no gap: after a truncation it may be shorter than the offset.
+    if (static_cast<off_t>(follow->head_size) == follow->delivered && room > 0) {
         size_t taken = length < room ? length : room;
         memcpy(follow->head + follow->head_size, text, taken);
         follow->head_size += taken;
     }
-    follow->told += static_cast<off_t>(length);
+    follow->delivered += static_cast<off_t>(length);
 }

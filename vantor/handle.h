@@ -1,5 +1,5 @@
-// What a handle holds. All state of the library is here, but for the note which handle's
-// callback is running.
+// What a handle holds. All state of the library is here, except which handles' callbacks
+// are running.
 #pragma once
 
 #include "arrivals.h"
@@ -14,11 +14,11 @@
 constexpr int files_max = 16; // open at a time
 constexpr int gone_max = 16;
 
-// A file that was followed.
+// A file that is no longer followed.
 struct Gone {
     dev_t device;
     ino_t inode;
-    struct timespec born;
+    struct timespec birth;
 };
 
 struct vantor_handle {
@@ -27,23 +27,23 @@ struct vantor_handle {
     char path[PATH_MAX]; // absolute
     // Owned descriptors.
     int inotify;
-    int more; // readable from when it is waited on until the next look
-    int text; // holds the news being told
-    // The way to the file, and what came along it.
+    int more; // eventfd: there is more to do; set by vantor_inotify_fd
+    int text; // memfd with the text being delivered
+    // The path, and the files that appeared there.
     Route route;
     Arrivals arrivals;
-    Follow files[files_max]; // oldest first; the last is that at the path, if there is one
+    Follow files[files_max]; // oldest first; the last is the one at the path, if any
     int count;               // of files
-    Gone gone[gone_max];     // the last that were let go, a ring
-    unsigned gone_count;     // ever
-    bool moved;              // the path may lead elsewhere than when last looked
-    bool overflown;        // events were lost, and what they told is still to be looked for
-    struct timespec known; // all events before this were taken in
-    bool pending;          // there is more to do than events say
-    bool waiting;          // the descriptor was asked for since the last look
-    // The news.
-    int telling;         // index of the file whose news the callback has, -1 for none
-    size_t telling_size; // bytes of it
-    size_t text_size;    // bytes in `text`
-    alignas(inotify_event) char buffer[VANTOR_TEXT_MAX]; // events, then news
+    Gone gone[gone_max];     // ring of those no longer followed
+    unsigned gone_count;     // in total
+    bool moved;              // the path may resolve to another file now
+    bool overflowed;         // the event queue did, and the directory was not searched yet
+    struct timespec known;   // all events up to this time were read
+    bool pending;            // there is more to do, without an event
+    bool waiting;            // the descriptor was asked for since the last processing
+    // The new text.
+    int delivering;         // index of the file whose text the callback has, -1 for none
+    size_t delivering_size; // bytes of it
+    size_t text_size;       // bytes in `text`
+    alignas(inotify_event) char buffer[VANTOR_TEXT_MAX]; // events, then new text
 };

@@ -1,5 +1,5 @@
-// Walks the path as the kernel would, name by name, and puts each watch before the look, so
-// that no change can fall between them.
+// Resolves the path as the kernel would, component by component. Each watch is added before
+// the component is checked, so that no change can fall between them.
 #include "route.h"
 
 #include <errno.h>
@@ -12,8 +12,8 @@
 constexpr int links_max = 40;
 constexpr int walks_max = 16;
 
-// What happens to a directory on the way itself; to a link also that another is renamed
-// over it; and to the entries of the last directory also that they become readable.
+// A directory of the path: what happens to it itself. A link: also that another is renamed
+// over it. The last directory: what happens to its entries, also that they become readable.
 constexpr unsigned directory_events = IN_DELETE_SELF | IN_MOVE_SELF;
 constexpr unsigned link_events = directory_events | IN_ATTRIB;
 constexpr unsigned entry_events =
@@ -26,13 +26,13 @@ void
 route_init(Route *route)
 {
     memset(route, 0, sizeof *route);
-    route->entries = route->above = -1;
+    route->entries = route->parent = -1;
 }
 
 int
-route_place(const Route *route, const char *name, char *place)
+route_join(const Route *route, const char *name, char *path)
 {
-    int length = snprintf(place, PATH_MAX, "%s/%s", route->dir, name);
+    int length = snprintf(path, PATH_MAX, "%s/%s", route->dir, name);
     if (length < 0 || length >= PATH_MAX) {
         errno = ENAMETOOLONG;
         return -1;
@@ -40,12 +40,12 @@ route_place(const Route *route, const char *name, char *place)
     return 0;
 }
 
-// What stands at a place, links not followed. Out of reach counts as missing.
+// The kind of file at a path, links not followed. One that lstat cannot reach is missing.
 static Kind
-look(const char *place)
+kind_of(const char *path)
 {
     struct stat status;
-    if (lstat(place, &status) == -1)
+    if (lstat(path, &status) == -1)
         return kind_missing;
     if (S_ISLNK(status.st_mode))
         return kind_link;
@@ -61,12 +61,13 @@ has_watch(const Route *route, int watch)
     return false;
 }
 
-// Adds a watch, without taking events from one that is there. Returns it, or -1 with errno
-// set: ENOENT also when directories that come during the walk leave no room for it.
+// Adds a watch, or events to the mask of an existing one. Returns the watch descriptor, or
+// -1 with errno set: ENOENT also when directories created during the walk have filled the
+// array.
 static int
-add_watch(Route *route, int inotify, const char *place, unsigned events)
+add_watch(Route *route, int inotify, const char *path, unsigned events)
 {
-    int watch = inotify_add_watch(inotify, place, events | IN_MASK_ADD | IN_DONT_FOLLOW);
+    int watch = inotify_add_watch(inotify, path, events | IN_MASK_ADD | IN_DONT_FOLLOW);
     if (watch == -1 || has_watch(route, watch))
         return watch;
     if (route->count == route_watches) {
@@ -78,21 +79,21 @@ add_watch(Route *route, int inotify, const char *place, unsigned events)
     return watch;
 }
 
-// Watches a directory or link on the way. One that may not be read, or that has just gone,
-// is passed over: only the lack of resources is an error.
+// Watches a directory or link in the path. One that may not be read, or has just been
+// removed, is skipped: only a lack of resources is an error.
 static int
-watch_step(Route *route, int inotify, const char *place, unsigned events)
+watch_component(Route *route, int inotify, const char *path, unsigned events)
 {
-    if (route->count >= route_watches - 2) // the others are for its end
+    if (route->count >= route_watches - 2) // reserved: the last directory and its parent
         return 0;
-    if (add_watch(route, inotify, place, events) >= 0)
+    if (add_watch(route, inotify, path, events) >= 0)
         return 0;
     return errno == ENOSPC || errno == ENOMEM ? -1 : 0;
 }
 
-// Takes the first name off `rest` into route->name. False when there is none left.
+// Moves the first component of `rest` to route->name. False when there is none left.
 static bool
-take_name(Route *route, char *rest)
+next_component(Route *route, char *rest)
 {
     const char *start = rest + strspn(rest, "/");
     size_t length = strcspn(start, "/");
@@ -104,12 +105,12 @@ take_name(Route *route, char *rest)
     return true;
 }
 
-// Goes on at the target of a link: puts it before `rest`.
+// Prepends the target of a link to `rest`.
 static int
-enter_link(Route *route, const char *place, char *rest)
+expand_link(Route *route, const char *path, char *rest)
 {
     char target[PATH_MAX];
-    ssize_t length = readlink(place, target, sizeof target - 1);
+    ssize_t length = readlink(path, target, sizeof target - 1);
     if (length < 0)
         return -1;
     target[length] = '\0';
@@ -138,69 +139,69 @@ watch_entries(Route *route, int inotify)
     return 0;
 }
 
-// Watches the parent of the last directory for its deletion. Returns 0, also when it may
-// not be read, or -1 with errno set.
+// Watches the parent of the last directory, for the deletion of the latter. Returns 0, also
+// when the parent may not be read, or -1 with errno set.
 static int
-watch_above(Route *route, int inotify)
+watch_parent(Route *route, int inotify)
 {
-    char above[PATH_MAX];
-    strcpy(above, route->dir);
-    char *slash = strrchr(above, '/');
+    char parent[PATH_MAX];
+    strcpy(parent, route->dir);
+    char *slash = strrchr(parent, '/');
     if (slash == nullptr)
         return 0;
-    slash[slash == above ? 1 : 0] = '\0';
-    route->above = add_watch(route, inotify, above, IN_DELETE);
-    return route->above == -1 && errno != EACCES ? -1 : 0;
+    slash[slash == parent ? 1 : 0] = '\0';
+    route->parent = add_watch(route, inotify, parent, IN_DELETE);
+    return route->parent == -1 && errno != EACCES ? -1 : 0;
 }
 
-// What stands at a place that ends the way, or lets it go on after all: looks again once
-// the entries of the directory are watched. -1 with errno set when they cannot be.
+// The kind of the path's last component, or of a missing one, checked again once the
+// entries of the directory are watched. -1 with errno set when they cannot be.
 //
-// With nothing at the place the directory may be deleted. It does not say so itself while a
-// deleted file of it is held open, by a handle or by the file's writer, so its parent is
-// asked; a directory that went before that is no longer there to be watched.
+// With nothing at the path, the directory may be deleted next. It gives no IN_DELETE_SELF
+// while a deleted file in it is still open, by a handle or by the file's writer, so its
+// parent is watched, too. If it was deleted before that, watching it again fails.
 static int
-look_watched(Route *route, int inotify, const char *place)
+kind_once_watched(Route *route, int inotify, const char *path)
 {
     if (watch_entries(route, inotify) == -1)
         return -1;
-    int kind = look(place);
+    int kind = kind_of(path);
     if (kind != kind_missing)
         return kind;
-    if (watch_above(route, inotify) == -1 || watch_entries(route, inotify) == -1)
+    if (watch_parent(route, inotify) == -1 || watch_entries(route, inotify) == -1)
         return -1;
-    return look(place);
+    return kind_of(path);
 }
 
-// One walk. ENOENT, ENOTDIR and EINVAL say that the way changed underfoot.
+// One walk. ENOENT, ENOTDIR and EINVAL mean that the path changed during it.
 static int
 walk(Route *route, int inotify, const char *path)
 {
     char rest[PATH_MAX];
-    char place[PATH_MAX];
+    char prefix[PATH_MAX];
     int links = 0;
     route_init(route);
     strcpy(rest, path);
     for (;;) {
-        if (!take_name(route, rest)) {
+        if (!next_component(route, rest)) {
             errno = EISDIR;
             return -1;
         }
         if (strcmp(route->name, ".") == 0)
             continue;
-        if (strcmp(route->name, "..") == 0) { // no link in `dir`: the text is enough
+        if (strcmp(route->name, "..") == 0) { // `dir` has no links: cut its last name
             char *slash = strrchr(route->dir, '/');
             if (slash != nullptr)
                 *slash = '\0';
             continue;
         }
-        if (route_place(route, route->name, place) == -1)
+        if (route_join(route, route->name, prefix) == -1)
             return -1;
         bool last = rest[strspn(rest, "/")] == '\0';
-        int kind = look(place);
+        int kind = kind_of(prefix);
         if (kind == kind_missing || kind == kind_other ||
             (last && kind == kind_directory)) {
-            kind = look_watched(route, inotify, place);
+            kind = kind_once_watched(route, inotify, prefix);
             if (kind == -1)
                 return -1;
         }
@@ -209,23 +210,23 @@ walk(Route *route, int inotify, const char *path)
             return 0;
         }
         unsigned events = kind == kind_link ? link_events : directory_events;
-        if (watch_step(route, inotify, place, events) == -1)
+        if (watch_component(route, inotify, prefix, events) == -1)
             return -1;
         if (kind == kind_directory) {
-            strcpy(route->dir, place);
+            strcpy(route->dir, prefix);
         } else if (++links > links_max) {
             errno = ELOOP;
             return -1;
-        } else if (enter_link(route, place, rest) == -1) {
+        } else if (expand_link(route, prefix, rest) == -1) {
             return -1;
         }
     }
 }
 
-// Walks until the way holds still, and else ends with EAGAIN. Watches of a broken walk that
-// are not met again would be forgotten, so they are dropped at once.
+// Walks until the path does not change during a walk; EAGAIN after too many. The watches of
+// a walk that failed so are removed at once: the next one may not come upon them.
 static int
-walk_through(Route *route, int inotify, const char *path)
+walk_until_stable(Route *route, int inotify, const char *path)
 {
     for (int tries = 1;; tries++) {
         int result = walk(route, inotify, path);
@@ -242,24 +243,24 @@ walk_through(Route *route, int inotify, const char *path)
     return -1;
 }
 
-// Drops a watch that told of a directory's entries, if the directory is only passed now.
+// Removes the watch on a directory's entries if that is an intermediate directory now.
 static bool
-drop_passed(const Route *fresh, int inotify, int watch)
+drop_intermediate(const Route *fresh, int inotify, int watch)
 {
-    return watch >= 0 && watch != fresh->entries && watch != fresh->above &&
+    return watch >= 0 && watch != fresh->entries && watch != fresh->parent &&
            has_watch(fresh, watch) && inotify_rm_watch(inotify, watch) == 0;
 }
 
 int
-route_lay(Route *route, int inotify, const char *path)
+route_update(Route *route, int inotify, const char *path)
 {
     Route fresh;
-    int result = walk_through(&fresh, inotify, path);
-    // The second walk adds what was dropped with fewer events.
-    bool entries = drop_passed(&fresh, inotify, route->entries);
-    bool above = drop_passed(&fresh, inotify, route->above);
-    if (entries || above)
-        result = walk_through(&fresh, inotify, path);
+    int result = walk_until_stable(&fresh, inotify, path);
+    // The second walk adds the removed watches again, with fewer events.
+    bool entries = drop_intermediate(&fresh, inotify, route->entries);
+    bool parent = drop_intermediate(&fresh, inotify, route->parent);
+    if (entries || parent)
+        result = walk_until_stable(&fresh, inotify, path);
     int error = errno;
     for (int i = 0; i < route->count; i++)
         if (!has_watch(&fresh, route->watches[i]))

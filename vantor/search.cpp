@@ -1,4 +1,4 @@
-// Finds by names and times of birth what events would have told.
+// Finds by names and birth times what the lost events would have said.
 #include "search.h"
 
 #include <dirent.h>
@@ -14,13 +14,13 @@ struct Found {
     char *name; // owned
     dev_t device;
     ino_t inode;
-    struct timespec born;
+    struct timespec birth;
 };
 
 struct Findings {
     Found *list; // owned
     size_t count;
-    size_t room;
+    size_t capacity;
 };
 
 static bool
@@ -32,7 +32,7 @@ ends_with(const char *name, const char *ending)
 }
 
 static bool
-is_packed(const char *name)
+is_compressed(const char *name)
 {
     static const char *const endings[] = {".gz",  ".bz2", ".xz", ".zst",
                                           ".lz4", ".zip", ".Z"};
@@ -50,7 +50,7 @@ is_rotated(const char *log, const char *name)
     const char *dot = strrchr(log, '.');
     if (strncmp(name, log, whole) == 0 && name[whole] != '\0' &&
         (strchr(".-_~", name[whole]) != nullptr))
-        return !is_packed(name);
+        return !is_compressed(name);
     if ((dot == nullptr) || dot == log || !ends_with(name, dot) || strlen(name) <= whole)
         return false;
     size_t stem = static_cast<size_t>(dot - log);
@@ -70,8 +70,8 @@ is_same(const struct timespec *one, const struct timespec *other)
     return one->tv_sec == other->tv_sec && one->tv_nsec == other->tv_nsec;
 }
 
-// What a plain file is, but for its name; false for anything else. Where there are no times
-// of birth, those of the last change of the text stand for them.
+// Fills in all but the name; false for anything but a regular file. On file systems without
+// birth times, the modification time is used.
 static bool
 identify(int dir, const char *name, int flags, Found *found)
 {
@@ -79,26 +79,26 @@ identify(int dir, const char *name, int flags, Found *found)
     if (statx(dir, name, flags, STATX_BASIC_STATS | STATX_BTIME, &status) == -1 ||
         !S_ISREG(status.stx_mode))
         return false;
-    const struct statx_timestamp *born =
+    const struct statx_timestamp *birth =
         status.stx_mask & STATX_BTIME ? &status.stx_btime : &status.stx_mtime;
     found->device = makedev(status.stx_dev_major, status.stx_dev_minor);
     found->inode = status.stx_ino;
-    found->born.tv_sec = born->tv_sec;
-    found->born.tv_nsec = born->tv_nsec;
+    found->birth.tv_sec = birth->tv_sec;
+    found->birth.tv_nsec = birth->tv_nsec;
     return true;
 }
 
 void
-search_gone(vantor_handle *handle, const Follow *follow)
+search_remember(vantor_handle *handle, const Follow *follow)
 {
     Found found;
     if (identify(follow->file, "", AT_EMPTY_PATH, &found))
         handle->gone[handle->gone_count++ % gone_max] =
-            Gone{found.device, found.inode, found.born};
+            Gone{found.device, found.inode, found.birth};
 }
 
-// Whether it begins as what was told of a followed file does: a copy, of a file that is
-// then cut, say. `file` is open.
+// Whether the open file starts like one of the followed files: a copy of it, as made by a
+// rotation that copies and truncates.
 static bool
 is_copy(const vantor_handle *handle, int file)
 {
@@ -115,8 +115,8 @@ is_copy(const vantor_handle *handle, int file)
     return false;
 }
 
-// Whether it is followed, or was: one that was born in the same moment as the events were
-// last known may look newer than they are.
+// Whether it is followed, or was: a file that was created at the time in `known` may look
+// newer than that.
 static bool
 is_known(const vantor_handle *handle, const Found *found)
 {
@@ -127,23 +127,23 @@ is_known(const vantor_handle *handle, const Found *found)
     }
     for (const Gone &gone : handle->gone) {
         if (gone.inode == found->inode && gone.device == found->device &&
-            is_same(&gone.born, &found->born))
+            is_same(&gone.birth, &found->birth))
             return true;
     }
     return false;
 }
 
-// Whether the entry is one that is looked for; `found` gets all but its name.
+// Whether the entry is one that is searched for; `found` gets all but its name.
 static bool
-look_at(const vantor_handle *handle, int dir, const char *name, Found *found)
+is_candidate(const vantor_handle *handle, int dir, const char *name, Found *found)
 {
     if (!is_rotated(handle->route.name, name) ||
         !identify(dir, name, AT_SYMLINK_NOFOLLOW, found) || is_known(handle, found) ||
-        !is_later(&found->born, &handle->known))
+        !is_later(&found->birth, &handle->known))
         return false;
     int file = openat(dir, name, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_NOFOLLOW | O_CLOEXEC);
     if (file == -1)
-        return true; // it is tried again, and told then or given up
+        return true; // opened again later, and then delivered or given up
     bool copy = is_copy(handle, file);
     close(file);
     return !copy;
@@ -153,30 +153,32 @@ look_at(const vantor_handle *handle, int dir, const char *name, Found *found)
 static bool
 keep(Findings *findings, const Found *found, const char *name)
 {
-    if (findings->count == findings->room) {
-        size_t room = findings->room ? 2 * findings->room : 8;
-        void *list = realloc(findings->list, room * sizeof(Found));
+    if (findings->count == findings->capacity) {
+        size_t capacity = findings->capacity ? 2 * findings->capacity : 8;
+        void *list = realloc(findings->list, capacity * sizeof(Found));
         if (list == nullptr)
             return false;
         findings->list = static_cast<Found *>(list);
-        findings->room = room;
+        findings->capacity = capacity;
     }
     Found *kept = findings->list + findings->count;
     *kept = *found;
     kept->name = strdup(name);
-    findings->count += static_cast<unsigned long>(kept->name != nullptr);
-    return kept->name != nullptr;
+    if (kept->name == nullptr)
+        return false;
+    findings->count++;
+    return true;
 }
 
-// Of two that were born in one moment, the one with the lower number is the older.
+// With equal birth times, the lower inode number counts as older.
 static int
 compare(const void *one, const void *other)
 {
     const Found *a = static_cast<const Found *>(one);
     const Found *b = static_cast<const Found *>(other);
-    if (is_same(&a->born, &b->born))
+    if (is_same(&a->birth, &b->birth))
         return a->inode < b->inode ? -1 : 1;
-    return is_later(&a->born, &b->born) ? 1 : -1;
+    return is_later(&a->birth, &b->birth) ? 1 : -1;
 }
 
 int
@@ -189,7 +191,7 @@ search_arrivals(vantor_handle *handle)
     int result = 0;
     while (const dirent *entry = readdir(dir)) {
         Found found;
-        if (look_at(handle, dirfd(dir), entry->d_name, &found) &&
+        if (is_candidate(handle, dirfd(dir), entry->d_name, &found) &&
             !keep(&findings, &found, entry->d_name))
             result = -1;
     }

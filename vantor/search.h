@@ -1,13 +1,13 @@
-// What came to the path while the kernel's queue had no room for its events.
+// Which files appeared at the path while the event queue overflowed.
 #pragma once
 
 #include "handle.h"
 
-// Remembers a file that is let go, as told.
-void search_gone(vantor_handle *handle, const Follow *follow);
+// Remembers a file that is no longer followed because all of it was delivered.
+void search_remember(vantor_handle *handle, const Follow *follow);
 
-// Adds to the arrivals, oldest first, the files of the path's directory that can only have
-// come to the path since the events were last known, and were renamed: made since then, not
-// followed, under a name that rotation gives (the log's own name and more, or more before
-// its ending), not packed, and no copy of a followed file. Returns 0, or -1 with errno set.
+// Adds to the arrivals, oldest first, the files of the path's directory that must have
+// appeared at the path after `known` and been renamed: created since then, not followed,
+// named as by rotation (a suffix on the log's name, or one before its extension), not
+// compressed, and no copy of a followed file. Returns 0, or -1 with errno set.
 int search_arrivals(vantor_handle *handle);

@@ -1,7 +1,7 @@
-// The four operations: events in, one piece of news out.
+// The four operations: events in, one piece of text out.
 //
-// Signals are blocked while the handle changes, so that a jump out of a handler can only
-// leave from the callback, and what was not told by then stays noted.
+// Signals are blocked while the handle changes: a signal handler can only jump out of the
+// callback, and the handle still knows then what was not delivered.
 #pragma GCC visibility push(default)
 #include "vantor.h"
 #pragma GCC visibility pop
@@ -18,33 +18,33 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-// The handles whose callbacks run on this thread, one within the other; null for one that
-// was closed there. What a jump out of a callback leaves behind is only compared, and
-// dropped when its handle is processed again.
+// The handles whose callbacks run on this thread, nested; null for one that was closed
+// there. An entry left by a jump out of a callback is only compared, never followed, and
+// removed when its handle is processed again.
 constexpr int running_max = 32;
 static __thread vantor_handle *running[running_max];
 static __thread int running_count;
 
-// Returns its place.
+// Returns its index in the stack.
 static int
 running_push(vantor_handle *handle)
 {
-    int place = 0;
-    while (place < running_count && running[place] != handle)
-        place++;
-    if (place == running_max) // so many at a time have been left
-        place = 0;
-    running[place] = handle;
-    running_count = place + 1;
-    return place;
+    int index = 0;
+    while (index < running_count && running[index] != handle)
+        index++;
+    if (index == running_max) // all of them left by jumps
+        index = 0;
+    running[index] = handle;
+    running_count = index + 1;
+    return index;
 }
 
 // False when the handle was closed meanwhile.
 static bool
-running_pop(int place)
+running_pop(int index)
 {
-    running_count = place;
-    return running[place] != nullptr;
+    running_count = index;
+    return running[index] != nullptr;
 }
 
 static void
@@ -55,12 +55,12 @@ running_closed(const vantor_handle *handle)
             one = nullptr;
 }
 
-// ---- news ----
+// ---- new text ----
 
-// Reads the oldest untold text into the buffer; 0 when there is none. Lets go of replaced
-// files that are told, except the last of them, which may have slow writers.
+// Reads the oldest undelivered text into the buffer; 0 when there is none. Closes replaced
+// files that were delivered in full, except the last of them, which may have slow writers.
 static size_t
-find_news(vantor_handle *handle, bool *more)
+read_text(vantor_handle *handle, bool *more)
 {
     int index = 0;
     while (index < handle->count && handle->files[index].settled) {
@@ -72,12 +72,12 @@ find_news(vantor_handle *handle, bool *more)
         size_t size =
             follow_read(follow, handle->buffer, sizeof handle->buffer, newer > 0, more);
         if (size > 0) {
-            handle->telling = index;
+            handle->delivering = index;
             *more = *more || newer > 0;
             return size;
         }
         if (newer > 1 || (newer == 1 && follow->unlinked)) {
-            search_gone(handle, follow);
+            search_remember(handle, follow);
             files_remove(handle, index);
         } else
             index++;
@@ -85,7 +85,7 @@ find_news(vantor_handle *handle, bool *more)
     return 0;
 }
 
-// Puts the news where the callback reads it, and end of file behind it.
+// Copies the text to the memfd that the callback reads, which ends where the text does.
 static int
 write_text(vantor_handle *handle, size_t size)
 {
@@ -103,19 +103,20 @@ write_text(vantor_handle *handle, size_t size)
 }
 
 static void
-news_told(vantor_handle *handle)
+text_delivered(vantor_handle *handle)
 {
-    follow_told(handle->files + handle->telling, handle->buffer, handle->telling_size);
-    handle->telling = -1;
+    follow_delivered(handle->files + handle->delivering, handle->buffer,
+                     handle->delivering_size);
+    handle->delivering = -1;
 }
 
-// After a callback that was left by a jump: what it began to read was told.
+// After a callback that was left by a jump: text that it began to read counts as delivered.
 static void
 end_left_callback(vantor_handle *handle)
 {
-    if (handle->telling >= 0 && lseek(handle->text, 0, SEEK_CUR) > 0)
-        news_told(handle);
-    handle->telling = -1;
+    if (handle->delivering >= 0 && lseek(handle->text, 0, SEEK_CUR) > 0)
+        text_delivered(handle);
+    handle->delivering = -1;
 }
 
 // ---- operations ----
@@ -169,7 +170,7 @@ vantor_open(const char *filename, vantor_callback callback, void *context)
         return nullptr;
     handle->callback = callback;
     handle->context = context;
-    handle->telling = -1;
+    handle->delivering = -1;
     handle->inotify = handle->more = handle->text = -1;
     route_init(&handle->route);
     if (make_absolute(filename, handle->path) == -1 || open_descriptors(handle) == -1 ||
@@ -203,8 +204,8 @@ vantor_inotify_fd(vantor_handle *handle)
 {
     if (handle == nullptr)
         return -1;
-    // A look that failed is taken up again behind the next wait, whatever ended that: there
-    // may be no event for it. Not before: it may fail for long.
+    // If the path could not be resolved, it is tried again after the next wait, whatever
+    // ended that: there may be no event. Not before that: it may fail for long.
     bool again = handle->moved && handle->waiting;
     handle->waiting = true;
     if (!handle->pending && !again)
@@ -226,30 +227,30 @@ vantor_process_event(vantor_handle *handle)
     pthread_sigmask(SIG_SETMASK, &all, &before);
     end_left_callback(handle);
     handle->waiting = false;
-    // Not readable any longer than it is waited on: a reader may keep it in its set.
+    // Readable only while it is waited on: a reader may keep it in its descriptor set.
     eventfd_t asked;
     eventfd_read(handle->more, &asked);
-    int result = files_take_events(handle);
+    int result = files_read_events(handle);
     bool unsettled = files_settle(handle);
     bool more = false;
-    size_t size = find_news(handle, &more);
+    size_t size = read_text(handle, &more);
     if (size > 0 && write_text(handle, size) == -1) {
-        handle->telling = -1; // no memory for it: again with the next event
+        handle->delivering = -1; // no memory: again with the next event
         result = -1;
         size = 0;
         more = false;
     }
-    handle->telling_size = size;
-    handle->pending = size > 0 || unsettled; // also what is cut short by a jump
+    handle->delivering_size = size;
+    handle->pending = size > 0 || unsettled; // also if a jump leaves the callback
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (size == 0)
         return result;
 
-    int place = running_push(handle);
+    int index = running_push(handle);
     handle->callback(handle->text, handle->context, static_cast<int>(size));
-    if (!running_pop(place))
+    if (!running_pop(index))
         return result; // closed by the callback
-    news_told(handle);
+    text_delivered(handle);
     handle->pending = more || unsettled;
     return result;
 }

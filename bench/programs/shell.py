@@ -34,7 +34,7 @@ def keyline(depth):
 
     def complete(key, line):
         if key == b"\t":
-            sys.stdout.write("\r")  # prompt and line are drawn anew where the cursor stands
+            sys.stdout.write("\r")  # prompt and line are redrawn at the cursor
             sys.stdout.flush()
         word = line.rpartition(" ")[2]
         found = [name for name in WORDS if name.startswith(word)]

@@ -1,16 +1,16 @@
 /*
- * ahead.c: what is typed ahead of a read.
+ * ahead.c: typeahead, that is, what is typed between two reads.
  *
  * Between two reads the terminal has the user's settings, and the tty echoes what is
- * typed where the cursor stands; the next read shows it again behind the prompt. So the
- * echo is cleared before the prompt, if the row has nothing else: if the last line was
- * ended here, in the first column, and the process has written nothing since. How many
- * columns the echo took, and where in them a program's own text would stand, nobody
- * tells: in all other cases nothing is cleared.
+ * typed at the cursor; the next read shows it again after the prompt. So the echo is
+ * cleared before the prompt, if the row has nothing else: if the last line ended here,
+ * in the first column, and the process has written nothing since. In all other cases
+ * nothing is cleared: how many columns the echo took, and where a program's own text
+ * is among them, cannot be known.
  *
- * And a paste comes from the tty in pieces. When the next one is due at the end of a line
- * that waited itself, it gets a moment to come before the settings are back, and is not
- * echoed row after row.
+ * And the tty delivers a paste in pieces. At the end of a line that was typed ahead
+ * itself, the next piece gets a moment to arrive before the settings are restored, so
+ * that it is not echoed.
  */
 #include "config.h"
 
@@ -26,16 +26,16 @@
 #include "ahead.h"
 #include "position.h"
 
-static int ahead_waited;	/* bytes that waited when the read began */
-static int ahead_left;		/* bytes that wait since the last one, unechoed */
-static int ahead_dry = -1;	/* so many, and no more came in a moment */
-static int ahead_fd = -1;	/* the system's account of the process */
+static int ahead_waited;	/* bytes in the tty's queue when the read began */
+static int ahead_left;		/* bytes there at the end of the last one, unechoed */
+static int ahead_dry = -1;	/* so many, and no more came within the moment */
+static int ahead_fd = -1;	/* /proc/self/io */
 static pid_t ahead_process;	/* which process that is */
 static long long ahead_written = -1;	/* by the process until then; -1: unknown */
 
 /* ahead_account():
- *	Have the system's account of what this process writes at hand. While a line is read
- *	nothing is opened any more.
+ *	Open /proc/self/io, which counts what this process writes. Nothing is opened while
+ *	a line is read.
  */
 static void
 ahead_account(void)
@@ -50,14 +50,14 @@ ahead_account(void)
 	ahead_fd = -1;
 	if ((fd = open("/proc/self/io", O_RDONLY | O_CLOEXEC)) == -1)
 		return;
-	/* the first three are the program's, also where they are closed */
+	/* 0 to 2 are the program's, also if they are closed */
 	ahead_fd = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 	(void)close(fd);
 }
 
 /* ahead_output():
- *	The bytes that this process, and children of it that have ended, have written
- *	anywhere; -1 where the system does not tell
+ *	The bytes that this process, and those of its children that have ended, have
+ *	written anywhere; -1 where that is unknown
  */
 static long long
 ahead_output(void)
@@ -83,7 +83,7 @@ ahead_reset(void)
 	ahead_dry = -1;
 	ahead_written = -1;
 	ahead_account();
-	if (sig_reader() == NULL)	/* or they are keys of the read under way */
+	if (sig_reader() == NULL)	/* else they are keys of the current read */
 		position_forget();
 }
 

@@ -1,5 +1,5 @@
 /*
- * ahead.h: what is typed ahead of a read.
+ * ahead.h: typeahead, that is, what is typed between two reads.
  */
 #ifndef _h_el_ahead
 #define	_h_el_ahead

@@ -1,13 +1,13 @@
 /*
  * layout.c: prompt and line as rows of cells.
  *
- * layout_make() says what the window is to show, and nothing else: it neither
- * writes nor knows what is on the screen. What refresh.c draws is its result, cell
- * by cell.
+ * layout_make() computes what the window is to show, without side effects: it does
+ * not write, and does not know what is on the screen. refresh.c draws its result,
+ * cell by cell.
  *
- * Rows are laid out from the first one on into a ring that holds as many as the
- * window has. When the cursor is met the window's place is known, and when its last
- * row is full the rest of the line need not be looked at.
+ * Rows are laid out from the first one on into a ring buffer that holds as many as
+ * the window has. At the cursor the window's position is known; when its last row is
+ * full, the rest of the line is skipped.
  */
 #include "config.h"
 
@@ -18,24 +18,24 @@
 
 #include "el.h"
 
-/* the most columns that a character is shown with, as \U+10FFFF */
+/* columns of a character that is escaped, at most: \U+10FFFF */
 #define	FORM_MAX	9
 
-/* what layout_make() does next to know */
+/* the state of layout_make() */
 typedef struct {
 	layout_t	*l;
 	layout_row_t	*row;		/* the one being filled */
-	int		 top;		/* asked for, then as the cursor has it */
+	int		 top;		/* as requested, then as the cursor needs it */
 	int		 wanted;	/* the next cell is the cursor's */
-	int		 placed;	/* the cursor's place is known */
+	int		 placed;	/* the cursor's position is known */
 	int		 over;		/* the window is full */
 	wchar_t		 ignore;	/* around invisible parts of the prompt */
-	const wchar_t	*parts;		/* invisible ones that wait for a cell, */
-	const wchar_t	*parts_end;	/* in the prompt, with their marks */
+	const wchar_t	*parts;		/* invisible ones that need a cell, */
+	const wchar_t	*parts_end;	/* in the prompt, with their delimiters */
 } pen_t;
 
 /* layout_alloc():
- *	Room for frames of this size. 0, or -1 and the frame as it was.
+ *	Allocate a frame of this size. Returns 0, or -1 with the frame unchanged.
  */
 libedit_private int
 layout_alloc(layout_t *l, int width, int height)
@@ -83,8 +83,8 @@ layout_composed(const layout_t *l, wint_t cell)
 }
 
 /* layout_format():
- *	Whether a character orders its neighbours and has no form of its own: it is
- *	not left to the terminal
+ *	Whether it is a format character, such as a direction mark, which is not sent to
+ *	the terminal
  */
 static int
 layout_format(wchar_t c)
@@ -108,8 +108,7 @@ layout_format(wchar_t c)
 }
 
 /* layout_width():
- *	The columns of a character that is shown as itself: 0 of a mark, -1 of one
- *	that is not shown as itself
+ *	The width of a character: 0 of a combining mark, -1 if it is shown escaped
  */
 libedit_private int
 layout_width(wchar_t c)
@@ -122,7 +121,7 @@ layout_width(wchar_t c)
 }
 
 /* layout_form():
- *	The form of a character that is not shown as itself. Its length.
+ *	Escape a character that is not shown as itself. Returns the length.
  */
 static int
 layout_form(wchar_t form[FORM_MAX], wchar_t c)
@@ -145,8 +144,8 @@ layout_form(wchar_t form[FORM_MAX], wchar_t c)
 }
 
 /* layout_write():
- *	One more character for the composed cell being made; without memory there
- *	is none
+ *	Append a character to the composed cell being made; without memory set
+ *	pool_full
  */
 static void
 layout_write(layout_t *l, wchar_t c)
@@ -179,8 +178,8 @@ layout_write_parts(pen_t *p, wchar_t ignore)
 }
 
 /* layout_compose():
- *	Make the last cell a composed one: invisible parts before it, itself as it
- *	was, and what follows it, a mark or other parts
+ *	Make the last cell a composed one: invisible parts before it, its character,
+ *	then other parts or a mark
  */
 static void
 layout_compose(pen_t *p, int parts_first, wchar_t mark)
@@ -192,7 +191,7 @@ layout_compose(pen_t *p, int parts_first, wchar_t mark)
 	l->pool_full = 0;
 	if (parts_first)
 		layout_write_parts(p, p->ignore);
-	if (*cell & LAYOUT_COMPOSED)	/* the newest: written on behind its end */
+	if (*cell & LAYOUT_COMPOSED)	/* the last one in the pool: append to it */
 		l->pool_used = --start;
 	else
 		layout_write(l, (wchar_t)*cell);
@@ -201,7 +200,7 @@ layout_compose(pen_t *p, int parts_first, wchar_t mark)
 		layout_write(l, mark);
 	layout_write(l, '\0');
 	if (l->pool_full) {
-		/* its NUL stands where it was, unless something took its place */
+		/* write its NUL again, which may have been overwritten */
 		l->pool_used = start;
 		if (*cell & LAYOUT_COMPOSED)
 			l->pool[l->pool_used++] = '\0';
@@ -267,7 +266,7 @@ layout_cell(pen_t *p, wchar_t c, int width)
 }
 
 /* layout_char():
- *	Place any character, as it is shown
+ *	Place any character, or its escaped form
  */
 static void
 layout_char(pen_t *p, wchar_t c)
@@ -328,8 +327,8 @@ layout_prompt(pen_t *p, const layout_text_t *text)
 }
 
 /* layout_plain():
- *	Place characters of ASCII as far as the row has room, and no more than n. How
- *	many these were.
+ *	Place at most n ASCII characters, as many as the row has room for. Returns how
+ *	many.
  */
 static size_t
 layout_plain(pen_t *p, const wchar_t *s, size_t n)
@@ -377,7 +376,7 @@ layout_line(pen_t *p, const layout_text_t *text)
 	else if (l->next.h < l->width)
 		layout_place_cursor(p, l->next.h);
 	else {
-		/* a row of its own; the blank takes the terminal there */
+		/* a row of its own; the blank makes the terminal wrap */
 		layout_next_row(p, 1);
 		layout_place_cursor(p, 0);
 		p->row->cells[0] = ' ';
@@ -386,8 +385,8 @@ layout_line(pen_t *p, const layout_text_t *text)
 }
 
 /* layout_make():
- *	Lay the text out. The window begins at row top unless the cursor would not be
- *	in it.
+ *	Lay the text out. The window begins at row top, unless the cursor would be
+ *	outside.
  */
 libedit_private void
 layout_make(layout_t *l, const layout_text_t *text, int top)

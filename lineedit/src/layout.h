@@ -5,23 +5,23 @@
 #define	_h_el_layout
 
 /*
- * A cell holds a character of one or two columns, a blank as itself, or one of
- * these. A composed cell is a character with what has no column of its own:
- * marks, and invisible parts of the prompt. Its low bits say where.
+ * A cell holds a character of one or two columns (a blank is a character), or one
+ * of these. A composed cell is a character with parts of zero width: combining
+ * marks, and invisible parts of the prompt. Its low bits are an offset in the pool.
  */
 #define	LAYOUT_EMPTY	((wint_t)0)		/* nothing was written here */
 #define	LAYOUT_FILL	((wint_t)0x7fffffff)	/* the right half of the cell before */
-#define	LAYOUT_UNKNOWN	((wint_t)0x7ffffffe)	/* never laid out: half a character */
+#define	LAYOUT_UNKNOWN	((wint_t)0x7ffffffe)	/* on the screen only: half a character */
 #define	LAYOUT_COMPOSED	((wint_t)0x80000000)
 
-/* how many marks a cell takes */
+/* combining marks in a cell, at most */
 #define	LAYOUT_MARKS	8
 
 typedef struct {
-	wint_t	*cells;		/* owned; behind `end' they say nothing */
+	wint_t	*cells;		/* owned; undefined from `end' on */
 	int	 end;		/* columns in use */
 	int	 continued;	/* its text goes on in the next row */
-	int	 joined;	/* what the terminal knows of that: refresh.c */
+	int	 joined;	/* whether the terminal knows that, see row.h */
 } layout_row_t;
 
 /* what is laid out; all borrowed for the call */
@@ -41,14 +41,14 @@ typedef struct {
 	int		 height;	/* rows of the window */
 	int		 top;		/* the first row that the window shows */
 	int		 rows;		/* how many it shows */
-	coord_t		 cursor;	/* where it stands, in the window */
+	coord_t		 cursor;	/* in the window */
 	layout_row_t	*ring;		/* owned */
 
-	coord_t		 next;		/* where the next cell goes; v of all rows */
+	coord_t		 next;		/* where the next cell goes; v counts all rows */
 	int		 last_h;	/* the cell placed last in this row, or -1 */
-	int		 marks;		/* those that it has */
+	int		 marks;		/* the combining marks that it has */
 	int		 whole;		/* next is the end of the line */
-	wchar_t		*pool;		/* owned; composed cells, each to its NUL */
+	wchar_t		*pool;		/* owned; the text of composed cells, each with NUL */
 	size_t		 pool_used;
 	size_t		 pool_size;
 	int		 pool_full;	/* there was no memory for one */

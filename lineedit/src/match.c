@@ -1,12 +1,12 @@
 /*
  * match.c: what a search looks for.
  *
- * What is typed into a search is a regular expression. Mostly it is plain: characters
- * that stand for themselves, with what the search puts around them. Such a pattern is
- * looked for as it is, in a line of the history in its stored bytes, where the locale
- * allows that. Any other one is compiled once and the line encoded once, for all the
- * places of a line, and for all the lines of the history. One that may need any time or
- * memory is never compiled: it matches where it stands as it is.
+ * What is typed into a search is a regular expression. Mostly it is plain: literal
+ * characters, with what the search puts around them. Such a pattern is searched for
+ * literally, and in the history in the stored bytes, if the locale allows that. Any other
+ * one is compiled once for all lines of the history, and a line is encoded once for all
+ * positions in it. One that may need unlimited time or memory is never compiled: it
+ * matches literally.
  */
 #include "config.h"
 
@@ -20,8 +20,8 @@
 #include "match.h"
 
 /* endless_pattern():
- *	Return if a pattern has back references or counts, which make it
- *	possible to need any time or memory to match, and to compile
+ *	Return if a pattern has back references or counts, with which compiling
+ *	and matching may need unlimited time or memory
  */
 static int
 endless_pattern(const wchar_t *pat)
@@ -34,9 +34,8 @@ endless_pattern(const wchar_t *pat)
 }
 
 /* plain_part():
- *	Find what stands between `before' and ".*" in a pattern, or all of it where
- *	these do not stand around it. Returns its length when it is found exactly
- *	where its characters are, else 0.
+ *	Find what is between `before' and ".*" in a pattern, or all of it without
+ *	these. Returns its length if it is literal, else 0.
  */
 static size_t
 plain_part(const wchar_t *pat, const wchar_t *before, const wchar_t **part)
@@ -57,7 +56,7 @@ plain_part(const wchar_t *pat, const wchar_t *before, const wchar_t **part)
 }
 
 /* plain_match():
- *	Return if string has these characters
+ *	Return if string contains these characters
  */
 static int
 plain_match(const wchar_t *str, const wchar_t *part, size_t len)
@@ -106,16 +105,16 @@ el_match(const wchar_t *str, const wchar_t *pat)
 }
 
 /*
- * A pattern on its way through a line: what el_match() would say of the rest of
- * the line at each place, with pattern and line made ready once.
+ * The search for a pattern at each position of a line: what el_match() would return
+ * for the rest of the line, with pattern and line prepared once.
  */
 struct look {
-	const wchar_t	*literal;	/* the pattern as it is, the last one */
-	const wchar_t	*plain;		/* what has to stand at the place */
-	size_t		 plain_len;	/* 0 when that needs more than a look */
+	const wchar_t	*literal;	/* the last literal match */
+	const wchar_t	*plain;		/* the plain part of the pattern */
+	size_t		 plain_len;	/* 0 if it is not plain */
 	const char	*text;		/* the line, encoded */
 	size_t		 len;
-	size_t		 at;		/* the place in text */
+	size_t		 at;		/* the position in text */
 	int		 compiled;
 	regex_t		 re;
 };
@@ -149,7 +148,7 @@ look_begin(struct look *look, const wchar_t *line, const wchar_t *cp,
 }
 
 /* look_at():
- *	Return if the pattern is found at cp, which is look->at
+ *	Return if the pattern matches at cp, which is look->at
  */
 static int
 look_at(struct look *look, const wchar_t *cp)
@@ -187,11 +186,11 @@ match_along(const wchar_t *line, wchar_t *cp, const wchar_t *pat, int back)
 	return hit ? cp : NULL;
 }
 
-/* 16 bytes, from anywhere */
+/* 16 bytes, unaligned */
 typedef unsigned char bytes_t __attribute__((__vector_size__(16)));
 
 /* at_places():
- *	Which of the 16 places from s on have the byte
+ *	Which of the 16 bytes from s on are this one
  */
 static inline bytes_t
 at_places(const char *s, char byte)
@@ -203,7 +202,7 @@ at_places(const char *s, char byte)
 }
 
 /* begins_at():
- *	Whether the pattern begins at one of so many places from s on
+ *	Whether the pattern begins at one of so many positions from s on
  */
 static int
 begins_at(const char *s, size_t places, const char *pat, size_t n)
@@ -219,8 +218,8 @@ begins_at(const char *s, size_t places, const char *pat, size_t n)
 
 /* has_bytes():
  *	Whether the pattern, of n bytes and not empty, is in the string: strstr()
- *	for many short strings. First it looks where the pattern's first, second
- *	and last byte are in their places.
+ *	for many short strings. Compares the pattern's first, second and last
+ *	byte at 16 positions at a time.
  */
 static int
 has_bytes(const char *s, const char *pat, size_t n)
@@ -249,8 +248,8 @@ has_bytes(const char *s, const char *pat, size_t n)
 }
 
 /* match_plain():
- *	The pattern as the history has its lines, when it is found in a line
- *	exactly where its bytes are; else NULL. Valid until the next call.
+ *	The pattern, encoded like the lines of the history, if it is plain; else
+ *	NULL. Valid until the next call.
  */
 libedit_private const char *
 match_plain(EditLine *el)
@@ -275,8 +274,8 @@ match_plain(EditLine *el)
 }
 
 /* match_step():
- *	Whether a line of the history is not the line itself and matches the
- *	pattern. A plain pattern is looked for in its bytes first.
+ *	Whether a line of the history differs from the current line and matches
+ *	the pattern. A plain pattern is searched for in its bytes first.
  */
 libedit_private int
 match_step(EditLine *el, const void *step, const char *plain)

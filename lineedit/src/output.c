@@ -1,9 +1,9 @@
 /*
- * output.c: what the terminal can do, and moves.
+ * output.c: capabilities of the terminal, and cursor movement.
  *
- * All moves are relative to where the cursor is in the window, which el_refresh.at says.
- * None starts from behind the last column but a carriage return, a line feed or one to
- * a column by its number: there terminals differ.
+ * All moves are relative to the cursor's position in the window, el_refresh.at. Terminals
+ * differ in what they do in the pending wrap state: there only a carriage return, a line
+ * feed and a move to an absolute column are used.
  */
 #include "config.h"
 
@@ -16,8 +16,8 @@
 #include "output.h"
 
 /* out_wraps():
- *	Whether the terminal goes on in the next row by itself, and not before the next
- *	character. It does so at its own margin, not at that of a width set by hand.
+ *	Whether the terminal wraps, and only at the next character (am and xn). It does so
+ *	at its own margin, not at a width set by rl_set_screen_size().
  */
 libedit_private int
 out_wraps(EditLine *el)
@@ -46,7 +46,7 @@ out_can(EditLine *el, int what)
 {
 	static const char names[DO_COUNT][3] = { "ce", "cd", "ch", "up", "UP", "DO", "LE",
 	    "RI", "ic", "IC", "im", "ei", "ip", "dc", "DC", "dm", "ed", "sc", "rc" };
-	static int place[DO_COUNT];	/* in the terminal's list, from 1 */
+	static int place[DO_COUNT];	/* index in t_str, from 1; 0: not looked up */
 	const char *string;
 
 	if (place[what] == 0)
@@ -56,7 +56,7 @@ out_can(EditLine *el, int what)
 }
 
 /* out_do():
- *	Have it done, if the terminal can. Only what has padding needs an interpreter.
+ *	Send a capability, if the terminal has it. Only padding needs tputs.
  */
 libedit_private void
 out_do(EditLine *el, int what)
@@ -80,8 +80,8 @@ out_number(EditLine *el, int n)
 }
 
 /* out_do_many():
- *	The same for one with a count or a column. Nearly every terminal has these in
- *	one form, which needs no interpreter.
+ *	The same for one with a parameter, a count or a column. Nearly all terminals use
+ *	one of two forms, which need no tgoto.
  */
 libedit_private void
 out_do_many(EditLine *el, int what, int n)
@@ -132,8 +132,8 @@ out_return(EditLine *el)
 }
 
 /* out_move_to_row():
- *	To a row of the window, which need not be on the screen yet. The column may
- *	become the first.
+ *	Move to a row of the window, which need not be on the screen yet. May end in the
+ *	first column.
  */
 libedit_private void
 out_move_to_row(EditLine *el, int v)
@@ -152,14 +152,14 @@ out_move_to_row(EditLine *el, int v)
 			while (n++ < 0)
 				out_do(el, DO_UP);
 	} else if (v < r->depth && out_can(el, DO_DOWNS) != NULL) {
-		/* a line feed into a row that goes on sets it apart in some */
+		/* no line feed: in some terminals it separates joined rows */
 		if (OUT_IS_PENDING(el))
 			out_return(el);
 		out_do_many(el, DO_DOWNS, n);
 	} else {
 		while (n-- > 0)
 			terminal__putc(el, '\n');
-		r->at.h = 0;	/* the tty makes it a carriage return, too */
+		r->at.h = 0;	/* the tty adds a carriage return (onlcr) */
 	}
 	r->at.v = v;
 	if (r->depth <= v)
@@ -167,8 +167,7 @@ out_move_to_row(EditLine *el, int v)
 }
 
 /* out_rewrite_cost():
- *	What it costs to go to column h by writing the row's cells, which are on the
- *	screen, once more
+ *	The cost of moving to column h by writing the row's cells again
  */
 static int
 out_rewrite_cost(const layout_row_t *row, int from, int h)
@@ -182,7 +181,7 @@ out_rewrite_cost(const layout_row_t *row, int from, int h)
 }
 
 /* out_move():
- *	To a cell of the window. The row's cells up to there are as in l.
+ *	Move to a cell of the window. The row's cells up to there are as in l.
  */
 libedit_private void
 out_move(EditLine *el, const layout_t *l, int v, int h)
@@ -215,13 +214,13 @@ out_move(EditLine *el, const layout_t *l, int v, int h)
 			return;
 		}
 	}
-	/* forward, also from the row's beginning; not from amidst a wide character */
+	/* forward, perhaps after a carriage return; not from inside a wide character */
 	again = back > 0 || row->cells[at->h] == LAYOUT_FILL;
 	n = again ? 0 : at->h;
 	cost = out_can(el, DO_RIGHTS) != NULL ? 3 + out_digits(h - n) : 1000;
 	rewrite = out_rewrite_cost(row, n, h);
 	if (n == 0 && v == 0 && (column < 1000 || cost < 1000))
-		rewrite = 1000;	/* who reads along takes a second prompt for a new one */
+		rewrite = 1000;	/* a script would take the prompt for another one */
 	if (rewrite < cost)
 		cost = rewrite;
 	if (column <= cost + again) {

@@ -1,18 +1,18 @@
 /*
- * output.h: what the terminal can do, and moves.
+ * output.h: capabilities of the terminal, and cursor movement.
  */
 #ifndef _h_el_output
 #define	_h_el_output
 
-/* what is done by a string of the terminal's description */
+/* string capabilities; the names are in out_can() */
 enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC, DO_ICS,
     DO_IM, DO_EI, DO_IP, DO_DC, DO_DCS, DO_DM, DO_ED, DO_SAVE, DO_BACK,
     DO_COUNT };
 
-/* about what a move within a row costs, in bytes */
+/* about the bytes of a cursor move within a row */
 #define	OUT_MOVE_COST	5
 
-/* the cursor is behind the last column: it may only go back to the first */
+/* the cursor is in the pending wrap state, after the last column */
 #define	OUT_IS_PENDING(el) \
 	((el)->el_refresh.at.h >= (el)->el_refresh.drawn.width)
 

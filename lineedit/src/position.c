@@ -1,9 +1,9 @@
 /*
  * position.c: asking the terminal where its cursor is.
  *
- * The answer comes among the keys. Those that come before it are kept here, and handed
+ * The answer arrives among the keys. Those that come before it are kept here, and given
  * to the character reader in their order (rl_select, rl_read). A terminal that has not
- * answered in time is not waited for again; its late answer is a key without a meaning.
+ * answered in time is not asked again; its late answer is ignored as a report.
  */
 #include "config.h"
 
@@ -18,8 +18,8 @@
 /* how long an answer is waited for, in ms */
 #define	PATIENCE	300
 
-static char kept[256];		/* what came with the answer and is not it */
-static size_t kept_first, kept_end;
+static char kept[256];		/* keys that came with the answer */
+libedit_private size_t position_first, position_end;
 
 /* position_find():
  *	The first answer in the text: its length, and the column from 0; or 0
@@ -51,7 +51,7 @@ position_find(const char *text, size_t len, size_t *start, int *column)
 }
 
 /* position_wait():
- *	Whether something can be read before so many ms have gone by since start
+ *	Whether something can be read within PATIENCE of start
  */
 static int
 position_wait(int fd, const struct timespec *start)
@@ -76,8 +76,8 @@ position_wait(int fd, const struct timespec *start)
 }
 
 /* position_column():
- *	Ask for the cursor's column, from 0; -1 when there is no answer, or no room for
- *	the keys that come before it. An answer that cannot be ends the waiting, too.
+ *	Ask for the cursor's column, from 0; -1 without an answer, or when there is no
+ *	room for the keys that come before it. An impossible answer ends the wait, too.
  */
 libedit_private int
 position_column(EditLine *el, int columns)
@@ -87,55 +87,46 @@ position_column(EditLine *el, int columns)
 	ssize_t n;
 	int column;
 
-	if (kept_first == kept_end)
-		kept_first = kept_end = 0;
+	if (position_first == position_end)
+		position_first = position_end = 0;
 	(void)fputs("\033[6n", el->el_outfile);
 	terminal__flush(el);
 	(void)clock_gettime(CLOCK_MONOTONIC, &start);
-	while (kept_end < sizeof(kept) && position_wait(el->el_infd, &start)) {
-		n = read(el->el_infd, kept + kept_end, sizeof(kept) - kept_end);
+	while (position_end < sizeof(kept) && position_wait(el->el_infd, &start)) {
+		n = read(el->el_infd, kept + position_end, sizeof(kept) - position_end);
 		if (n <= 0)
 			break;
-		kept_end += (size_t)n;
-		len = position_find(kept + kept_first, kept_end - kept_first, &first,
+		position_end += (size_t)n;
+		len = position_find(kept + position_first, position_end - position_first, &first,
 		    &column);
 		if (len > 0) {
-			first += kept_first;
-			memmove(kept + first, kept + first + len, kept_end - first - len);
-			kept_end -= len;
+			first += position_first;
+			memmove(kept + first, kept + first + len, position_end - first - len);
+			position_end -= len;
 			return column <= columns ? column : -1;
 		}
 	}
 	return -1;
 }
 
-/* position_has_key():
- *	Whether a key is kept
- */
-libedit_private int
-position_has_key(void)
-{
-	return kept_first < kept_end;
-}
-
 /* position_key():
- *	Hand the kept keys out
+ *	Read from the kept keys
  */
 libedit_private ssize_t
 position_key(void *buf, size_t len)
 {
-	if (len > kept_end - kept_first)
-		len = kept_end - kept_first;
-	memcpy(buf, kept + kept_first, len);
-	kept_first += len;
+	if (len > position_end - position_first)
+		len = position_end - position_first;
+	memcpy(buf, kept + position_first, len);
+	position_first += len;
 	return (ssize_t)len;
 }
 
 /* position_forget():
- *	The keys were another user's
+ *	Drop the kept keys: they were another user's
  */
 libedit_private void
 position_forget(void)
 {
-	kept_first = kept_end = 0;
+	position_first = position_end = 0;
 }

@@ -1,8 +1,8 @@
 /*
  * prompt.c: the prompts that a program has set.
  *
- * The prompt at the right margin can be set and asked for as ever, but is not drawn:
- * nobody who uses this editor has one.
+ * The prompt at the right margin can be set and read, but is not drawn: no user of this
+ * editor has one.
  */
 #include "config.h"
 
@@ -48,7 +48,8 @@ prompt_end(EditLine *el __attribute__((__unused__)))
 }
 
 /* prompt_set():
- *	Have this function give the prompt, wide or not; NULL for the default
+ *	Set the function that returns the prompt, as wide characters or not; NULL for the
+ *	default
  */
 libedit_private int
 prompt_set(EditLine *el, el_pfunc_t function, wchar_t ignore, int op, int wide)
@@ -105,8 +106,8 @@ prompt_decode(EditLine *el, const char *prompt)
 }
 
 /* prompt_text():
- *	The prompt as it is now, borrowed until another text is decoded, and the character
- *	around its invisible parts
+ *	The current prompt, borrowed until another text is decoded, and the delimiter of
+ *	its invisible parts
  */
 libedit_private const wchar_t *
 prompt_text(EditLine *el, wchar_t *ignore)

@@ -7,9 +7,9 @@
 typedef wchar_t *(*el_pfunc_t)(EditLine *);
 
 typedef struct {
-	el_pfunc_t	p_func;		/* gives the text, which it owns */
-	wchar_t		p_ignore;	/* around invisible parts, or NUL */
-	int		p_wide;		/* the text is wide */
+	el_pfunc_t	p_func;		/* returns the text, which it owns */
+	wchar_t		p_ignore;	/* delimiter of invisible parts, or NUL */
+	int		p_wide;		/* the text is of wide characters */
 } el_prompt_t;
 
 libedit_private int	prompt_init(EditLine *);

@@ -1,16 +1,15 @@
 /*
  * refresh.c: the rows of prompt and line on the screen.
  *
- * re_refresh() lays prompt and line out anew (layout.c), compares the frame with the
- * one drawn last and writes what makes the one into the other. Where the window
- * stands on the screen is not known, only where the cursor is in it: all moves are
- * relative to that.
+ * re_refresh() lays prompt and line out (layout.c), compares the frame with the one
+ * drawn last and writes the differences. The window's position on the screen is not
+ * known, only the cursor's in the window: all moves are relative to that.
  *
- * A row that its text goes on behind is joined to the next one for the terminal:
- * its last cell and the first of the next are written with nothing in between, so
- * that the terminal itself wraps, and what is copied or reflows is one line. That
- * needs automatic margins which wait for the next character (am and xn). Any other
- * terminal keeps its last column free and gets a line end.
+ * A row whose text goes on in the next one is joined to it in the terminal: its last
+ * cell and the first of the next are written with nothing in between, so that the
+ * terminal wraps by itself, and copies and reflows both as one line. That needs
+ * automatic margins with a pending wrap (am and xn). On any other terminal the last
+ * column stays free and a line feed is written.
  */
 #include "config.h"
 
@@ -24,8 +23,8 @@
 #include "window.h"
 
 /* re_follow():
- *	The window begins at another row. Where it only goes on, the rows above it leave
- *	it at its top, once for all; otherwise others are written over those that it has.
+ *	The window begins at another row. If it moved down for the first time, the rows
+ *	above scroll out of it; otherwise its rows are overwritten.
  */
 static void
 re_follow(EditLine *el)
@@ -42,7 +41,7 @@ re_follow(EditLine *el)
 }
 
 /* re_clear_rows():
- *	Clear the rows that are no longer there, from the last one on
+ *	Clear the rows that are no longer used, from the last one up
  */
 static void
 re_clear_rows(EditLine *el)
@@ -62,7 +61,7 @@ re_clear_rows(EditLine *el)
 }
 
 /* re_draw():
- *	Make the screen what next says
+ *	Make the screen show `next'
  */
 static void
 re_draw(EditLine *el)
@@ -79,7 +78,7 @@ re_draw(EditLine *el)
 		row_update(el, v);
 	if (!cursor_is_below)
 		re_clear_rows(el);
-	/* what was cleared below may have set rows apart again */
+	/* clearing below may have separated rows again */
 	for (v = 1; v < r->next.rows; v++)
 		if (row_needs_join(el, v))
 			(void)row_join(el, layout_row(&r->drawn, v),
@@ -91,7 +90,7 @@ re_draw(EditLine *el)
 }
 
 /* re_blank():
- *	Write blanks over the row that the cursor is in
+ *	Overwrite the cursor's row with blanks
  */
 static void
 re_blank(EditLine *el)
@@ -103,7 +102,7 @@ re_blank(EditLine *el)
 }
 
 /* re_wipe():
- *	To the first row, and clear it and all below
+ *	Move to the first row, and clear it and all below
  */
 static void
 re_wipe(EditLine *el)
@@ -131,8 +130,8 @@ re_wipe(EditLine *el)
 }
 
 /* re_begin():
- *	Before anything is drawn: after a change of the window's size, clear what its old
- *	size has left. Whether there was one.
+ *	Before anything is drawn: if the window was resized, clear what was drawn at the
+ *	old size. Returns whether it was.
  */
 static int
 re_begin(EditLine *el)
@@ -160,8 +159,8 @@ re_rows(EditLine *el)
 }
 
 /* re_resize():
- *	The window has another size, or the terminal other capabilities. 0, or -1 without
- *	memory: the display stays as it was.
+ *	The window has another size, or the terminal other capabilities. Returns 0, or -1
+ *	without memory, with the display unchanged.
  */
 libedit_private int
 re_resize(EditLine *el)
@@ -197,8 +196,8 @@ re_end(EditLine *el)
 }
 
 /* re_clear_display():
- *	Nothing is on the screen yet: the next frame begins where the cursor is, which is
- *	taken for the first column.
+ *	Nothing is on the screen yet: the next frame begins at the cursor, which is assumed
+ *	to be in the first column.
  */
 libedit_private void
 re_clear_display(EditLine *el)
@@ -214,9 +213,10 @@ re_clear_display(EditLine *el)
 }
 
 /*
- * A window that is being dragged may have another width than this one was told, and the text
- * other rows: the way back up to the cursor would go too far, and the next change would clear
- * rows of others. So it goes by a place that the terminal remembers, with room below it.
+ * While the user resizes a window, it may have another width by now than the last one that
+ * was reported, and the text other rows. Relative moves up to the cursor would go too far,
+ * and the next resize would clear rows above the prompt. So the cursor is saved and restored
+ * by the terminal, after the rows below it have been made.
  */
 static int
 re_can_return(EditLine *el)
@@ -245,7 +245,7 @@ re_return_to_start(EditLine *el)
 }
 
 /* re_make():
- *	Lay out and draw, with the cursor at this character
+ *	Lay out and draw, with the cursor on this character
  */
 static void
 re_make(EditLine *el, size_t cursor)
@@ -254,7 +254,7 @@ re_make(EditLine *el, size_t cursor)
 	layout_text_t text;
 	int resized;
 
-	/* commands may change what the terminal can do */
+	/* a command may have changed the capabilities */
 	if (out_columns(el) != r->drawn.width || re_rows(el) != r->drawn.height)
 		(void)re_resize(el);
 	resized = re_begin(el);
@@ -272,7 +272,7 @@ re_make(EditLine *el, size_t cursor)
 }
 
 /* re_refresh():
- *	Draw prompt and line as they are now
+ *	Draw the current prompt and line
  */
 libedit_private void
 re_refresh(EditLine *el)
@@ -292,7 +292,7 @@ re_refresh(EditLine *el)
 }
 
 /* re_refresh_cursor():
- *	Only the cursor has moved; but its row may be another's, or a new one
+ *	Only the cursor has moved; but it may be outside the window, or need a new row
  */
 libedit_private void
 re_refresh_cursor(EditLine *el)
@@ -301,8 +301,8 @@ re_refresh_cursor(EditLine *el)
 }
 
 /* re_redraw():
- *	Draw all of it anew, in its place; or, behind a stop in which others may have moved
- *	the cursor, where that is
+ *	Redraw everything in place; or at the cursor, if others may have moved it while the
+ *	process was stopped
  */
 libedit_private void
 re_redraw(EditLine *el, int stopped)
@@ -319,8 +319,8 @@ re_redraw(EditLine *el, int stopped)
 }
 
 /* re_save_start():
- *	Have the terminal remember where prompt and line begin, for a program that prints in
- *	their place
+ *	Save the cursor position at the start of the prompt, for a program that prints over
+ *	prompt and line
  */
 libedit_private void
 re_save_start(EditLine *el)
@@ -341,7 +341,7 @@ re_save_start(EditLine *el)
 }
 
 /* re_goto_bottom():
- *	To the row behind the line, all of which is over
+ *	The read is over: move to the row below the line
  */
 libedit_private void
 re_goto_bottom(EditLine *el)
@@ -351,7 +351,7 @@ re_goto_bottom(EditLine *el)
 	if (r->resized || (r->drawn.rows > 0 && (!r->drawn.whole ||
 	    layout_row(&r->drawn, r->drawn.rows - 1)->end > r->drawn.next.h)))
 		re_make(el, (size_t)-1);
-	if (r->drawn.rows > 0)	/* else something was cleared, and nothing drawn since */
+	if (r->drawn.rows > 0)	/* else nothing was drawn since the last clear */
 		out_move_to_row(el, r->drawn.rows - 1);
 	terminal__putc(el, '\n');
 	re_clear_display(el);
@@ -359,7 +359,7 @@ re_goto_bottom(EditLine *el)
 }
 
 /* re_clear_lines():
- *	Clear all rows, for them to be drawn anew
+ *	Clear all rows before a redraw
  */
 libedit_private void
 re_clear_lines(EditLine *el)
@@ -383,7 +383,7 @@ re_clear_lines(EditLine *el)
 }
 
 /* re_append_row():
- *	The last row is full, and the cursor goes to a new one
+ *	The last row is full: move the cursor to a new one
  */
 static void
 re_append_row(EditLine *el)
@@ -415,8 +415,8 @@ re_append_row(EditLine *el)
 }
 
 /* re_fastaddc():
- *	A character has been added to the line. At the end, the usual place, it is written
- *	and noted in the frame, nothing else.
+ *	A character has been added to the line. At the end, the usual case, only that is
+ *	written and added to the frame. It is flushed before the wait for the next key.
  */
 libedit_private void
 re_fastaddc(EditLine *el)
@@ -444,12 +444,10 @@ re_fastaddc(EditLine *el)
 	if (h == l->width)
 		re_append_row(el);
 	l->cursor.h = r->at.h = l->next.h;
-	if (!sig_flushes(el))
-		terminal__flush(el);
 }
 
 /* re_clear_row():
- *	Clear the row that the cursor is in, before anything is drawn
+ *	Clear the cursor's row, before anything is drawn
  */
 libedit_private void
 re_clear_row(EditLine *el)
@@ -461,7 +459,7 @@ re_clear_row(EditLine *el)
 }
 
 /* re_putc():
- *	Ring, or begin a row, for a program that does so by itself
+ *	Write a character that is not part of the display, such as a bell or a line feed
  */
 libedit_private void
 re_putc(EditLine *el, wint_t c, int shift __attribute__((__unused__)))

@@ -1,5 +1,5 @@
 /*
- * refresh.h: what is on the screen of prompt and line.
+ * refresh.h: prompt and line on the screen.
  */
 #ifndef _h_el_refresh
 #define	_h_el_refresh
@@ -10,15 +10,15 @@ typedef struct {
 	layout_t	 drawn;		/* what the window shows */
 	layout_t	 next;		/* what it is to show, while that is drawn */
 	layout_t	 before;	/* what it showed at its old size, if `resized' */
-	size_t		 appends;	/* the line's length when one more character has */
-					/* been added where the cursor is; or 0 */
-	coord_t		 at;		/* the terminal's cursor; h is the width: */
-					/* behind the last column, not wrapped yet */
-	int		 depth;		/* rows of the window that the screen has */
-	int		 scrolled;	/* rows that have left it at its top */
-	int		 resized;	/* the size is new since something was drawn */
-	int		 mute;		/* the terminal has not said where its cursor is */
-	int		 flow;		/* what the terminal does then: see refresh.c */
+	size_t		 appends;	/* the line's length after one more character at */
+					/* its end, if re_fastaddc() can draw that; or 0 */
+	coord_t		 at;		/* the terminal's cursor; if h is the width, the */
+					/* wrap is pending */
+	int		 depth;		/* rows of the window that are on the screen */
+	int		 scrolled;	/* rows that scrolled out of the window */
+	int		 resized;	/* nothing was drawn since the size changed */
+	int		 mute;		/* the terminal did not report its cursor */
+	int		 flow;		/* whether the terminal reflows, see window.c */
 } el_refresh_t;
 
 libedit_private int	re_resize(EditLine *);

@@ -1,8 +1,8 @@
 /*
- * row.c: one row of the window, from what it shows to what it is to show.
+ * row.c: updating one row of the window.
  *
- * From the first difference on: the cheapest of inserting so many columns, deleting so many
- * and neither, then what differs still, then the clearing of what is behind the end.
+ * At the first difference, columns are inserted or deleted if that is cheaper. Then the cells
+ * that still differ are written, and the rest of the row is cleared.
  */
 #include "config.h"
 
@@ -14,11 +14,11 @@
 #include "output.h"
 #include "row.h"
 
-/* no more columns than this are inserted or deleted at a guess */
+/* up to so many columns, each number is tried for an insertion or deletion */
 #define	SHIFT_MAX	16
 
 /* row_is_same():
- *	Whether a cell of the screen, behind whose end nothing is, needs no writing
+ *	Whether a cell on the screen, where nothing is after the end, shows `new' already
  */
 static int
 row_is_same(EditLine *el, const layout_row_t *old, int from, wint_t new)
@@ -33,7 +33,7 @@ row_is_same(EditLine *el, const layout_row_t *old, int from, wint_t new)
 }
 
 /* row_plain_end():
- *	How far the two are the same from column h on, without composed cells
+ *	The first column from h on where the two differ or are composed
  */
 static int
 row_plain_end(const layout_row_t *old, const layout_row_t *new, int h)
@@ -47,8 +47,8 @@ row_plain_end(const layout_row_t *old, const layout_row_t *new, int h)
 }
 
 /* row_shift_cost():
- *	What it costs to make old new from column f on when n columns have been inserted
- *	there (or deleted, below 0); or more than most
+ *	The cost of updating old to new from column f on after inserting n columns there
+ *	(deleting, if negative); or any value above most
  */
 static int
 row_shift_cost(EditLine *el, const layout_row_t *old, const layout_row_t *new, int f, int n,
@@ -82,7 +82,7 @@ row_shift_cost(EditLine *el, const layout_row_t *old, const layout_row_t *new, i
 }
 
 /* row_find_shift():
- *	How many columns to insert or delete (below 0) at column f, where old and new
+ *	How many columns to insert (delete, if negative) at column f, where old and new
  *	first differ
  */
 static int
@@ -95,7 +95,7 @@ row_find_shift(EditLine *el, const layout_row_t *old, const layout_row_t *new, i
 	if (f >= old->end || f >= new->end)
 		return 0;
 	for (n = 1; n <= SHIFT_MAX + 1; n++) {
-		/* at last, what makes the rows equally long */
+		/* at last, the difference of the lengths */
 		int in = n <= SHIFT_MAX ? n : lengths, out = n <= SHIFT_MAX ? n : -lengths;
 
 		if (EL_CAN_INSERT && in > 0 && f + in < new->end && (out_wraps(el) ||
@@ -129,7 +129,7 @@ row_insert(EditLine *el, layout_row_t *old, const layout_row_t *new, int f, int 
 	old->end = f + n + keep;
 	if (old->end == r->next.width && keep > 0 && old->cells[old->end - 1] != LAYOUT_FILL &&
 	    !ct_is_ascii(old->cells[old->end - 1]))
-		old->cells[old->end - 1] = LAYOUT_UNKNOWN;	/* half of it, perhaps */
+		old->cells[old->end - 1] = LAYOUT_UNKNOWN;	/* perhaps cut in half */
 
 	if (out_can(el, DO_IC) != NULL && n == 1)
 		out_do(el, DO_IC);
@@ -175,8 +175,8 @@ row_doubt(layout_row_t *row)
 }
 
 /* row_erase():
- *	Have the terminal clear row v from column h on, where the cursor is. From the first
- *	one, the row above may be apart then.
+ *	Erase row v from column h, where the cursor is. From the first column, that may
+ *	separate it from the row above.
  */
 static void
 row_erase(EditLine *el, int v, int h)
@@ -201,7 +201,7 @@ row_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
 	if (h >= end)
 		return;
 	if (!EL_CAN_CEOL && !new->continued && new->joined != ROW_APART)
-		end = r->next.width;	/* the last cell must be written, too */
+		end = r->next.width;	/* the last cell ends the join */
 	out_move(el, &r->next, v, h);
 	row_doubt(new);
 	if (!new->continued)
@@ -216,7 +216,7 @@ row_clear_behind(EditLine *el, layout_row_t *new, int v, int h, int end)
 }
 
 /* row_write_differences():
- *	Write what differs from column h on, and clear what is behind the end
+ *	Write the cells that differ from column h on, and clear the rest of the row
  */
 static void
 row_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v, int h)
@@ -245,9 +245,9 @@ row_write_differences(EditLine *el, layout_row_t *old, layout_row_t *new, int v,
 }
 
 /* row_join():
- *	Have the terminal itself go on from row v - 1 to this one: write the last cell
- *	there, unless that was just done, and the first here. A wide character that has
- *	no room there is taken to this row by the terminal, too.
+ *	Make the terminal wrap from row v - 1 to this one: write the last cell there,
+ *	unless that was just done, and the first here. The terminal also wraps before a
+ *	wide character that has no room there.
  */
 libedit_private int
 row_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
@@ -261,7 +261,7 @@ row_join(EditLine *el, layout_row_t *old, layout_row_t *new, int v)
 			h -= above->cells[h - 1] == LAYOUT_FILL ? 2 : 1;
 			out_move(el, &r->next, v - 1, h);
 			out_put(el, &r->next, above->cells[h]);
-		} else	/* one column is left, too narrow for what comes */
+		} else	/* one column is left, and a wide character follows */
 			out_move(el, &r->next, v - 1, h);
 	}
 	out_put(el, &r->next, new->cells[0]);
@@ -294,7 +294,7 @@ row_needs_join(EditLine *el, int v)
 }
 
 /* row_part():
- *	Have the terminal take the row for the end of a line
+ *	Make the terminal treat the row as the end of a line
  */
 static void
 row_part(EditLine *el, layout_row_t *new, int v)
@@ -316,7 +316,7 @@ row_part(EditLine *el, layout_row_t *new, int v)
 }
 
 /* row_update():
- *	Make row v of the window what it is to be
+ *	Draw row v of the window
  */
 libedit_private void
 row_update(EditLine *el, int v)

@@ -1,12 +1,12 @@
 /*
- * row.h: one row of the window, from what it shows to what it is to show.
+ * row.h: updating one row of the window.
  */
 #ifndef _h_el_row
 #define	_h_el_row
 
 /*
- * Whether the terminal takes a row and the next for one line. Some forget it when cells are
- * inserted, deleted or cleared or the last one is written alone, others do not.
+ * Whether the terminal treats a row and the next as one line. Some terminals end that when
+ * cells are inserted, deleted or cleared, or when the last one is written alone.
  */
 enum { ROW_APART, ROW_DOUBTFUL, ROW_JOINED };
 

@@ -1,27 +1,26 @@
 /*
  * sig.c: signals while a line is read.
  *
- * While readline() runs, the kernel knows one handler, ours, for seven signals.
- * It never nests (all seven are in its mask) and it never leaves the editor from
- * the middle of something: SIGINT and SIGTSTP end a read only while the reader
- * waits, which the reader says by raising rl_signal_level. At any other time they
- * leave a note that the reader looks at before it waits again. A signal that
- * arrives on another thread is sent on to the one that reads. The handler neither
- * allocates nor draws; a resize is served by the reader, outside of it.
+ * While readline() runs, one handler, ours, is installed for seven signals. It never
+ * nests (all seven are in its mask), and it never jumps out of an operation: SIGINT
+ * and SIGTSTP end a read only while the reader waits, which it says by raising
+ * rl_signal_level. At any other time they set a note, which the reader checks before
+ * it waits again. A signal that arrives on another thread is sent on to the one that
+ * reads. The handler neither allocates nor draws; the reader handles a resize.
  *
  * rl_signal() is signal() for functions that jump out of the read. Such a function
- * is never known to the kernel, so that it only ever runs on the reading thread and
- * at a moment when nothing is left half done.
+ * is never installed in the kernel: it runs only on the reading thread, and only when
+ * no operation is half done.
  *
- * A program with threads may want something of the editor while one of them reads.
- * The reader then calls rl_hold() before readline() and rl_let_go() after it: it has
- * the editor to itself except while it waits in rl_select(), and in callbacks that
- * let go. The others ask with rl_claim().
+ * Other threads may use the editor while one of them reads. The reader then calls
+ * rl_hold() before readline() and rl_let_go() after it: it holds the editor's lock
+ * except while it waits in rl_select(), and in callbacks that call rl_let_go(). The
+ * others take the lock with rl_claim().
  *
- * All this belongs to the process that reads. In one that is forked meanwhile there
- * is no read: it finds the signals as they were, and never touches the terminal. If
- * it was forked on the reading thread, which then is in the midst of the read there
- * too, that ends as at the end of the input.
+ * All this belongs to the process that reads. In a child that is forked meanwhile
+ * there is no read: it gets the dispositions from before the read, and never touches
+ * the terminal. If the reading thread forked, which is in the read in the child, too,
+ * the read ends there as at the end of the input.
  */
 #include "config.h"
 
@@ -49,11 +48,11 @@ enum { AT_INT, AT_TSTP, AT_QUIT, AT_HUP, AT_TERM, AT_CONT, AT_WINCH };
 
 static struct {
 	int		 signo;
-	volatile sig_atomic_t note;	/* came at a bad moment; to be served */
+	volatile sig_atomic_t note;	/* it came, and is to be handled later */
 	volatile sig_atomic_t guarded;	/* `next' came from rl_signal() */
-	volatile sig_atomic_t taken;	/* `before' is to be given back */
-	struct sigaction before;	/* what the kernel had before ours */
-	struct sigaction next;		/* what ours passes the signal on to */
+	volatile sig_atomic_t taken;	/* `before' is to be restored */
+	struct sigaction before;	/* what ours replaced in the kernel */
+	struct sigaction next;		/* what ours calls */
 	siginfo_t	 info;		/* of the note */
 } sigs[SIG_COUNT] = {
 	[AT_INT] = { .signo = SIGINT },
@@ -67,7 +66,7 @@ static struct {
 
 /*
  * 0: no signal may end the read now. 1: SIGINT and SIGTSTP may. 2: the same, and
- * rl_select() waits, which a note of any kind must end.
+ * rl_select() waits, which any note must end.
  */
 volatile sig_atomic_t rl_signal_level = 0;
 
@@ -80,22 +79,36 @@ static volatile sig_atomic_t sig_left;	/* a guarded function has jumped */
 static char *volatile sig_late;		/* a line that a jump may still abandon */
 static volatile pid_t sig_pid;	/* the process that may read; 0 before the first */
 static EditLine *volatile sig_orphan;	/* reads in the process that forked this one */
-static pthread_mutex_t sig_mutex = PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
-static volatile sig_atomic_t sig_held;	/* the reader has the mutex */
-static volatile sig_atomic_t sig_ending;	/* the process is */
+
+/*
+ * The editor's lock, recursive. A single key releases and takes it again, nearly always
+ * with nobody waiting: that is two changes of `taken'; mutex and condition are only for
+ * threads that wait.
+ */
+static struct {
+	int		 taken;		/* atomic, as is the next */
+	int		 waiting;	/* number of threads */
+	pthread_t	 owner;		/* atomic; 0: none */
+	int		 again;		/* depth beyond the first */
+	pthread_mutex_t	 mutex;
+	pthread_cond_t	 given_up;
+} sig_lock = { .mutex = PTHREAD_MUTEX_INITIALIZER, .given_up = PTHREAD_COND_INITIALIZER };
+
+static volatile sig_atomic_t sig_held;	/* the reader has the lock */
+static volatile sig_atomic_t sig_ending;	/* the process ends */
 static pthread_key_t sig_key;		/* of the reader: see sig_thread_ended() */
 
 /*
- * Where a handler goes back to that has left a note while rl_select() waits: before
- * the wait. It may have come between the look at the notes and the wait, which would
- * then last until the next key.
+ * Where a handler jumps to that has set a note while rl_select() waits: before the
+ * wait. If it ran between the check of the notes and the wait, returning would leave
+ * the note until the next key.
  */
 static sigjmp_buf sig_back;
 
 static volatile sig_atomic_t sig_waits;	/* this read waits in rl_select() */
 static int sig_hurry;		/* keys come faster than they are read */
 
-/* one that ends sooner than this, in ns, was none */
+/* a wait that ends sooner than this, in ns, did not block */
 #define	SIG_HURRY	4000
 
 static void	sig_handler(int, siginfo_t *, void *);
@@ -121,7 +134,7 @@ sig_is_ours(const struct sigaction *sa)
 }
 
 /* sig_install():
- *	Put our handler into the kernel; old gets what it replaces
+ *	Install our handler; old gets what it replaces
  */
 static int
 sig_install(int i, struct sigaction *old)
@@ -140,7 +153,7 @@ sig_install(int i, struct sigaction *old)
 }
 
 /* sig_forked():
- *	In a process that does not read: as if nobody did
+ *	In a child: reset everything to before the read
  */
 static void
 sig_forked(void)
@@ -150,7 +163,9 @@ sig_forked(void)
 	int i;
 
 	sig_pid = getpid();
-	sig_mutex = (pthread_mutex_t)PTHREAD_RECURSIVE_MUTEX_INITIALIZER_NP;
+	memset(&sig_lock, 0, sizeof(sig_lock));
+	sig_lock.mutex = (pthread_mutex_t)PTHREAD_MUTEX_INITIALIZER;
+	sig_lock.given_up = (pthread_cond_t)PTHREAD_COND_INITIALIZER;
 	sig_held = 0;
 	for (i = 0; i < SIG_COUNT; i++) {
 		if (sigaction(sigs[i].signo, NULL, &now) == 0 &&
@@ -162,7 +177,7 @@ sig_forked(void)
 	sig_noted = sig_again = sig_taking = 0;
 	if (el == NULL)
 		return;
-	/* the terminal is not ours, nor what is still to be shown on it */
+	/* the terminal belongs to the parent, and so does unwritten output */
 	el->el_tty.t_held = 0;
 	__fpurge(el->el_outfile);
 	sig_orphan = el;
@@ -170,8 +185,8 @@ sig_forked(void)
 }
 
 /* sig_thread_ended():
- *	The reader's thread is over, as those are that the interpreter still has when
- *	it ends. So is the read.
+ *	The reading thread has ended, as the interpreter's other threads do at exit: end
+ *	the read
  */
 static void
 sig_thread_ended(void *el)
@@ -185,7 +200,7 @@ sig_thread_ended(void *el)
 }
 
 /* sig_process():
- *	This process is going to read
+ *	Once per process, before it reads
  */
 static void
 sig_process(void)
@@ -203,7 +218,7 @@ sig_take(void)
 	struct sigaction old;
 	int i;
 
-	/* between the next two steps ours is in force and does not know for whom */
+	/* our handler may run before `next' is set */
 	sig_taking = 1;
 	for (i = 0; i < SIG_COUNT; i++) {
 		if (sigs[i].guarded || sigs[i].taken)
@@ -232,7 +247,7 @@ sig_give_back(void)
 			continue;
 		sigs[i].taken = 0;
 		sigs[i].guarded = 0;
-		/* what the program has set meanwhile is newer than ours */
+		/* keep what the program has installed meanwhile */
 		if (sigaction(sigs[i].signo, &sigs[i].before, &old) == 0 &&
 		    !sig_is_ours(&old))
 			(void)sigaction(sigs[i].signo, &old, NULL);
@@ -240,7 +255,7 @@ sig_give_back(void)
 }
 
 /* sig_tty():
- *	The terminal's original settings, also from the background
+ *	Restore the terminal's settings, also from a background process group
  */
 static void
 sig_tty(EditLine *el)
@@ -255,9 +270,8 @@ sig_tty(EditLine *el)
 }
 
 /*
- * For a process that ends in the midst of a read, on whatever thread: gives the
- * terminal the settings that it had before, for good. Nothing happens between two
- * reads.
+ * For a process that ends during a read, on any thread: restores the terminal's
+ * settings, and they are not changed again. Between two reads it does nothing.
  */
 void
 rl_give_back_terminal(void)
@@ -271,7 +285,7 @@ rl_give_back_terminal(void)
 }
 
 /* sig_call():
- *	Do what the disposition under ours says. May not return.
+ *	Act as the disposition below our handler says. May not return.
  */
 static void
 sig_call(int i, siginfo_t *info, void *context)
@@ -302,8 +316,8 @@ sig_call(int i, siginfo_t *info, void *context)
 }
 
 /* sig_pass():
- *	Give everything back as it was found, then pass the signal on. If that
- *	returns, the read goes on.
+ *	Restore terminal and dispositions, then pass the signal on. If that returns,
+ *	the read goes on.
  */
 static void
 sig_pass(int i, siginfo_t *info, void *context)
@@ -312,7 +326,7 @@ sig_pass(int i, siginfo_t *info, void *context)
 	sig_atomic_t level = rl_signal_level;
 
 	sigs[i].note = 0;
-	terminal__flush(el);	/* the shell's own text comes after it */
+	terminal__flush(el);	/* before the shell prints */
 	sig_tty(el);
 	sig_give_back();
 	sig_el = NULL;
@@ -332,8 +346,8 @@ sig_pass(int i, siginfo_t *info, void *context)
 }
 
 /* sig_end_wait():
- *	Leave the handler for the place before the wait. Its mask is given back here:
- *	to keep it there would be a call for every key.
+ *	Jump from the handler to before the wait. The mask is restored here: saving it
+ *	there would be a system call for every key.
  */
 static void
 sig_end_wait(void *context)
@@ -350,7 +364,7 @@ sig_handler(int signo, siginfo_t *info, void *context)
 	int save_errno = errno, i = sig_index(signo), fatal;
 
 	if (getpid() != sig_pid) {
-		/* made by other means than fork(); it comes again at once */
+		/* a child not made by fork(): no atfork handler ran */
 		sig_forked();
 		(void)raise(signo);
 	} else if (sig_taking) {
@@ -362,7 +376,7 @@ sig_handler(int signo, siginfo_t *info, void *context)
 		if (fatal && sig_el != NULL)
 			sig_tty(sig_el);
 		sig_call(i, info, context);
-		if (fatal && sig_el != NULL) {	/* the first process does not die */
+		if (fatal && sig_el != NULL) {	/* init of a PID namespace survives */
 			sig_again = sig_noted = 1;
 			if (!pthread_equal(pthread_self(), sig_thread))
 				(void)pthread_kill(sig_thread, signo);
@@ -388,7 +402,7 @@ sig_handler(int signo, siginfo_t *info, void *context)
 }
 
 /* sig_redraw():
- *	Raw mode where it was lost, the size as it is now, prompt and line
+ *	Set raw mode again where it was lost, take the current size, redraw
  */
 static void
 sig_redraw(EditLine *el, int continued, int again)
@@ -407,7 +421,7 @@ sig_redraw(EditLine *el, int continued, int again)
 }
 
 /* sig_serve():
- *	See to the notes. May not return.
+ *	Handle the notes. May not return.
  */
 static void
 sig_serve(void)
@@ -430,7 +444,7 @@ sig_serve(void)
 }
 
 /* sig_set():
- *	A read begins: from here on a signal leaves a note
+ *	A read begins: from here on a signal sets a note
  */
 libedit_private void
 sig_set(EditLine *el)
@@ -446,7 +460,7 @@ sig_set(EditLine *el)
 	(void)pthread_setspecific(sig_key, el);
 	sig_el = el;
 	sig_take();
-	/* the line that a jump has left; else it is the caller's, who has it */
+	/* a line that a jump has abandoned; otherwise the caller has it */
 	if (sig_left)
 		free(sig_late);
 	sig_late = NULL;
@@ -477,7 +491,7 @@ sig_clr(EditLine *el, char *line)
 }
 
 /* sig_reader():
- *	The instance that a read is under way in, or NULL
+ *	The instance that reads now, or NULL
  */
 libedit_private EditLine *
 sig_reader(void)
@@ -486,7 +500,8 @@ sig_reader(void)
 }
 
 /* sig_may_set():
- *	Whether the instance may set its terminal, back to what it was or anew
+ *	Whether the instance may change the terminal's settings or, with `back',
+ *	restore them
  */
 libedit_private int
 sig_may_set(EditLine *el, int back)
@@ -495,7 +510,7 @@ sig_may_set(EditLine *el, int back)
 }
 
 /* sig_orphaned():
- *	Whether the instance reads in the process that forked this one
+ *	Whether the instance was reading in the parent when this process was forked
  */
 libedit_private int
 sig_orphaned(EditLine *el)
@@ -504,7 +519,7 @@ sig_orphaned(EditLine *el)
 }
 
 /* sig_wait():
- *	Wait until fd is readable, serving signals meanwhile
+ *	Wait until fd is readable, handling signals meanwhile
  */
 libedit_private void
 sig_wait(int fd)
@@ -522,7 +537,7 @@ sig_wait(int fd)
 }
 
 /* sig_flushes():
- *	Whether the reader of this instance sees to its output
+ *	Whether the reader of this instance flushes its output
  */
 libedit_private int
 sig_flushes(EditLine *el)
@@ -531,7 +546,7 @@ sig_flushes(EditLine *el)
 }
 
 /* sig_hurries():
- *	Whether the last key was there before it was waited for
+ *	Whether the last key was there already when the wait began
  */
 libedit_private int
 sig_hurries(void)
@@ -539,50 +554,128 @@ sig_hurries(void)
 	return sig_hurry;
 }
 
+/* sig_try_lock():
+ *	Take the lock if nobody else has it. Whether it was taken.
+ */
+static int
+sig_try_lock(void)
+{
+	int is_free = 0;
+
+	return __atomic_compare_exchange_n(&sig_lock.taken, &is_free, 1, 0, __ATOMIC_SEQ_CST,
+	    __ATOMIC_SEQ_CST);
+}
+
+/* sig_wait_for_lock():
+ *	Who waits says so before the last look, and who gives the lock up looks for waiters
+ *	after that: one of the two sees the other.
+ */
+static void
+sig_wait_for_lock(void)
+{
+	(void)pthread_mutex_lock(&sig_lock.mutex);
+	(void)__atomic_add_fetch(&sig_lock.waiting, 1, __ATOMIC_SEQ_CST);
+	while (!sig_try_lock())
+		(void)pthread_cond_wait(&sig_lock.given_up, &sig_lock.mutex);
+	(void)__atomic_sub_fetch(&sig_lock.waiting, 1, __ATOMIC_SEQ_CST);
+	(void)pthread_mutex_unlock(&sig_lock.mutex);
+}
+
+static void
+sig_wake_waiter(void)
+{
+	(void)pthread_mutex_lock(&sig_lock.mutex);
+	(void)pthread_cond_signal(&sig_lock.given_up);
+	(void)pthread_mutex_unlock(&sig_lock.mutex);
+}
+
+static inline int
+sig_take_lock(int wait)
+{
+	pthread_t self = pthread_self();
+
+	/* no other thread makes this one the owner, or leaves it so */
+	if (__atomic_load_n(&sig_lock.owner, __ATOMIC_RELAXED) == self) {
+		sig_lock.again++;
+		return 1;
+	}
+	if (!sig_try_lock()) {
+		if (!wait)
+			return 0;
+		sig_wait_for_lock();
+	}
+	__atomic_store_n(&sig_lock.owner, self, __ATOMIC_RELAXED);
+	return 1;
+}
+
+static inline void
+sig_give_lock_up(void)
+{
+	if (sig_lock.again > 0) {
+		sig_lock.again--;
+		return;
+	}
+	__atomic_store_n(&sig_lock.owner, 0, __ATOMIC_RELAXED);
+	__atomic_store_n(&sig_lock.taken, 0, __ATOMIC_SEQ_CST);
+	if (__atomic_load_n(&sig_lock.waiting, __ATOMIC_SEQ_CST) > 0)
+		sig_wake_waiter();
+}
+
+static inline void
+sig_hold(void)
+{
+	(void)sig_take_lock(1);
+	sig_held = 1;
+}
+
+static inline void
+sig_let_go(void)
+{
+	if (!sig_held)
+		return;		/* a function that left rl_select() */
+	sig_held = 0;
+	sig_give_lock_up();
+}
+
 /*
- * For the thread that reads: nobody else may use the editor, and: they may again.
+ * For the thread that reads: take the editor's lock, and release it.
  */
 void
 rl_hold(void)
 {
-	(void)pthread_mutex_lock(&sig_mutex);
-	sig_held = 1;
+	sig_hold();
 }
 
 void
 rl_let_go(void)
 {
-	if (!sig_held)
-		return;		/* a function that left rl_select() */
-	sig_held = 0;
-	(void)pthread_mutex_unlock(&sig_mutex);
+	sig_let_go();
 }
 
 /*
- * For any thread that wants to use the editor, once or within itself. Returns 0 if it
- * may not now, and with `wait' only when it may. Each 1 is answered by rl_release().
+ * For any thread that is to use the editor: take the lock, which is recursive. Without
+ * `wait', returns 0 if another thread has it. Each 1 needs an rl_release().
  */
 int
 rl_claim(int wait)
 {
-	return (wait ? pthread_mutex_lock(&sig_mutex) :
-	    pthread_mutex_trylock(&sig_mutex)) == 0;
+	return sig_take_lock(wait);
 }
 
 void
 rl_release(void)
 {
-	(void)pthread_mutex_unlock(&sig_mutex);
+	sig_give_lock_up();
 }
 
 /* sig_wait_for():
- *	The wait itself, with the level raised, and how soon it ended. With a note it
- *	fails at once.
+ *	The wait itself, with the level raised, and how soon it ended. If a note is set
+ *	it fails at once.
  */
 static int
 sig_wait_for(int nfds, fd_set *set)
 {
-	struct timespec begun, ended;
+	static struct timespec begun, ended;
 	int n;
 
 	if (sigsetjmp(sig_back, 0) != 0)
@@ -602,17 +695,18 @@ sig_wait_for(int nfds, fd_set *set)
 }
 
 /* sig_select():
- *	The wait, in which others may use the editor
+ *	The wait, without the editor's lock
  */
 static int
 sig_select(int nfds, fd_set *set)
 {
 	int n, held = sig_held;
 
-	rl_let_go();
+	if (held)
+		sig_let_go();
 	n = sig_wait_for(nfds, set);
 	if (held)
-		rl_hold();
+		sig_hold();
 	if (n == -1 && sig_noted) {
 		sig_serve();
 		errno = EINTR;
@@ -620,49 +714,61 @@ sig_select(int nfds, fd_set *set)
 	return n;
 }
 
+/* sig_look():
+ *	While keys come faster than they are read, look whether one is there before the
+ *	output is written. Nothing is held back when anything but a key is ready. Its two
+ *	sets are not on the way of a key alone.
+ */
+static __attribute__((__noinline__)) int
+sig_look(EditLine *el, int nfds, fd_set *set)
+{
+	struct timeval now = { 0, 0 };
+	fd_set wanted = *set;
+	int n = select(nfds, set, NULL, NULL, &now);
+
+	if (n <= 0)
+		*set = wanted;
+	if (n != 1 || !FD_ISSET(el->el_infd, set))
+		terminal__flush(el);
+	return n;
+}
+
 /*
- * select() for a character reader: waits without limit until one of the
+ * select() for a character reader: waits without a timeout until one of the
  * descriptors is readable. Returns what select() does, or 0 or less when a signal
- * was served: wait again then. May be abandoned by a function of rl_signal(). In a
- * process that was forked in the midst of the read: -2, at once and for good.
+ * was handled: wait again then. May be abandoned by a function of rl_signal(). In a
+ * child that was forked during the read: always -2, at once.
  *
- * The editor's output is written here, before the wait and not before every key:
- * while keys come faster than they are read, a look whether one is there comes
- * first. Nothing is held back when anything but a key is ready.
+ * The editor's output is flushed here, before the wait and not before every key.
  */
 int
 rl_select(int nfds, fd_set *set)
 {
 	EditLine *el = sig_el;
-	fd_set wanted;
-	int n = 0;
+	int n;
 
-	if (el == NULL)
-		return sig_orphan != NULL ? -2 : sig_select(nfds, set);
-	sig_waits = 1;
-	if (position_has_key() && !sig_noted) {
-		FD_ZERO(set);
-		FD_SET(el->el_infd, set);
-		return 1;
-	}
-	if (__fpending(el->el_outfile) > 0) {
-		if (sig_hurry && !sig_noted) {
-			struct timeval now = { 0, 0 };
-
-			wanted = *set;
-			n = select(nfds, set, NULL, NULL, &now);
-			if (n <= 0)
-				*set = wanted;
+	if (el == NULL && sig_orphan != NULL)
+		return -2;
+	if (el != NULL) {
+		sig_waits = 1;
+		if (position_has_key() && !sig_noted) {
+			FD_ZERO(set);
+			FD_SET(el->el_infd, set);
+			return 1;
 		}
-		if (n != 1 || !FD_ISSET(el->el_infd, set))
-			terminal__flush(el);
+		if (__fpending(el->el_outfile) > 0) {
+			if (!sig_hurry || sig_noted)
+				terminal__flush(el);
+			else if ((n = sig_look(el, nfds, set)) > 0)
+				return n;
+		}
 	}
-	return n > 0 ? n : sig_select(nfds, set);
+	return sig_select(nfds, set);
 }
 
 /*
- * For a callback that prints while a line is read: the terminal remembers where prompt and
- * line begin. Sent there by ESC 8, it clears them by ESC [ J and prints in their place.
+ * For a callback that prints while a line is read: saves the cursor position at the start
+ * of the prompt. The callback returns there by ESC 8, clears by ESC [ J and prints.
  */
 void
 rl_save_start(void)
@@ -674,8 +780,8 @@ rl_save_start(void)
 }
 
 /*
- * read() for a character reader. A signal that has come since rl_select() is seen
- * to first: the terminal may have thrown the key away with it. May be abandoned.
+ * read() for a character reader. A signal that has come since rl_select() is handled
+ * first: the tty may have flushed the key with it. May be abandoned.
  */
 ssize_t
 rl_read(int fd, void *buf, size_t len)
@@ -697,10 +803,10 @@ rl_read(int fd, void *buf, size_t len)
 }
 
 /*
- * signal() for SIGINT and SIGTSTP and a function that leaves the read by a jump, on
- * this thread. Returns the old disposition, as signal() does. From the next
- * readline() on it is called only while the reader waits or when the read is over;
- * before that, at once.
+ * signal() for SIGINT and SIGTSTP and a function that jumps out of the read, on this
+ * thread. Returns the old disposition, as signal() does. From the next readline() on
+ * the function is called only while the reader waits or when the read is over; before
+ * that, at once.
  */
 rl_sigfunc_t *
 rl_signal(int signo, rl_sigfunc_t *function)
@@ -722,8 +828,8 @@ rl_signal(int signo, rl_sigfunc_t *function)
 }
 
 /*
- * The way back: signal(), but with the flags and the mask that the disposition had
- * when rl_signal() replaced it.
+ * The reverse: signal(), but with the flags and the mask that the disposition had when
+ * rl_signal() replaced it.
  */
 rl_sigfunc_t *
 rl_signal_restore(int signo, rl_sigfunc_t *old)
@@ -738,7 +844,7 @@ rl_signal_restore(int signo, rl_sigfunc_t *old)
 		was = signal(signo, old);
 	sigs[i].guarded = 0;
 	if (sigs[i].note && old != SIG_DFL && !sig_left) {
-		/* it came for a function that is no longer in force */
+		/* it came for a function that is no longer installed */
 		sigs[i].note = 0;
 		(void)raise(signo);
 	}

@@ -1,12 +1,10 @@
 /*
  * text.c: from the bytes that are typed to the characters of the line.
  *
- * The character reader hands over single bytes with their sign, so that those above
- * 0x7f are negative. Where a key is read for editing they are joined to characters
- * here, by the locale's rules; what makes no character is refused with a beep, and so
- * nothing gets into a line that could not be handed out again. Bytes of a character
- * are only kept while the next one is waited for: a read that is left in between
- * leaves nothing to the next.
+ * The character reader returns single bytes with their sign, so that those above 0x7f
+ * are negative. Where a key is read for editing, they are decoded here by the locale;
+ * invalid bytes are refused with a beep, so that every line can be encoded again. An
+ * incomplete character is kept on the stack only: a jump out of the read discards it.
  */
 #include "config.h"
 
@@ -33,7 +31,7 @@ text_is_utf8(void)
 }
 
 /* text_refuse():
- *	What was typed is no text
+ *	Beep: what was typed is no text
  */
 static void
 text_refuse(EditLine *el)
@@ -44,8 +42,8 @@ text_refuse(EditLine *el)
 }
 
 /* text_stands():
- *	Whether a character may stand in a line: it has bytes in this locale. The C
- *	library has some for what is beyond Unicode, too.
+ *	Whether a character may be in a line: the locale can encode it. The C library
+ *	encodes some that are not in Unicode, too.
  */
 libedit_private int
 text_stands(wchar_t ch)
@@ -60,13 +58,13 @@ text_stands(wchar_t ch)
 }
 
 /* text_join_utf8():
- *	Join the byte at *cp with those that it announces. When they make no
- *	character, *cp becomes the key behind them.
+ *	Decode the UTF-8 sequence that begins with the byte at *cp. If it is invalid,
+ *	*cp becomes the key after it.
  */
 static int
 text_join_utf8(EditLine *el, wchar_t *cp)
 {
-	/* no shorter sequence has these */
+	/* below these a sequence is overlong */
 	static const wchar_t least[] = {
 		INT_MAX, 0x80, 0x800, 0x10000, 0x200000, 0x4000000
 	};
@@ -94,8 +92,8 @@ text_join_utf8(EditLine *el, wchar_t *cp)
 }
 
 /* text_join_bytes():
- *	The same in any other locale. A byte that is no character there still is a
- *	key when the user has bound it.
+ *	The same in any other locale. An invalid byte still is a key if the user has
+ *	bound it.
  */
 static int
 text_join_bytes(EditLine *el, wchar_t *cp)
@@ -128,8 +126,8 @@ text_join_bytes(EditLine *el, wchar_t *cp)
 }
 
 /* text_join():
- *	Join the byte at *cp, as the reader has handed it over, with the next ones to
- *	a character, or to the key behind what is none. Returns what the reader did.
+ *	Decode the character that begins with the byte at *cp, as the reader returned
+ *	it. After invalid bytes *cp is the next key. Returns what the reader did.
  */
 libedit_private int
 text_join(EditLine *el, wchar_t *cp)
@@ -143,8 +141,8 @@ text_join(EditLine *el, wchar_t *cp)
 }
 
 /* text_command():
- *	What a character stands for as a key. Those that the map has no room for are
- *	text wherever keys are, and what was pasted is nothing else.
+ *	The command of a character. Those beyond the key map insert themselves where keys
+ *	do, and so does all pasted text.
  */
 libedit_private el_action_t
 text_command(EditLine *el, wchar_t ch)
@@ -157,11 +155,11 @@ text_command(EditLine *el, wchar_t ch)
 }
 
 /*
- * A terminal that was asked to (by the shell, in its prompt) puts marks around what
- * is pasted: ESC [ 200 ~ and ESC [ 201 ~. Between them every key is text, whatever it
- * is bound to, and controls but for tabs and line ends are dropped: they would not be
- * seen for what they are. A line end ends the read, and the paste goes on in the next
- * one. It is over with its second mark, with an interrupt, and with the instance.
+ * Bracketed paste: a terminal in that mode (which the shell sets in its prompt) sends
+ * ESC [ 200 ~ before and ESC [ 201 ~ after pasted text. In between every key is text,
+ * whatever it is bound to, and control characters other than tabs and line ends are
+ * dropped, because they would not be visible. A line end ends the read, and the paste
+ * goes on in the next one. It ends with the second mark, an interrupt, or the instance.
  */
 
 /* text_begin_paste():
@@ -175,7 +173,7 @@ text_begin_paste(EditLine *el)
 }
 
 /* text_forget():
- *	There is no paste any more
+ *	The paste is over
  */
 libedit_private void
 text_forget(EditLine *el)
@@ -185,8 +183,8 @@ text_forget(EditLine *el)
 }
 
 /* text_mark():
- *	Escape has come from a paste: read the mark that it begins. What is none is
- *	held, as the text that it is.
+ *	Escape has come in a paste: read the mark that it begins. If it is none, what
+ *	was read is held and used as text.
  */
 static int
 text_mark(EditLine *el)
@@ -200,7 +198,7 @@ text_mark(EditLine *el)
 		if ((num = read_byte(el, &ch)) != 1)
 			return num;
 		t->held[t->held_len++] = ch;
-		/* the first mark once more is no text either */
+		/* a second start mark is no text either */
 		if (!t->paste || (ch != mark[i] && !(i == 3 && ch == '0'))) {
 			t->dropped = 1;
 			return 1;
@@ -213,7 +211,7 @@ text_mark(EditLine *el)
 }
 
 /* text_pasted():
- *	Read the next character of a paste, or the key behind it
+ *	Read the next character of a paste, or the key after it
  */
 libedit_private int
 text_pasted(EditLine *el, wchar_t *cp)
@@ -247,24 +245,24 @@ text_pasted(EditLine *el, wchar_t *cp)
 }
 
 /*
- * Terminals send keys, and what they report, as sequences: Escape, "[" or "O" and
- * what these announce. One that is not bound is read to its end all the same, so
- * that nothing of it is taken for other keys.
+ * Terminals send keys and reports as escape sequences, which begin with CSI (Escape [)
+ * or SS3 (Escape O). One that is not bound is read to its end all the same, so that no
+ * part of it is taken for other keys.
  */
 enum {
-	KEYS_OTHER,	/* no such sequence has begun */
+	KEYS_OTHER,	/* not in a sequence */
 	KEYS_ESCAPE,
 	KEYS_CSI,	/* Escape [ */
-	KEYS_DIGITS,	/* and nothing but digits */
-	KEYS_MORE,	/* and something else */
+	KEYS_DIGITS,	/* CSI and digits only */
+	KEYS_MORE,	/* CSI and other parameters */
 	KEYS_SS3,	/* Escape O */
-	KEYS_ONE,	/* one key more ends it */
-	KEYS_MOUSE,	/* three bytes more, which need not be characters */
+	KEYS_ONE,	/* one more key ends it */
+	KEYS_MOUSE,	/* three more bytes, which need not be characters */
 	KEYS_DONE,
 	KEYS_CUT	/* by a key that cannot be in it */
 };
 
-/* how long it may take from Escape to the next key of a sequence, in ms */
+/* how long the next key of a sequence may take after Escape, in ms */
 #define	KEYS_WAIT	50
 
 /* text_keys():
@@ -274,7 +272,7 @@ libedit_private void
 text_keys(text_keys_t *keys, wchar_t ch)
 {
 	if (keys->len == 0) {
-		/* vi's command mode is reached by the Escape before */
+		/* in vi, Escape was a command of its own before "[" or "O" */
 		keys->state = ch == 033 ? KEYS_ESCAPE : ch == '[' ? KEYS_CSI :
 		    ch == 'O' ? KEYS_SS3 : KEYS_OTHER;
 	} else if (ch < 0x20 || ch > 0x7e) {
@@ -298,7 +296,7 @@ text_keys(text_keys_t *keys, wchar_t ch)
 			keys->state = ch >= '0' && ch <= '9' ? KEYS_DIGITS :
 			    ch < 0x40 ? KEYS_MORE : KEYS_DONE;
 		break;
-	case KEYS_DIGITS:		/* or with Shift, ending in $ */
+	case KEYS_DIGITS:		/* with Shift, some end in $ */
 		if (ch < '0' || ch > '9')
 			keys->state = ch < 0x40 && ch != '$' ? KEYS_MORE :
 			    KEYS_DONE;
@@ -322,7 +320,7 @@ text_keys(text_keys_t *keys, wchar_t ch)
 }
 
 /* text_keys_end():
- *	Read a sequence to its end. The key that cuts it counts by itself.
+ *	Read a sequence to its end. A key that cuts it is pushed back.
  */
 static int
 text_keys_end(EditLine *el, wchar_t *cp, text_keys_t *keys)
@@ -347,9 +345,8 @@ text_keys_end(EditLine *el, wchar_t *cp, text_keys_t *keys)
 }
 
 /* text_reports():
- *	Whether a sequence is nothing that was typed: where the mouse is, or the
- *	cursor, whether the window has the focus, that a paste is over which nobody
- *	knows of
+ *	Whether a sequence is a report of the terminal and no key: the position of mouse
+ *	or cursor, the window's focus, the end of a paste that is over already
  */
 static int
 text_reports(const text_keys_t *keys)
@@ -364,7 +361,7 @@ text_reports(const text_keys_t *keys)
 }
 
 /* text_is_paste():
- *	Whether a sequence is the mark before what is pasted
+ *	Whether a sequence begins a bracketed paste
  */
 static int
 text_is_paste(const text_keys_t *keys)
@@ -374,7 +371,7 @@ text_is_paste(const text_keys_t *keys)
 }
 
 /* text_leave_insert():
- *	Escape, or what begins with it, leads from vi's insert to its command mode
+ *	Escape, or a sequence, enters vi's command mode: remember the insert mode
  */
 libedit_private void
 text_leave_insert(EditLine *el)
@@ -385,7 +382,7 @@ text_leave_insert(EditLine *el)
 }
 
 /* text_back_to_insert():
- *	It was the beginning of what means nothing
+ *	It was a sequence that is not bound: back to the insert mode
  */
 static void
 text_back_to_insert(EditLine *el, const text_keys_t *keys)
@@ -404,13 +401,13 @@ text_back_to_insert(EditLine *el, const text_keys_t *keys)
 }
 
 /* text_rest():
- *	Read the rest of keys that are not bound, *cp being the last one, for
+ *	Read the rest of a sequence that is not bound, *cp being its last key so far, for
  *	keymacro_get()
  */
 libedit_private int
 text_rest(EditLine *el, wchar_t *cp, text_keys_t *keys, keymacro_value_t *val)
 {
-	/* a lead-in without any sequence */
+	/* 1: a lead-in key that no bound sequence begins with */
 	if (keys->len > 1 && text_keys_end(el, cp, keys) != 1)
 		return XK_NOD;
 	text_back_to_insert(el, keys);
@@ -421,13 +418,13 @@ text_rest(EditLine *el, wchar_t *cp, text_keys_t *keys, keymacro_value_t *val)
 	val->cmd = ED_UNASSIGNED;
 	if (text_is_paste(keys)) {
 		text_begin_paste(el);
-		val->cmd = ED_IGNORE;	/* but for a count before it */
+		val->cmd = ED_IGNORE;	/* which drops a count before it */
 	}
 	return XK_CMD;
 }
 
 /* text_follows():
- *	Whether another key comes at once
+ *	Whether another key comes within KEYS_WAIT
  */
 static int
 text_follows(EditLine *el)
@@ -443,8 +440,8 @@ text_follows(EditLine *el)
 }
 
 /* text_key():
- *	el_wgetc() where Escape is a key. If it is the beginning of a sequence, this
- *	is in keys; else these are empty.
+ *	el_wgetc() where Escape is a key. If a sequence begins with it, that is in keys;
+ *	else keys is empty.
  */
 libedit_private int
 text_key(EditLine *el, wchar_t *cp, text_keys_t *keys)
@@ -482,7 +479,7 @@ text_key(EditLine *el, wchar_t *cp, text_keys_t *keys)
 }
 
 /* text_bind():
- *	The usual forms of some keys, whatever the terminal's description says
+ *	Bind the usual sequences of some keys, whatever the terminal's description says
  */
 libedit_private void
 text_bind(EditLine *el)
@@ -518,13 +515,13 @@ text_bind(EditLine *el)
 }
 
 /*
- * A character of the line is a base with the marks behind it: the cursor stands on
- * bases, and what is deleted or moved goes whole. Marks that nothing is before are
+ * A character of the line is a base with the combining marks after it: the cursor is
+ * on bases, and both are deleted and moved together. Marks at the start of the line are
  * one character, too.
  */
 
 /* text_after():
- *	The place so many characters behind p
+ *	The position so many characters after p
  */
 libedit_private wchar_t *
 text_after(EditLine *el, wchar_t *p, int count)
@@ -538,7 +535,7 @@ text_after(EditLine *el, wchar_t *p, int count)
 }
 
 /* text_before():
- *	The place so many characters before p
+ *	The position so many characters before p
  */
 libedit_private wchar_t *
 text_before(EditLine *el, wchar_t *p, int count)
@@ -549,7 +546,7 @@ text_before(EditLine *el, wchar_t *p, int count)
 }
 
 /* text_base():
- *	Where the character begins that p is in
+ *	The start of the character that p is in
  */
 libedit_private wchar_t *
 text_base(wchar_t *p, const wchar_t *low)
@@ -560,7 +557,7 @@ text_base(wchar_t *p, const wchar_t *low)
 }
 
 /* text_overwrite():
- *	Put ch in the place of the character at the cursor
+ *	Replace the character at the cursor by ch
  */
 libedit_private void
 text_overwrite(EditLine *el, wchar_t ch)
@@ -576,7 +573,8 @@ text_overwrite(EditLine *el, wchar_t ch)
 }
 
 /* text_settle():
- *	A command has left the cursor on a mark: its base came, or it was looked for
+ *	A command may have left the cursor on a mark, whose base was inserted just before
+ *	it or which was searched for: move it to the next base
  */
 libedit_private void
 text_settle(EditLine *el)
@@ -613,7 +611,7 @@ text_swap(wchar_t *first, wchar_t *mid, wchar_t *last)
 }
 
 /* text_case():
- *	A letter in upper or lower case, where it has that in this locale
+ *	A letter in upper or lower case, if the locale can encode that
  */
 libedit_private wchar_t
 text_case(wchar_t ch, int upper)

@@ -6,17 +6,17 @@
 
 /* the keys of a sequence, as far as they have been read */
 typedef struct {
-	int	state;		/* what may come next, see text.c */
+	int	state;		/* of the parser, see text.c */
 	size_t	len;
 	wchar_t	chr[32];	/* the first of them, and a NUL */
 } text_keys_t;
 
 typedef struct {
-	int	reading;	/* a read is under way, or was left by a jump */
-	int	paste;		/* keys come from between the marks of a paste */
-	int	pasted;		/* the last one did: it is text */
-	int	dropped;	/* some controls of the paste */
-	wchar_t	held[5];	/* of it, what began like a mark and is none */
+	int	reading;	/* a read is in progress, or was left by a jump */
+	int	paste;		/* keys are from a bracketed paste */
+	int	pasted;		/* the last one was: it is text */
+	int	dropped;	/* control characters of the paste were */
+	wchar_t	held[5];	/* of it, what began like the end mark but is none */
 	int	held_at;
 	int	held_len;
 	/* where Escape has led from insert to command mode */

@@ -1,5 +1,5 @@
 /*
- * window.c: what a change of its size, or a stop, has left of prompt and line.
+ * window.c: where prompt and line are after a resize or a stop.
  */
 #include "config.h"
 
@@ -12,16 +12,15 @@
 #include "window.h"
 
 /*
- * What the terminal does with joined rows when its width changes, as far as is known:
- * lay them out anew, and the cursor keeps its place in the text; or cut them, and it
- * keeps its row. One does the former as soon as it has scrolled, with the cursor in the
- * first row then.
+ * What the terminal does with joined rows when its width changes, if known: it reflows
+ * them, and the cursor stays on its character; or it truncates them, and the cursor stays
+ * in its row. One reflows once it has scrolled, with the cursor in the first row then.
  */
 enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS, FLOW_TO_TOP };
 
 /* window_flow_of():
- *	What terminals of this type do; FLOW_NEW for one that is not known at all. Many
- *	call themselves an xterm, which itself cuts.
+ *	What terminals of this type do; FLOW_NEW for an unknown type. xterm truncates, but
+ *	many that reflow have its type.
  */
 static int
 window_flow_of(const char *type)
@@ -53,9 +52,9 @@ window_flow(EditLine *el)
 }
 
 /* window_is_right():
- *	Whether the terminal itself has laid the rows out as they are to be. Nothing is drawn
- *	then before the next key: while a window is dragged, what is drawn comes to one of
- *	another width than this one was told.
+ *	Whether the terminal's reflow has made the rows what they are to be. Then nothing is
+ *	drawn before the next key: while the user resizes a window, output may arrive when
+ *	it has another width than the last one that was reported.
  */
 libedit_private int
 window_is_right(EditLine *el)
@@ -67,8 +66,8 @@ window_is_right(EditLine *el)
 }
 
 /* window_reflowed():
- *	Where the cursor stands, from the first row on, when the terminal has laid out the
- *	joined rows anew
+ *	Where the cursor is, counted from the first row, if the terminal has reflowed the
+ *	joined rows
  */
 static coord_t
 window_reflowed(const layout_t *l, int width, coord_t cursor)
@@ -97,8 +96,8 @@ window_reflowed(const layout_t *l, int width, coord_t cursor)
 }
 
 /* window_ask():
- *	The column of the terminal's cursor, or -1. A type that is not known is not asked,
- *	and none again that has not answered.
+ *	The column of the terminal's cursor, or -1. A terminal of an unknown type is not
+ *	asked, nor one again that has not answered.
  */
 static int
 window_ask(EditLine *el)
@@ -114,7 +113,7 @@ window_ask(EditLine *el)
 }
 
 /* window_cut():
- *	Where the cursor stands when the terminal has cut the rows
+ *	Where the cursor is if the terminal has truncated the rows
  */
 static coord_t
 window_cut(EditLine *el)
@@ -127,11 +126,11 @@ window_cut(EditLine *el)
 }
 
 /* window_rows_above():
- *	How many rows above the cursor what was drawn at the old size begins now. Where
- *	that depends on what the terminal does, one that may do either is asked, until it
- *	is known. The lesser number leaves a part of the old, but clears no row of others.
- *	Where rows have left the window at its top they are laid out anew, too, and the column
- *	tells nothing.
+ *	How many rows above the cursor the prompt begins, which was drawn at the old size.
+ *	If that depends on whether the terminal reflows, and this is unknown, the terminal
+ *	is asked for its cursor. Without an answer the lower number is taken: that may leave
+ *	a part of the old prompt, but clears no rows above it. If rows have scrolled out of
+ *	the window, the column says nothing, since these reflow, too.
  */
 libedit_private int
 window_rows_above(EditLine *el)
@@ -158,8 +157,8 @@ window_rows_above(EditLine *el)
 }
 
 /* window_has_moved():
- *	Whether others have moved the cursor while the process was stopped: a shell has,
- *	and stands in the first column now. Where it cannot be told, they have.
+ *	Whether others have moved the cursor while the process was stopped: a shell has, to
+ *	the first column. Assumed if unknown.
  */
 libedit_private int
 window_has_moved(EditLine *el)
@@ -168,7 +167,7 @@ window_has_moved(EditLine *el)
 	int column = r->at.h;
 
 	if (r->at.v == 0)
-		return 0;	/* its row is all there is to clear */
+		return 0;	/* the cursor's row is the only one to clear */
 	if (r->resized && r->flow == FLOW_REFLOWS)
 		column = window_reflowed(&r->before, el->el_terminal.t_size.h, r->at).h;
 	else if (r->resized && r->flow == FLOW_CUTS)

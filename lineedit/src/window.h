@@ -1,5 +1,5 @@
 /*
- * window.h: what a change of its size, or a stop, has left of prompt and line.
+ * window.h: where prompt and line are after a resize or a stop.
  */
 #ifndef _h_el_window
 #define	_h_el_window

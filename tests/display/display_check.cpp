@@ -91,7 +91,7 @@ DisplayCheck::told()
     TerminalModel::Resize how;
     bool is_known = display_known_resize(type.name, &how);
     // One terminal puts the cursor into the line's first row as soon as it has scrolled:
-    // there the line is drawn anew from the cursor's row on.
+    // there the line is redrawn from the cursor's row on.
     is_certain = type.name.rfind("rxvt", 0) != 0 && (is_known || down == cursor_down) &&
                  start >= terminal->scrolled() && highest_top == 0;
     misleads = !is_known && changes > 1 &&

@@ -22,13 +22,13 @@ class DisplayCheck
     void begin_around(const Layout &layout);
 
     // The window's size changes: what is above the prompt now has to stay, as the terminal
-    // leaves it. The program is told when it has changed; prompt and line have been drawn
-    // anew when that is over. What is wrong then, or nothing.
+    // leaves it. The program is told when it has changed; prompt and line have been
+    // redrawn when that is over. What is wrong then, or nothing.
     void resize(TerminalModel *changing, int rows, int columns, TerminalModel::Resize how);
     void told();
     std::string compare_resized(const Layout &layout);
     // Whether the cursor, taken along by sizes between the last two, stands by chance in
-    // the column that it has where the rows are laid out anew: the program believes that.
+    // the column that it has where the rows are reflowed: the program believes that.
     bool is_misleading() const;
 
     // What is wrong on the screen while that is edited, or nothing. The editor may have

@@ -269,7 +269,7 @@ display_set_up()
 DisplayOutcome
 run(const DisplaySession &with)
 {
-    alarm(20); // for one that does not come back
+    alarm(20); // for one that hangs
     TerminalType type = terminal_type(with.type);
     terminal = std::make_unique<TerminalModel>(type, with.rows, with.columns);
     check = std::make_unique<DisplayCheck>(terminal.get(), type);

@@ -12,7 +12,7 @@ struct DisplayEvent {
     enum Kind {
         Key,
         Answer, // TAB, and the completion hook inserts the text
-        News,   // the shell prints a row and has prompt and line drawn anew
+        News,   // the shell prints a row and has prompt and line redrawn
         Resize,
     } kind = Key;
     std::string bytes; // of the key; of the text

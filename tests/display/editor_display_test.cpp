@@ -13,7 +13,7 @@
 
 static unsigned session_seed; // of the session under way
 
-// A session that does not come back says which it was.
+// A session that hangs says which it was.
 static void
 tell_seed(int number)
 {
@@ -145,7 +145,7 @@ TEST_F(EditorDisplay, EnterOnAMarkInVi)
     expect_right(session);
 }
 
-// It is asked where its cursor is, in vain, once.
+// It is asked for its cursor once, and does not answer.
 TEST_F(EditorDisplay, ResizeOfATerminalThatDoesNotAnswer)
 {
     DisplaySession session = session_of(std::string(100, 'a') + "\002\002", 80);

@@ -20,7 +20,7 @@ class TerminalModel
     void feed(const char *bytes, size_t count);
     void feed(const std::string &bytes);
 
-    // As terminals do that lay all lines out anew, or as those that cut and keep rows.
+    // As terminals do that reflow all lines, or as those that cut and keep rows.
     enum Resize { Reflows, Clips };
     void resize(int rows, int columns, Resize how);
     // A row, by its number, whose new number is wanted after changes of the size.

@@ -78,7 +78,7 @@ rows_of(const std::vector<Cell> &line, size_t columns, std::vector<Place> *place
     return made;
 }
 
-// Lays the lines, of one or more rows, out anew. The window's first row stays the first as
+// Reflows the lines, of one or more rows. The window's first row stays the first as
 // long as all that is below has room.
 void
 TerminalModel::resize_reflowing(int new_columns)

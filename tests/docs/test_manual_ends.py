@@ -1,6 +1,6 @@
 """The table of keyline(7) that tells what becomes of the terminal when the process ends.
 
-Each row is brought about, in the midst of a line; the settings are looked at afterwards.
+Each row is provoked in mid-line; then the settings are compared.
 """
 import signal
 
@@ -70,7 +70,7 @@ def go(child):
 
 
 def called(then):
-    """Has the callable called, by a key and by news, and goes on when it runs."""
+    """Calls the callable, by a key and by news; then acts while it runs."""
     def act(child):
         child.send("?")
         append(child, "news\n")
@@ -80,7 +80,7 @@ def called(then):
 
 
 def noted(then):
-    """Lets the other thread go, and goes on when it is done."""
+    """Lets the other thread act, then acts."""
     def act(child):
         child.go("go")
         child.expect_fact("called")
@@ -89,7 +89,7 @@ def noted(then):
 
 
 def slot(child):
-    """The line is ended; a second one fails and so does the third."""
+    """The first read ends; the callback fails in the second, and again in the third."""
     for prompt in range(2):
         child.send("<c-u><enter>" if prompt == 0 else "?")
         child.expect_prompt()
@@ -165,7 +165,7 @@ ROWS = {
 }
 
 
-def test_every_row_of_the_page_is_brought_about():
+def test_every_row_of_the_page_is_provoked():
     assert ["Em the end"] + list(ROWS) == list(manual.TABLES["deaths"])
 
 
@@ -177,7 +177,7 @@ def status(end):
 
 
 def quiet(setup):
-    """With the sanitizers these signals are theirs, unless they are told."""
+    """The sanitizers take these signals unless told otherwise."""
     told = setup.sanitizer_environment().get("ASAN_OPTIONS")
     if not told:
         return None
@@ -214,9 +214,7 @@ def test_end(setup, start, label, way):
 def test_stopped(start):
     """The terminal stays raw meanwhile; continued, the line is drawn again and goes on."""
     child = start("read()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(signal.SIGSTOP)
     wait_state(child, "T")
     assert not child.settings()[3] & manual.COOKED
@@ -231,9 +229,7 @@ def test_stopped(start):
 @pytest.mark.parametrize("name", ["SIGPIPE", "SIGXFSZ"])
 def test_signals_that_the_interpreter_ignores(start, name):
     child = start("read()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(getattr(signal, name))
     child.send("c<enter>")
     child.expect_line("abc")

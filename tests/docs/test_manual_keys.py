@@ -132,15 +132,13 @@ VI_INSERT = [("ab<bs>c", "ac"), ("<c-v><esc>", "\x1b"), ("abcd<c-w>", ""),
 def test_vi_insert_mode(start, tmp_path, typed, line):
     (tmp_path / "settings").write_text("bind -v\n")
     child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
-    child.expect_prompt()
-    child.send(typed.replace("!", "<esc>") + "<enter>")
-    child.expect_line(line)
+    child.enter(typed.replace("!", "<esc>"), line)
     child.expect_end()
 
 
 @pytest.mark.parametrize("settings", ["", "bind -v\n"], ids=["emacs", "vi"])
 def test_keys_of_the_shell(start, tmp_path, settings):
-    """In both manners, in insert mode; the first four are those that the module binds."""
+    """With emacs and vi keys, in insert mode; the first four are those that the module binds."""
     with open(manual.ROOT + "/Cli/keys.cpp", encoding="utf-8") as file:
         bound = re.findall(r'"bind (\S+) ', file.read())
     labels = list(manual.TABLES["keys of the shell"])
@@ -150,9 +148,7 @@ def test_keys_of_the_shell(start, tmp_path, settings):
     child = start(SCRIPT % (HISTORY, 6), env={"EDITRC": str(tmp_path / "settings")})
     for typed, line in (("ab<tab>", "ab"), ("ab?", "ab"), ("<c-r>sho<c-r>", "show version"),
                         ("ab cd<c-w>", "ab ")):
-        child.expect_prompt()
-        child.send(typed + "<enter>")
-        child.expect_line(line)
+        child.enter(typed, line)
     child.expect_fact("asked", (b"\t", "ab"))
     child.expect_fact("asked", (b"?", "ab"))
     for key, error in (("<c-c>", ("KeyboardInterrupt", "Ctrl-C pressed")),
@@ -166,9 +162,7 @@ def test_keys_of_the_shell(start, tmp_path, settings):
 def test_search(start):
     """Escape keeps what was found, Ctrl-G goes back, a beep says that there is none."""
     child = start(SCRIPT % (HISTORY, 2))
-    child.expect_prompt()
-    child.send("<c-r>conf")
-    child.expect_shown("configure", "bck:conf")
+    child.type("<c-r>conf", "configure", "bck:conf")
     child.send("x")
     child.expect_shown("configure", "bck?confx")
     assert b"\a" in child.display.raw
@@ -176,9 +170,7 @@ def test_search(start):
     child.expect_shown("|configure")
     child.send("<enter>")
     child.expect_line("|configure")
-    child.expect_prompt()
-    child.send("text<c-r>conf")
-    child.expect_shown("configure", "bck:conf")
+    child.type("text<c-r>conf", "configure", "bck:conf")
     child.send("<c-g>")
     child.expect_shown("text")
     child.send("<enter>")

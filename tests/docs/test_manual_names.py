@@ -14,7 +14,7 @@ from stub import FUNCTIONS
 
 @pytest.mark.parametrize("page", manual.PAGES)
 def test_pages_are_in_order(page):
-    """The checker of the tool that makes the pages has nothing to say."""
+    """mandoc warns of nothing."""
     found = subprocess.run(["mandoc", "-T", "lint", "-W", "warning",
                             os.path.join(manual.FOLDER, page)],
                            capture_output=True, text=True)
@@ -156,9 +156,7 @@ tell("line", Keyline.readline("> "))
 def test_without_a_terminal_type(start):
     """No control sequences, and the keys do the same."""
     child = start("read()", env={"TERM": None})
-    child.expect_prompt()
-    child.send("abc<left>x<c-a>y")
-    child.expect_shown("yabxc")
+    child.type("abc<left>x<c-a>y", "yabxc")
     child.send("<enter>")
     child.expect_line("yabxc")
     child.expect_end()

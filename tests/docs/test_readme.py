@@ -1,7 +1,5 @@
 """The README's program does what it says, and its picture is what the shell shows."""
 import glob
-import importlib.machinery
-import importlib.util
 import os
 import re
 import xml.dom.minidom
@@ -10,6 +8,7 @@ import pyte
 import pytest
 
 from script import ROOT, environment
+from tool import tool
 
 
 def read(name):
@@ -21,15 +20,6 @@ def all_tests():
     """The text of all tests."""
     return "\n".join(read(path) for end in ("cpp", "py")
                      for path in glob.glob(os.path.join(ROOT, "tests", "*", "*." + end)))
-
-
-def tool(name):
-    """A script of tools/, as a module."""
-    path = os.path.join(ROOT, "tools", name)
-    loader = importlib.machinery.SourceFileLoader(name, path)
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-    loader.exec_module(module)
-    return module
 
 
 @pytest.fixture

@@ -29,13 +29,13 @@ def test_every_recipe_is_run():
 
 UNPACKED = os.path.join(manual.ROOT, "build", "unpacked")
 USER, GROUP = os.getuid() or 1000, os.getgid() or 1000
-# Root is another user to all that the server starts: then it notes nobody's login.
+# For root in a user namespace, where sshd records no logins.
 AS_USER = [] if os.getuid() else [
     "unshare", "--user", "--map-user=%d" % USER, "--map-group=%d" % GROUP]
 
 
 class Server:
-    """A real sshd behind a port of this machine alone, which knows users of its own."""
+    """A real sshd on a local port, with users of its own."""
 
     def __init__(self, setup, folder, forced):
         self.folder, self.key = str(folder), str(folder / "key")
@@ -83,7 +83,7 @@ class Server:
                         self.command, stdin=link, stdout=link, stderr=log, env=self.environment))
 
     def client(self, user, *command):
-        """What somebody types elsewhere to come here."""
+        """The ssh command of a user who logs in."""
         return ["ssh", "-F", "none", "-i", self.key, "-o", "IdentitiesOnly=yes",
                 "-o", "IdentityAgent=none", "-o", "StrictHostKeyChecking=no",
                 "-o", "UserKnownHostsFile=/dev/null", "-o", "LogLevel=ERROR",
@@ -146,7 +146,7 @@ RUN["login"] = test_login
 
 
 def answers(child, columns):
-    """Whether the shell knows so many columns when it is asked anew."""
+    """Whether the shell, asked again, answers with that width."""
     prompts = child.display.raw.count(b"switch> ")
     child.send("now<enter>")
     child.wait("an answer", lambda: child.display.raw.count(b"switch> ") > prompts)
@@ -155,7 +155,7 @@ def answers(child, columns):
 
 # --- Serial lines --------------------------------------------------------------------------
 
-# Run as root, the program would write into the list of logins.
+# As root, it would write to wtmp.
 GETTY = """
 if os.getuid() == 0:
     words = ["unshare", "-r", "-m", "sh", "-c",
@@ -257,7 +257,7 @@ read()
     child.expect_end()
 
 
-# --- Input that is none of a user's ------------------------------------------------------------
+# --- Input that is no terminal -----------------------------------------------------------------
 
 
 @example("pipe")
@@ -266,7 +266,7 @@ def test_pipe(run, text):
     assert found.stdout == b"command: one\nbanner: ['hello', '', 'there']\ncommand: two\n"
 
 
-def test_what_the_streams_of_python_take_is_lost(run):
+def test_what_python_streams_buffer_is_lost(run):
     found = run("import Keyline; read(); tell('taken', sys.stdin.readline()); read()",
                 stdin=b"one\ntwo\nthree\n")
     assert found.one("taken") == "two\n"
@@ -433,7 +433,7 @@ os.execv(sys.executable, [sys.executable] + words[1:])
     child.send("<up>")
     expect_rows(child, "hello bob", "router> greet bob")
     child.send("<c-u>exit<enter>")
-    child.wait_screen("the program anew", lambda rows: [row for row in rows if row][-2:] == [
+    child.wait_screen("the program again", lambda rows: [row for row in rows if row][-2:] == [
         "-> import keyline_shell", "(Pdb)"] and "router> exit" in rows)
     child.send("<up><c-u>q<enter>")
     child.expect_end()
@@ -483,8 +483,8 @@ def test_cmd(start, text):
     child.expect_end()
 
 
-def test_tables_of_what_becomes_what(run):
-    """All functions of the standard module are there, and what they become is there."""
+def test_table_of_the_standard_functions(run):
+    """It has all of them, and what replaces them exists."""
     page = manual.source(PAGE)
     methods = set(re.findall(r"Keyline\.([a-z]\w+)", page)) - {"readline"}
     table = manual.TABLES["readline"]

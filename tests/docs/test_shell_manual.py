@@ -18,7 +18,7 @@ def test_every_example_is_run():
 
 
 class User:
-    """Who types, and looks at the last rows of the screen."""
+    """Types, and compares the last rows of the screen."""
 
     def __init__(self, child, *rows):
         self.child = child
@@ -183,7 +183,7 @@ def test_every_message_is_told():
         path = os.path.join(manual.ROOT, "keyline_shell", name + ".py")
         with open(path, encoding="utf-8") as file:
             code += file.read()
-    begins = "No key for|The history (?:was|is) |Help is not|There is no answer"
+    begins = "No key for|The history (?:was|is) |No help|There is no answer"
     said = re.findall(r'["%% ]((?:%s)[^"%%\\]*)' % begins, code)
     assert len(said) > 4
     page = shown()

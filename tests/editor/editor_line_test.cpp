@@ -1,5 +1,5 @@
 // One line after the other: the line as it comes back, the window's size, and instances
-// that start anew.
+// that are started again.
 #include "editor_in_process.h"
 
 #include <dlfcn.h>
@@ -128,7 +128,7 @@ TEST_F(Editor, EnterWhereNothingIsDrawn)
     EXPECT_EQ(shown, "> ab\r\n");
 }
 
-// ---- starting anew ----
+// ---- starting again ----
 
 static void
 make_instance()

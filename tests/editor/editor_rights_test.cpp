@@ -87,7 +87,7 @@ bind_and_confine()
     confine_or_die();
 }
 
-// The key in the midst of text, with a count, again, and what commands wait for: a
+// The key in the middle of text, with a count, again, and what commands wait for: a
 // character, a line that ends.
 static std::string
 keys_around(const std::string &escape)

@@ -351,7 +351,7 @@ raise_and_answer(int signal, const std::string &with)
     at_step = nullptr;
 }
 
-// What is written before the first of 100 characters, when a line of two rows is drawn anew
+// What is written before the first of 100 characters, when a line of two rows is redrawn
 // behind a signal.
 static std::string
 drawn_behind(int signal, const std::string &with)
@@ -514,4 +514,66 @@ TEST_F(EditorSignals, ResizeRightBeforeTheWaitEndsIt)
     int columns = 0;
     rl_get_screen_size(nullptr, &columns);
     EXPECT_EQ(columns, 50);
+}
+
+// ---- who has the editor ----
+
+static int claimed_times; // changed by whoever has the editor, without any other lock
+
+static void *
+claim_often(void *)
+{
+    for (int i = 0; i < 20000; i++) {
+        if (!rl_claim(i % 2)) // now or when it may
+            rl_claim(1);
+        if (i % 4 == 0) {
+            EXPECT_EQ(rl_claim(0), 1) << "within itself";
+            rl_release();
+        }
+        claimed_times++;
+        rl_release();
+    }
+    return nullptr;
+}
+
+TEST_F(EditorSignals, OneThreadAtATimeHasTheEditor)
+{
+    pthread_t threads[3];
+    claimed_times = 0;
+    for (pthread_t &thread : threads)
+        ASSERT_EQ(pthread_create(&thread, nullptr, claim_often, nullptr), 0);
+    claim_often(nullptr);
+    for (pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+    EXPECT_EQ(claimed_times, 4 * 20000);
+}
+
+static sem_t claim_refused;
+
+static void *
+claim_what_is_held(void *)
+{
+    EXPECT_EQ(rl_claim(0), 0);
+    sem_post(&claim_refused);
+    EXPECT_EQ(rl_claim(1), 1);
+    rl_release();
+    return nullptr;
+}
+
+TEST_F(EditorSignals, WhoeverWaitsGetsTheEditorWithItsLastRelease)
+{
+    sem_init(&claim_refused, 0, 0);
+    for (int i = 0; i < 200; i++) { // at another moment of the waiting each time
+        pthread_t thread;
+        rl_hold();
+        ASSERT_EQ(rl_claim(0), 1);
+        ASSERT_EQ(pthread_create(&thread, nullptr, claim_what_is_held, nullptr), 0);
+        sem_wait(&claim_refused);
+        rl_release();
+        for (volatile int spin = 0; spin < 100 * i; spin++)
+            continue;
+        rl_let_go();
+        rl_let_go(); // nobody has it any more: nothing
+        pthread_join(thread, nullptr);
+    }
 }

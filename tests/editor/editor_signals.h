@@ -20,7 +20,7 @@ inline void (*again)();   // it, while it runs; null: no more
 inline int steps;         // so many have been taken
 inline int signal_at;     // raise a signal at this one; 0: at none
 inline int signal_raised; // which one
-inline bool is_limited;   // the step is of a wait that does not last for ever
+inline bool is_limited;   // the step is of a wait with a timeout
 
 inline void
 step()
@@ -40,6 +40,16 @@ step()
     errno = error;
 }
 
+template <typename Call, typename... Arguments>
+inline auto
+between_steps(Call *call, Arguments... arguments)
+{
+    step();
+    auto result = call(arguments...);
+    step();
+    return result;
+}
+
 template <typename Function>
 inline Function *
 real(Function *, const char *name)
@@ -55,10 +65,7 @@ int
 sigaction(int signo, const struct sigaction *next, struct sigaction *old) noexcept
 {
     static auto *call = real(&sigaction, "sigaction");
-    step();
-    int result = call(signo, next, old);
-    step();
-    return result;
+    return between_steps(call, signo, next, old);
 }
 
 ssize_t
@@ -67,10 +74,7 @@ read(int fd, void *buffer, size_t size)
     static auto *call = real(&read, "read");
     if (fd != slave)
         return call(fd, buffer, size);
-    step();
-    ssize_t result = call(fd, buffer, size);
-    step();
-    return result;
+    return between_steps(call, fd, buffer, size);
 }
 
 int
@@ -81,20 +85,14 @@ ioctl(int fd, unsigned long request, ...) noexcept
     va_start(arguments, request);
     void *argument = va_arg(arguments, void *);
     va_end(arguments);
-    step();
-    int result = call(fd, request, argument);
-    step();
-    return result;
+    return between_steps(call, fd, request, argument);
 }
 
 int
 tcsetattr(int fd, int action, const struct termios *wanted) noexcept
 {
     static auto *call = real(&tcsetattr, "tcsetattr");
-    step();
-    int result = call(fd, action, wanted);
-    step();
-    return result;
+    return between_steps(call, fd, action, wanted);
 }
 
 int

@@ -1,4 +1,4 @@
-"""Each call that can fail fails once: nothing breaks, and the next read is as good as ever.
+"""Each call that can fail fails once: nothing breaks, and the next read works.
 
 The calls are those that the module, the editor in it and the log library make of the
 interpreter, the C library and the system (inject/). After each fault the same is played

@@ -1,5 +1,5 @@
-// What the tests of the history share: a fresh history for every test, and a walk over
-// everything that must hold between two calls.
+// What the tests of the history share: a fresh history for every test, and a check of
+// the invariants between two calls.
 #pragma once
 
 #include "../../Cli/history.h"
@@ -145,7 +145,7 @@ index_holds()
     return ::testing::AssertionSuccess();
 }
 
-// Everything that must hold after every step.
+// The invariants, checked after every step.
 inline ::testing::AssertionResult
 history_holds()
 {

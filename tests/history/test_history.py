@@ -1,6 +1,6 @@
 """The history methods: lines by mode, limits. No terminal is needed for these.
 
-The rules of the store itself are proved without an interpreter: history_test.cpp.
+The rules of the store itself are tested without an interpreter: history_test.cpp.
 """
 import pytest
 

@@ -53,9 +53,7 @@ def test_incremental_search(start, mode):
 def test_search_for_the_start_of_the_line(start, mode):
     """The editor's own search: lines that begin like the one typed, which comes back."""
     child = start(TREE + READS[mode])
-    child.expect_prompt()
-    child.send("show")
-    child.expect_shown("show")
+    child.type("show")
     found = [line for line in visible(mode) if line.startswith("show") and line != "show"]
     for line in found:
         child.send("<m-p>")
@@ -86,9 +84,7 @@ def test_vi_commands(start, tmp_path, mode):
             child.expect_shown(line)
         child.send("<enter>")
         child.expect_line("ha")
-    child.expect_prompt()
-    child.send("<esc>G")
-    child.expect_shown(lines[-1])
+    child.type("<esc>G", lines[-1])
     child.send("ddi<esc>/o <enter>")
     found = [line for line in lines if "o " in line] or [""]
     for line in found:

@@ -1,7 +1,7 @@
-"""Arguments that are none are refused with the parser's error, and nothing is done for them."""
+"""Wrong arguments raise the parser's error and have no effect."""
 from stub import FUNCTIONS, parameters
 
-# Calls with the whole of the parser's message, or what every Python says of it.
+# Calls with the parser's whole message, or the part that is the same in every Python.
 MESSAGES = [
     ("readline()", "TypeError", "readline() takes at least 1 argument (0 given)"),
     ("readline('', 0, '', '', 0)", "TypeError",
@@ -104,7 +104,7 @@ def test_messages(run):
 
 
 def test_too_few_and_too_many(run):
-    """Wherever the stub's numbers end, the module's do."""
+    """The module takes as many arguments as the stub says, no fewer and no more."""
     calls = list(wrong_numbers())
     assert len(calls) > len(FUNCTIONS)
     errors = raised(run, ["%s(%s)" % (name, ", ".join(given)) for name, given, _ in calls])

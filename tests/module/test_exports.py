@@ -1,4 +1,4 @@
-"""What the shared object shows to others, and what it needs of them."""
+"""The symbols that the shared object exports, and those that it imports."""
 import subprocess
 
 import pytest
@@ -39,7 +39,7 @@ def test_the_tables_have_their_size(setup):
     assert sizes["history_saved_invokers"] > 0
 
 
-def test_nothing_of_the_editor_is_looked_for_elsewhere(setup):
+def test_no_editor_symbol_is_undefined(setup):
     """An undefined editor name would be found in whatever library was loaded first."""
     wanted = set(dynamic_symbols(setup, "--undefined-only"))
     editor = {name for name in wanted
@@ -63,7 +63,7 @@ def test_no_cplusplus_runtime(setup):
 
 @pytest.mark.parametrize("when", ["before", "after"])
 def test_beside_the_systems_editors(start, when):
-    """Both are in the process for all to see, and neither gets into the other's way."""
+    """Both are loaded with their symbols global, and neither disturbs the other."""
     load = """
 import ctypes
 edit = ctypes.CDLL("libedit.so.2", ctypes.RTLD_GLOBAL)
@@ -82,12 +82,8 @@ for library in (edit, other):
     tell("elsewhere", ctypes.c_char_p.in_dll(library, "rl_readline_name").value)
     tell("entries", library.where_history())
 """)
-    child.expect_prompt()
-    child.send("vari<tab><enter>")
-    child.expect_line("variable")
-    child.expect_prompt()
-    child.send("<up>")
-    child.expect_shown("variable")
+    child.enter("vari<tab>", "variable")
+    child.type("<up>", "variable")
     child.send("s<enter>")
     child.expect_line("variables")
     child.expect_prompt()
@@ -109,8 +105,6 @@ read()
 tell("after", thread.value == threading.get_ident())
 """)
     child.expect_fact("before", 0)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_fact("after", True)
     child.expect_end()

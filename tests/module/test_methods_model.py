@@ -13,7 +13,7 @@ from script import DEADLINE, ROOT, environment
 sys.path.insert(0, os.path.join(ROOT, "fuzzing"))
 
 import methods  # noqa: E402
-from methods import Runner, make_session, shorten, story  # noqa: E402
+from methods import Runner, make_session, report, shorten  # noqa: E402
 
 SESSIONS, CALLS = 12, 250
 
@@ -31,10 +31,10 @@ def test_methods_do_what_the_model_does(runner, seed):
     calls = make_session(seed, CALLS)
     failed = runner.run(calls)
     if failed:
-        pytest.fail(story(*shorten(runner, calls, failed)))
+        pytest.fail(report(*shorten(runner, calls, failed)))
 
 
-def test_a_difference_is_found_and_made_short(runner):
+def test_a_difference_is_found_and_minimized(runner):
     """The model knows nothing of a line that comes to the history behind its back."""
     behind = ["history", "['x' for _ in [__import__('Keyline').addHistory('x', 'm', '')]][1:]"
               " and '' or ''", None]
@@ -44,7 +44,7 @@ def test_a_difference_is_found_and_made_short(runner):
     assert failed == (1, "gave ('returned', 'list', ['x']), not ('returned', 'list', [])")
 
 
-def test_what_fails_from_the_start_is_made_short(tmp_path):
+def test_what_fails_from_the_start_is_minimized(tmp_path):
     """A module that is not there differs before the first call."""
     result = subprocess.run(
         [sys.executable, methods.__file__, "--module-dir", str(tmp_path), "--sessions", "1"],
@@ -66,7 +66,7 @@ sys.modules["Keyline"] = module
 
 
 @pytest.mark.plain_only("the command gets no sanitizer's library")
-def test_command_tells_a_finding_and_how_it_is_played_again(setup, tmp_path):
+def test_command_reports_a_finding_and_how_to_replay_it(setup, tmp_path):
     (tmp_path / "Keyline.py").write_text(FORGETS % setup.module_dir)
     first = subprocess.run(
         [sys.executable, methods.__file__, "--interpreter", setup.interpreter, "--module-dir",

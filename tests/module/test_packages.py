@@ -159,9 +159,7 @@ def test_a_line_is_read_and_completed_and_log_news_shown(begin, setup):
                       lambda rows: rows[:2] == ["link down", "1> show all"])
     child.send("<enter>")
     child.expect_line("show all")
-    child.expect_prompt()
-    child.send("<up><enter>")
-    child.expect_line("show")
+    child.enter("<up>", "show")
     child.expect_end()
 
 
@@ -192,8 +190,8 @@ def test_the_shell_package_lies_beside_the_module(begin, setup):
 
 
 @EACH_WAY
-def test_what_is_to_be_read(setup):
-    """The header, the pages of the manual, also for browsers, and what is new."""
+def test_the_header_and_the_documents(setup):
+    """The manual as pages and as HTML, README and CHANGES."""
     assert read(setup.prefix, "include", "vantor.h") == read(ROOT, "vantor", "vantor.h")
     for name in "README.md", "CHANGES":
         assert read(setup.documents, name) == read(ROOT, name)
@@ -252,7 +250,7 @@ def test_the_same_sources_give_the_same_wheel(packages, setup, tmp_path):
     assert read(first) == wheel.read_bytes()
 
 
-def test_lintian_has_nothing_to_say(packages):
+def test_lintian_reports_nothing(packages):
     changes, = glob.glob(packages + "/*.changes")
     assert call("lintian", "--allow-root", "--fail-on", "warning", changes) == ""
 

@@ -162,7 +162,7 @@ def test_a_terminal_lost_at_a_question(user, command, question):
 def test_help_behind_letters_outside_ascii_asks_again(user):
     user.type("speed<enter>", "> speed", "Speed [slow]: ")
     user.type("\u00fc?", "Speed [slow]: \u00fc",
-              "% Help is not there behind letters outside ASCII", "Speed [slow]: ")
+              "% No help after letters outside ASCII", "Speed [slow]: ")
     user.leave("<c-c><c-d>")
 
 
@@ -183,7 +183,7 @@ def test_answers_come_from_the_same_pipe(run):
     (b"secret twice\na\nb\n", "line 1: secret twice\n% They differ\n"),
     (b"contact\nme", "line 1: contact\n% There is no answer\n"),
     (b"secret", "line 1: secret\n% There is no answer\n"),
-    (b"contact\nB\xfcro\n", "line 1: contact\n% The line is no UTF-8\n"),
+    (b"contact\nB\xfcro\n", "line 1: contact\n% The line is not UTF-8\n"),
 ])
 def test_a_wrong_answer_in_a_pipe_ends_it(run, lines, problem):
     assert run(SHELL, stdin=lines, end="exception").stderr.decode() == problem

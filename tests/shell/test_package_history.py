@@ -147,7 +147,7 @@ def test_a_damaged_file_is_set_aside_and_said(login, path, data):
 
 
 def test_half_a_line_at_the_end_is_dropped(login, path):
-    """What a session leaves that is ended in the midst of writing."""
+    """As left by a session that is killed while it writes."""
     path.write_text(HEAD + "exec\t! one\nexec\t! tw")
     user = login()
     user.type("<up>", "> ! one")
@@ -185,11 +185,11 @@ def test_what_is_no_history_is_left_alone_and_said_once(start, path, kind):
         path = path.parent / "no" / "history"
     child = start(SHELL % (str(path), 100), columns=250)
     child.wait_screen("the prompt", lambda rows: rows[1] == ">")
-    assert child.display.rows()[0].startswith("% The history is not kept: ")
+    assert child.display.rows()[0].startswith("% The history is not saved: ")
     assert str(path) in child.display.rows()[0]
     child.send("! one<enter>! two<enter>exit<enter>")
     child.expect_end("clean")
-    assert bytes(child.display.raw).count(b"not kept") == 1
+    assert bytes(child.display.raw).count(b"not saved") == 1
     assert other.read_text() == "mine"
 
 
@@ -199,8 +199,8 @@ def test_a_session_that_was_stopped_with_the_file_is_not_waited_for_for_ever(log
          " fcntl.flock(f, fcntl.LOCK_EX); print('held', flush=True); sys.stdin.read()", str(path)],
         stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     assert holder.stdout.readline() == b"held\n"
-    user = login("% The history is not kept: " + str(path)
-                 + ": another session does not let go of it", "> ", columns=200)
+    user = login("% The history is not saved: " + str(path)
+                 + ": another session keeps it locked", "> ", columns=200)
     user.leave("<c-d>")
     holder.communicate()
 

@@ -55,7 +55,7 @@ COLOURED = ['lambda: colour("lab> ", "red")', 'colour("lab> ", "red")',
 
 @pytest.mark.parametrize("prompt", COLOURED)
 @pytest.mark.parametrize("variables", [{"TERM": "dumb"}, {"NO_COLOR": "1"}, {"TERM": None}, {}])
-def test_colours_where_somebody_sees_and_wants_them(start, prompt, variables):
+def test_colours_at_a_terminal_that_wants_them(start, prompt, variables):
     user = ShellUser(start(SHELL % (prompt, ""), env=variables), "lab> ")
     user.type("?", *(["lab>"] if variables.get("TERM", "") != "" else []), "lab> ?",
               "  exit  Leave this mode; in exec mode, the shell",
@@ -115,7 +115,7 @@ def later():
 
 
 @pytest.mark.parametrize("line", ["a line half typed", "a longer one " * 10])
-def test_other_threads_speak_above_the_line(start, line):
+def test_threads_print_above_the_line(start, line):
     user = ShellUser(start(SHELL % ('"> "', SAYING)), "> ")
     user.type("later<enter>", "> later", "> ")
     typed = "> " + line
@@ -129,7 +129,7 @@ def test_other_threads_speak_above_the_line(start, line):
     user.leave("<c-u><c-d>")
 
 
-def test_they_speak_also_beside_the_log(start):
+def test_threads_print_while_the_log_is_on(start):
     """Where prompt and line stood they stay, and are drawn again below."""
     user = ShellUser(start("open('log', 'w').close()\n" + SHELL % ('"> "', SAYING + """
 shell.log_file, shell.log_shown = "log", True
@@ -144,8 +144,8 @@ shell.log_file, shell.log_shown = "log", True
     user.leave("<c-u><c-d>")
 
 
-def test_help_may_speak_while_others_do(start):
-    """What help says comes when help is there; nobody waits for the other."""
+def test_help_prints_while_threads_do(start):
+    """Its text appears when it is done; neither waits for the other."""
     user = ShellUser(start(SHELL % ('"> "', """
 import threading
 def values():
@@ -162,7 +162,7 @@ top.command("port PORT")(lambda port: None)
     user.leave("<c-u><c-d>")
 
 
-def test_nothing_is_left_of_what_they_say(start, tmp_path):
+def test_printing_threads_leave_no_files(start, tmp_path):
     user = ShellUser(start(SHELL % ('"> "', SAYING), env={"TMPDIR": str(tmp_path)}), "> ")
     user.type("later<enter>", "> later", "> ")
     user.terminal.go("say")
@@ -172,7 +172,7 @@ def test_nothing_is_left_of_what_they_say(start, tmp_path):
     assert list(tmp_path.iterdir()) == []
 
 
-def test_between_two_reads_they_print(run):
+def test_printing_between_two_reads(run):
     assert run(SHELL % ('"> "', "top.command('say')(lambda: shell.say('so\\x07'))"),
                stdin=b"say\n").stdout == b"so^G\n"
 
@@ -226,7 +226,7 @@ top.command("long")(lambda: page(["x" * 25, "y" * 20, "z", "end"]))
     user.leave("<c-d>")
 
 
-def test_keys_typed_ahead_are_for_whoever_reads_next(start):
+def test_keys_typed_ahead_go_to_the_next_read(start):
     user = ShellUser(start(SHELL % ('"> "', PAGES), rows=6), "> ")
     user.type("count 20<enter>", *counted(1, 5), "--More--")
     user.above = []
@@ -241,7 +241,7 @@ def test_a_terminal_lost_at_a_page(start):
     user.terminal.expect_end("clean")
 
 
-def test_nobody_reads_what_a_pipe_is_told(setup, tmp_path):
+def test_a_closed_pipe_ends_the_program(setup, tmp_path):
     script = tmp_path / "script.py"
     script.write_text("import sys\n" + SHELL % ('"> "', PAGES))
     found = subprocess.run(

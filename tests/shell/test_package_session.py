@@ -97,7 +97,7 @@ def test_ctrl_c_ends_a_command_and_not_the_shell(user, command, way):
 def test_ctrl_c_ends_also_what_a_command_started(user):
     user.terminal.send("child<enter>")
     user.terminal.wait_screen("the child", lambda rows: rows[1] == "child")
-    user.terminal.send("<c-z>")  # would stop the child for ever
+    user.terminal.send("<c-z>")  # would stop the child
     user.terminal.wait("the key", lambda: b"^Z" in user.terminal.display.raw)
     user.type("<c-c>", "> child", "child", "^Z^C", "> ")
     leave(user)
@@ -292,8 +292,8 @@ signal.signal(signal.SIGTERM, lambda *_: tell("handled"))
     child.expect_end("clean")
 
 
-def test_event_loops_in_commands_do_not_deafen_the_shell(start):
-    """They take the way on which signals are told for themselves, and give it up."""
+def test_signals_work_after_an_event_loop_in_a_command(start):
+    """The loop sets the wakeup descriptor for itself, and unsets it."""
     user = ShellUser(start(SHELL % ("", """
 import asyncio
 @top.command("loop")

@@ -347,7 +347,7 @@ def test_control_characters_are_shown_as_such(user):
     user.leave()
 
 
-NO_HELP = "% Help is not there behind letters outside ASCII"
+NO_HELP = "% No help after letters outside ASCII"
 
 
 def test_no_help_behind_letters_outside_ascii(user):
@@ -381,10 +381,10 @@ def test_a_mistake_behind_letters_of_other_widths(user):
 
 def test_help_keys_off_and_on(user):
     user.type("term help off<enter>", "demo> term help off",
-              'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
+              'TAB and ? insert themselves now, until "terminal help-keys on"', "demo> ")
     user.type("! what?<enter>", "demo> ! what?", "demo> ")
     user.type("sh ter<enter>", "demo> sh ter", "width 80, history of 1024 lines",
-              "TAB and ? stand for themselves", "demo> ")
+              "TAB and ? insert themselves", "demo> ")
     user.type("term help on<enter>", "demo> term help on", "demo> ")
     user.type("sh v?", "demo> sh v?", VERSION, "demo> sh v")
     user.type("<tab>", "demo> sh version ")
@@ -474,7 +474,7 @@ def test_a_mistake_in_a_pipe_ends_it_with_its_line(run):
 def test_a_line_that_is_no_utf8_in_a_pipe_ends_it(run):
     result = run(shell(), stdin=b"conf\n! B\xc3\xbcro\n! B\xfcro\nend\n", end="exception")
     assert result.stdout == b""
-    assert result.stderr.decode() == "line 3: % The line is no UTF-8\n"
+    assert result.stderr.decode() == "line 3: % The line is not UTF-8\n"
 
 
 def test_commands_from_a_file(run, tmp_path):
@@ -513,24 +513,24 @@ def test_wrong_arguments(run):
 PASTE, PASTE_END = "<esc>[200~", "<esc>[201~"
 
 
-def marks(terminal):
-    """Whether the terminal was last told to mark what is pasted."""
+def brackets_pastes(terminal):
+    """Whether bracketed paste is on."""
     raw = bytes(terminal.display.raw)
     return raw.rfind(b"\x1b[?2004h") > raw.rfind(b"\x1b[?2004l")
 
 
 def test_what_is_pasted_is_text(user):
-    assert marks(user.terminal)
+    assert brackets_pastes(user.terminal)
     user.type(PASTE + "! why?" + PASTE_END, "demo> ! why?")
     user.type("<enter>" + PASTE + "! a<tab>b<enter>! two<enter>! three?" + PASTE_END,
               "demo> ! why?", "demo> ! a       b", "demo> ! two", "demo> ! three?")
     user.type("<c-u>t?", "demo> t?", "  terminal  Change settings of the terminal", "demo> t")
     user.leave()
-    assert not marks(user.terminal)
+    assert not brackets_pastes(user.terminal)
 
 
 @pytest.mark.parametrize("way", ["SIGTERM", "SIGQUIT", "Ctrl-D", "exit"])
-def test_no_marks_are_asked_for_on_any_way_out(user, way):
+def test_every_way_out_switches_bracketed_paste_off(user, way):
     user.type(PASTE + "! a", "demo> ! a")  # without its end
     if way in ("Ctrl-D", "exit"):
         user.type(PASTE_END, "demo> ! a")
@@ -538,7 +538,7 @@ def test_no_marks_are_asked_for_on_any_way_out(user, way):
     else:
         user.terminal.signal(getattr(signal, way))
         user.terminal.expect_end(way)
-    assert not marks(user.terminal)
+    assert not brackets_pastes(user.terminal)
 
 
 def test_a_paste_without_end_is_over_with_ctrl_c(user):
@@ -548,7 +548,7 @@ def test_a_paste_without_end_is_over_with_ctrl_c(user):
     user.leave()
 
 
-def test_a_plain_terminal_is_asked_for_nothing(start):
+def test_a_dumb_terminal_gets_no_escape_sequences(start):
     user = ShellUser(start(shell(), env={"TERM": "dumb"}))
     user.leave()
     assert b"\x1b" not in user.terminal.display.raw
@@ -590,7 +590,7 @@ def test_what_users_wrote_is_shown_made_visible(run, tmp_path):
         assert all(letter == "\n" or letter.isprintable() for letter in output)
 
 
-def test_what_is_recalled_is_shown_made_visible(start, tmp_path):
+def test_what_is_recalled_is_shown_made_visible(start):
     """At a terminal, where lines can come from a file, not from keys."""
     child = start(changed_shell("""
 import Keyline
@@ -610,7 +610,7 @@ shell.history, session.Session.recall = "there", recall
     child.expect_end()
 
 
-# --- What else there is to play with ---------------------------------------------------------
+# --- The other commands ----------------------------------------------------------------------
 
 
 def configuring(user):
@@ -670,7 +670,7 @@ def test_no_hostname_is_the_first_one(user):
     user.leave()
 
 
-def test_the_history_and_the_patience_of_the_command_line(start, tmp_path):
+def test_options_for_history_and_idle_time(start, tmp_path):
     path = tmp_path / "history"
     user = ShellUser(start(shell("--history", str(path))))
     user.type("! one<enter>", "demo> ! one", "demo> ")

@@ -72,7 +72,7 @@ def test_lines_in_a_resized_window_and_on_a_cleared_screen(start, log):
     user.type("show ver", "demo> show ver")
     drawn = len(user.terminal.display.raw)
     user.terminal.resize(30, 100)
-    user.terminal.wait("the line drawn anew", lambda: len(user.terminal.display.raw) > drawn)
+    user.terminal.wait("the line redrawn", lambda: len(user.terminal.display.raw) > drawn)
     append(log, ["after the resize"])
     user.expect("after the resize", "demo> show ver")
     user.above = []

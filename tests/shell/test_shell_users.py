@@ -77,7 +77,7 @@ def test_one_user_after_another(serving):
 def test_a_user_finds_no_settings_of_the_one_before(serving):
     first = ShellUser(serving())
     first.type("term help off<enter>", "demo> term help off",
-               'TAB and ? stand for themselves now, until "terminal help-keys on"', "demo> ")
+               'TAB and ? insert themselves now, until "terminal help-keys on"', "demo> ")
     first.type("term hist size 1<enter>", "demo> term hist size 1", "demo> ")
     first.type("term width 40<enter>", "demo> term width 40", "demo> ")
     first.type("logging sync<enter>", "demo> logging sync", "demo> ")
@@ -113,7 +113,7 @@ def test_a_user_who_sleeps_makes_room(start, tmp_path):
     server.expect_end("clean")
 
 
-def test_a_user_who_is_tired_of_waiting(serving):
+def test_ctrl_c_while_waiting_for_another_user(serving):
     first = ShellUser(serving())
     second = serving()
     second.wait_screen("the waiting", lambda rows: rows[0] == WAITING)
@@ -157,13 +157,13 @@ def test_a_resize_reaches_the_shell(serving):
     user.type("sh ter", "demo> sh ter")
     drawn = len(user.terminal.display.raw)
     user.terminal.resize(24, 100)
-    user.terminal.wait("the line drawn anew", lambda: len(user.terminal.display.raw) > drawn)
+    user.terminal.wait("the line redrawn", lambda: len(user.terminal.display.raw) > drawn)
     user.type("<enter>", "demo> sh ter", "width 100, history of 1024 lines",
               "TAB and ? give help", "demo> ")
     user.leave()
 
 
-def test_nobody_serves(run, tmp_path):
+def test_connecting_without_a_server(run, tmp_path):
     result = run(shell("--connect", str(tmp_path / "nobody")), end="exception")
     assert result.stderr == (
         b"demo: [Errno 2] No such file or directory: '%s/nobody'\n" % bytes(tmp_path))

@@ -11,7 +11,7 @@ locale = libc.newlocale(LC_CTYPE_MASK, b"C.UTF-8", None)
 
 
 def asked(name):
-    """A function of a character that asks the C library's function of that name."""
+    """The C library's function of that name, for a character."""
     function = getattr(libc, name)
     function.argtypes = [ctypes.c_uint]
 

@@ -22,7 +22,7 @@ received = []
 
 
 def tell(name, value=None):
-    """Hands the test one fact: a name and a value that ast.literal_eval can read back."""
+    """Sends the test one fact: a name and a value that ast.literal_eval can read back."""
     with tell_lock:
         os.write(link, (ascii((name, value)) + "\n").encode())
 
@@ -107,7 +107,7 @@ def raises(function, *arguments, **keywords):
 WATCHED = ("SIGHUP", "SIGINT", "SIGQUIT", "SIGTERM", "SIGCONT", "SIGTSTP", "SIGWINCH")
 
 
-SA_RESTORER = 0x04000000  # how the C library makes handlers return; none of ours
+SA_RESTORER = 0x04000000  # set by the C library
 
 
 class SignalSet(ctypes.Structure):
@@ -117,7 +117,7 @@ class SignalSet(ctypes.Structure):
 
 
 class SignalAction(ctypes.Structure):
-    """What sigaction() answers."""
+    """The C library's struct sigaction."""
 
     _fields_ = [("handler", ctypes.c_void_p)] + (
         [("reserved", ctypes.c_int), ("flags", ctypes.c_int), ("restorer", ctypes.c_void_p),
@@ -137,7 +137,7 @@ def dispositions():
 
 
 class Account(ctypes.Structure):
-    """What mallinfo2() answers, or mallinfo(), which counts in int."""
+    """What mallinfo2() returns, or mallinfo(), which counts in int."""
 
     _fields_ = [(name, ctypes.c_size_t if hasattr(libc, "mallinfo2") else ctypes.c_uint)
                 for name in ("arena ordblks smblks hblks hblkhd usmblks fsmblks uordblks "
@@ -162,8 +162,8 @@ def settings():
         return None
 
 
-# What a bystander runs. It collects every signal, and when the child is gone or asks it
-# writes down those that a process sent, not the kernel: number and sender.
+# A bystander's program. It collects every signal. When the child asks or has ended, it writes
+# down those that a process sent, not the kernel: number and sender.
 BYSTANDER = """
 import os, signal, sys
 numbers = {getattr(signal, name) for name in %r}
@@ -203,7 +203,7 @@ class Bystander:
 
 
 def look_for_leaks():
-    """The end cuts off other threads, and what they held looks lost: they still hold it now."""
+    """Looks before the other threads end: what they hold would then look lost."""
     if threading.active_count() > 1:
         libc.__lsan_do_leak_check()
 

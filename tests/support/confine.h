@@ -1,7 +1,7 @@
-// The kernel as a witness: from a moment on, the process may do what reading a line needs,
-// and nothing else. A call beyond that ends it by SIGSYS, on the spot. What it may do is
-// listed, and not what it may not, so that no way out is forgotten. While the editor is set
-// up it may also look at files and read them, as that of the terminal's description.
+// A seccomp filter: from then on the process may make the system calls that reading a line
+// needs. Any other ends it by SIGSYS. The calls that are allowed are listed, so that no
+// other is forgotten. While the editor is set up it may also look at files and read them,
+// as that of the terminal's description.
 //
 // C, so that it can also be loaded into an interpreter.
 #pragma once
@@ -62,7 +62,7 @@ static const unsigned confine_looking[] = {SYS_faccessat, SYS_readlinkat, SYS_ge
                                            SYS_geteuid,   SYS_getgid,     SYS_getegid,
                                            SYS_setfsuid,  SYS_setfsgid,   CONFINE_FSTATAT};
 
-// The same, on a machine where a number in them was too small once.
+// The same where calls with wider numbers were added, on 32-bit machines.
 #ifdef SYS_fcntl64
 static const unsigned confine_allowed_anew[] = {SYS__llseek,
                                                 SYS_fstat64,
@@ -79,7 +79,7 @@ static const unsigned confine_looking_anew[] = {
     SYS_getgid32, SYS_getegid32, SYS_setfsuid32, SYS_setfsgid32, SYS_statx};
 #endif
 
-#ifdef SYS_open // a machine that also has the calls of old
+#ifdef SYS_open // a machine that also has the older calls
 static const unsigned confine_allowed_of_old[] = {SYS_select, SYS_poll, SYS_time,
                                                   SYS_alarm};
 static const unsigned confine_looking_of_old[] = {SYS_access, SYS_stat, SYS_readlink};

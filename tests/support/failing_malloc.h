@@ -1,10 +1,10 @@
-// Takes the memory away from a test. To be included once in a program; the sanitizers need
-// malloc() to be their own, and with them no call fails.
+// A malloc() that fails when a test says so. To be included once in a program. The
+// sanitizers need their own malloc(): with them no call fails.
 #pragma once
 
 #include <stdlib.h>
 
-inline int mallocs_left = -1; // calls until one finds no memory; without end below 0
+inline int mallocs_left = -1; // calls until one fails; negative: none does
 
 #ifndef __SANITIZE_ADDRESS__
 extern "C" void *__libc_malloc(size_t);

@@ -1,5 +1,6 @@
 """What the tests of single reads share: the two readers, and how a read is interrupted."""
 import signal
+import termios
 
 import pytest
 
@@ -29,7 +30,12 @@ def eof(reader):
     return EOF if reader == "read()" else SIMPLE_EOF
 
 
-def strike(child, letter, how):
+def no_echo(settings):
+    """Settings without ECHO, with which a terminal's lines are not edited."""
+    settings[3] &= ~termios.ECHO
+
+
+def send_interrupt(child, letter, how):
     """Ctrl-C or Ctrl-Z, as a key or as a signal to the child alone."""
     key, number, _ = INTERRUPTS[letter]
     if how == "typed":
@@ -40,5 +46,5 @@ def strike(child, letter, how):
 
 def interrupt(child, letter, how):
     """The same, and the read ends with it."""
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_raised(*INTERRUPTS[letter][2])

@@ -1,4 +1,4 @@
-"""When a child waits, having done all that was asked of it."""
+"""A child at rest: it has read all keys, and sleeps."""
 import select
 
 import pty_child
@@ -7,8 +7,8 @@ import pty_child
 def expect_rest(child):
     """Waits until it has read all keys and sleeps, and takes what it has written.
 
-    Looking for readiness first moves on what is still on its way. A question to the terminal
-    in what it has written is answered, and the answer read, before that.
+    select() first delivers what the kernel still buffers. A request to the terminal in the output
+    is answered, and the answer read, before that.
     """
     __tracebackhide__ = True
     child.wait("the child to be at rest", lambda: (

@@ -36,12 +36,12 @@ def keys(text):
 
 
 class Screen(pyte.Screen):
-    """pyte's screen, with what it does otherwise than terminals do set right."""
+    """pyte's screen, corrected where it differs from terminals."""
 
-    answer = None  # what is called with the answers to the program's questions, if any
+    answer = None  # is called with the replies to the program's requests
 
     def draw(self, data):
-        """As wide as the C library says; a wide character is never cut in two."""
+        """With the C library's widths; never cuts a wide character in two."""
         for char in data.translate(self.g1_charset if self.charset else self.g0_charset):
             width = columns(char)
             if width == 0:
@@ -66,7 +66,7 @@ class Screen(pyte.Screen):
         self.cursor.x += width  # may be behind the last column: the next one wraps
 
     def _mark(self, char):
-        """A mark goes with the character before it, and not with the half of a wide one."""
+        """Adds a combining mark to the character before it, also to a wide one."""
         x, line = self.cursor.x - 1, self.buffer[self.cursor.y]
         if x > 0 and line[x].data == "":
             x -= 1
@@ -75,13 +75,13 @@ class Screen(pyte.Screen):
             line[x] = line[x]._replace(data=text)
 
     def _part(self, x):
-        """What stands in column x and the ones before it are no longer one character."""
+        """Erases a wide character that is about to be cut in two before column x."""
         line = self.buffer[self.cursor.y]
         if 0 < x < self.columns and line[x].data == "":
             line[x - 1] = line[x] = self.default_char
 
     def insert_characters(self, count=None):
-        """Without the column behind the last one, which pyte keeps for later."""
+        """Drops what is pushed out at the right margin, which pyte keeps."""
         self._part(self.cursor.x)
         super().insert_characters(count)
         line = self.buffer[self.cursor.y]
@@ -100,7 +100,7 @@ class Screen(pyte.Screen):
         super().erase_in_line(how, private)
 
     def save_cursor(self):
-        """There is one saved cursor, not as many as were saved."""
+        """Saves one cursor, where pyte has a stack of them."""
         self.savepoints.clear()
         super().save_cursor()
 
@@ -111,7 +111,7 @@ class Screen(pyte.Screen):
             self.savepoints.append(saved[0]._replace(cursor=copy.copy(saved[0].cursor)))
 
     def resize(self, lines=None, columns=None):
-        """Rows go at the bottom while the cursor is above them, else at the top."""
+        """Drops rows below the cursor first, then rows at the top."""
         lines, columns = lines or self.lines, columns or self.columns
         dropped = max(0, self.cursor.y + 1 - lines)
         rows = [self.buffer[y] for y in range(self.lines)][dropped:dropped + lines]
@@ -133,7 +133,7 @@ class Screen(pyte.Screen):
 
 
 class Display:
-    """All that one terminal was sent, and the screen that a user sees of it."""
+    """All that was sent to one terminal, and its screen."""
 
     def __init__(self, rows, columns):
         self.raw = bytearray()
@@ -148,7 +148,7 @@ class Display:
         return [row.rstrip() for row in self.cells()]
 
     def cells(self):
-        """The rows as wide as they are."""
+        """The rows at their full width."""
         screen = self.screen
         return ["".join([line[x].data for x in range(screen.columns)]) for line in
                 [screen.buffer[y] for y in range(screen.lines)]]

@@ -1,4 +1,4 @@
-"""What all children share, and scripts that need no terminal: the cheap kind of test."""
+"""What all children share, and scripts without a terminal, which are quicker."""
 import ast
 import os
 import shutil
@@ -15,7 +15,7 @@ RESULTS = ("line", "raised")  # the facts that a read ends with; one queue
 
 
 class Failure(AssertionError):
-    """A wait or a check that failed; its text is the story."""
+    """A wait or a check that failed; its text says what was seen."""
 
 
 def ended(status):

@@ -1,7 +1,7 @@
-"""A stand-in for the log watch library, which takes its place by name.
+"""A stand-in for the log watch library, with its file name.
 
-The script puts pairs of numbers into a pipe, which come out as news, and says which
-descriptor is waited on. It sees how often the library was asked for it, and to do its work.
+The script writes pairs of numbers into a pipe, which come out as news, and sets the descriptor
+that is waited on. It sees how often the library was asked for that, and to process events.
 """
 import subprocess
 

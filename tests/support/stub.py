@@ -1,4 +1,4 @@
-"""The module's stub, parsed: its functions by name, and what it calls types."""
+"""The module's stub, parsed: its functions and its type aliases by name."""
 import ast
 import os
 

@@ -1,9 +1,10 @@
 """The terminal that the tests sit at.
 
 A Terminal starts a script (see child.py) on a pseudo terminal of its own, of fixed type and
-size, with a fixed locale and an otherwise empty environment. pyte is the screen. Keys are given by name: send("show<tab>"), "<c-c>", "<up>",
-"<0xe9>". Nothing is ever slept for: every wait is for a state, with one generous deadline,
-and what the child writes is taken from it all the time. A wait that fails tells the story.
+size, with a fixed locale and an otherwise empty environment. pyte is the screen. Keys are given
+by name: send("show<tab>"), "<c-c>", "<up>", "<0xe9>". Nothing sleeps: every wait is for a state,
+with one generous deadline, and meanwhile what the child writes is read. A wait that fails reports
+facts, output, screen and the last messages.
 """
 import ast
 import collections
@@ -120,7 +121,7 @@ class Terminal:
                 self._ended()
 
     def _ended(self):
-        """Notes how the child ended, and takes the last of its output."""
+        """Notes how the child ended, and reads the rest of its output."""
         self.status = self.process.returncode
         self._note("ended", ended(self.status))
         self.last_settings = self.settings()
@@ -132,13 +133,13 @@ class Terminal:
         while self.sources and time.monotonic() < limit:
             self._pump(1)
         if self.sources:
-            raise self._story("the end of the output: another process still holds it")
+            raise self._failure("the end of the output: another process still holds it")
 
     def wait(self, what, ready, outlived=False):
         """Waits until ready() answers something true, and answers that.
 
-        The child's end ends the wait too, unless something outlives it. A child that is
-        heard of has ten times as long: how much it does in a time is not what is tested.
+        The child's end ends the wait too, unless something outlives it. A child that goes on
+        writing has ten times as long: its speed is not tested.
         """
         __tracebackhide__ = True
         begun = time.monotonic()
@@ -146,12 +147,12 @@ class Terminal:
             limit = min(max(begun, self.heard) + DEADLINE, begun + 10 * DEADLINE)
             over = self.status is not None and not outlived or time.monotonic() > limit
             if any(name == "changed" for name, value in self.facts):
-                raise self._story("terminal and signals as the read found them")
+                raise self._failure("terminal and signals as the read found them")
             value = ready()
             if value:
                 return value
             if over:
-                raise self._story(what)
+                raise self._failure(what)
             self._pump(0.01)
 
     # What goes out
@@ -170,7 +171,7 @@ class Terminal:
         limit = time.monotonic() + DEADLINE
         while data:
             if time.monotonic() > limit or self.status is not None:
-                raise self._story("the terminal to take %d more bytes" % len(data))
+                raise self._failure("the terminal to take %d more bytes" % len(data))
             self._pump(0)
             if select.select([], [fd], [], 0.01)[1]:
                 try:
@@ -234,12 +235,19 @@ class Terminal:
             (fact for fact in self.facts if fact[0] in names), None))
         self.facts.remove(fact)
         if fact[0] != name or value is not ANYTHING and fact[1] != value:
-            raise self._story("the fact %s, but the child told %s %r" % (what, *fact))
+            raise self._failure("the fact %s, but the child told %s %r" % (what, *fact))
         return fact[1]
 
     def expect_line(self, line):
         __tracebackhide__ = True
         return self.expect_fact("line", line)
+
+    def enter(self, keys, line=None):
+        """At a new prompt, types keys and Enter; the read gives line, or what was typed."""
+        __tracebackhide__ = True
+        self.expect_prompt()
+        self.send(keys + "<enter>")
+        self.expect_line(keys if line is None else line)
 
     def expect_raised(self, name, message):
         __tracebackhide__ = True
@@ -276,6 +284,13 @@ class Terminal:
         __tracebackhide__ = True
         return self.wait(what, lambda: predicate(self.display.rows()))
 
+    def type(self, keys, *rows, redrawn=False):
+        """At a new prompt, types keys; the screen shows them behind it, or these rows."""
+        __tracebackhide__ = True
+        self.expect_prompt()
+        self.send(keys)
+        self.expect_shown(*(rows or (keys,)), redrawn=redrawn)
+
     def expect_cursor(self, row, column):
         """Waits until the cursor stands there; the row counts from the newest prompt's."""
         __tracebackhide__ = True
@@ -289,7 +304,7 @@ class Terminal:
     def expect_taken(self):
         """Waits until the child has read every key that was typed.
 
-        Asking for readiness, not for a count, first moves on what is still on its way.
+        select(), unlike FIONREAD, first delivers what the kernel still buffers.
         """
         __tracebackhide__ = True
         self.wait("the child to take every key",
@@ -307,7 +322,7 @@ class Terminal:
         __tracebackhide__ = True
         now = self.settings() if self.status is None else self.last_settings
         if now != self.found:
-            raise self._story("the settings as they were; changed: "
+            raise self._failure("the settings as they were; changed: "
                               + ", ".join(changed_settings(self.found, now)))
 
     # How it ends
@@ -315,27 +330,27 @@ class Terminal:
     def expect_end(self, end="clean"):
         """Waits for the child's end: "clean", "exception" or a signal's name.
 
-        However it ended, but for a failed check, it has given the terminal back.
+        Unless a check failed, it has restored the terminal's settings.
         """
         __tracebackhide__ = True
         self.end_stated = True
         self.wait("the child's end (%s)" % end, lambda: self.status is not None)
         if ended(self.status) != end:
-            raise self._story("the child to end as: " + end)
+            raise self._failure("the child to end as: " + end)
         if self.facts:
-            raise self._story("no more facts, but there are %r" % self.facts)
+            raise self._failure("no more facts, but there are %r" % self.facts)
         if self.last_settings and end != "SIGABRT":
             self.assert_settings_as_found()
 
     def expect_bystander(self, seen="[]"):
-        """Waits for what the bystander of a child that is gone wrote down."""
+        """Waits for what the bystander wrote down after the child's end."""
         __tracebackhide__ = True
         path = os.path.join(self.home, "bystander")
         self.wait("the bystander's note", lambda: os.path.exists(path), outlived=True)
         with open(path, encoding="utf-8") as file:
             found = file.read().strip()
         if found != seen:
-            raise self._story("the bystander to see %s, not %s" % (seen, found))
+            raise self._failure("the bystander to see %s, not %s" % (seen, found))
 
     def expect_abort(self, expression, line, function):
         """Waits for the child's end by a failed check, and for its whole report."""
@@ -343,10 +358,10 @@ class Terminal:
         self.expect_end("SIGABRT")
         report = "Cli/Keyline:%d: %s: Assertion `%s' failed." % (line, function, expression)
         if report.encode() not in self.display.raw:
-            raise self._story("the report " + report)
+            raise self._failure("the report " + report)
 
     def close(self):
-        """Ends the child if it is still there, and puts everything away."""
+        """Ends the child if it still runs, and closes everything."""
         if self.status is None:
             self.process.kill()
             while self.status is None:
@@ -357,7 +372,7 @@ class Terminal:
         self.link.close()
         shutil.rmtree(self.home, ignore_errors=True)
 
-    def _story(self, what):
+    def _failure(self, what):
         frame = sys._getframe(1)
         while frame.f_code.co_filename == __file__:
             frame = frame.f_back

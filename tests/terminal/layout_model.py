@@ -17,7 +17,7 @@ def visible(prompt):
 
 
 def form(char):
-    """How a character that is not shown as itself is."""
+    """How a character is shown that is not shown as itself."""
     if ord(char) < 32 or ord(char) == 127:
         return "^" + chr(ord(char) ^ 64)
     return "\\U+%04X" % ord(char)
@@ -32,7 +32,7 @@ class Layout:
     """All rows, and the cursor's place in them: row, column."""
 
     def __init__(self, prompt, line, cursor, width):
-        """A cursor of None stands nowhere: the line is over."""
+        """cursor is None once the line has ended."""
         self.width = width
         self.rows = [[]]
         self.last = None  # row, column and number of marks of the cell before
@@ -83,7 +83,7 @@ class Layout:
         return [self._cell(one) for one in form(char)][0]
 
     def top(self, height, before):
-        """The first row of a window of so many, which was at that row before."""
+        """The first row shown in a window of that height, where it was `before` until now."""
         row = self.cursor[0] if self.cursor else len(self.rows) - 1
         top = min(before, row)
         if row >= top + height:
@@ -91,6 +91,6 @@ class Layout:
         return max(0, min(top, len(self.rows) - height))
 
     def texts(self):
-        """The rows as they are on a screen of that width."""
+        """The rows, each as wide as the screen."""
         return [unicodedata.normalize("NFC", "".join(row + [" "] * (self.width - len(row))))
                 for row in self.rows]

@@ -1,8 +1,7 @@
 """What each key does to the line and the insertion point, without a display.
 
-A Line is what one shell's user edits, line after line: keys by the names that screen.py has
-for them, an Editing of the keys in emacs' manner. During a search the line is followed by a
-row with what is looked for, which `shown` tells.
+A Line is what the user of one shell edits with emacs keys, line after line; screen.py has the
+names of the keys. During a search a second row has the pattern, see `shown`.
 """
 from characters import columns, is_alphanumeric, is_letter, lower, upper
 from layout_model import is_shown
@@ -14,7 +13,7 @@ def is_word(char):
 
 
 def is_mark(char):
-    """Whether it goes with the character before it."""
+    """Whether it is a combining mark."""
     return is_shown(char) and columns(char) == 0
 
 
@@ -80,7 +79,7 @@ class Line:
         if key in EDITING:
             EDITING[key](self)
         elif key.startswith("<m-3>"):
-            self._thrice(key[5:])
+            self._three_times(key[5:])
         else:
             assert len(key) == 1, key
             self.insert(key)
@@ -109,8 +108,8 @@ class Line:
     def _after(self, at):
         return self._behind_marks(at + 1) if at < len(self.text) else at
 
-    def _thrice(self, key):
-        """The key with a count; what it deletes can be inserted again."""
+    def _three_times(self, key):
+        """The key with a count of 3; what it deletes can be inserted again."""
         text = self.text
         for _ in range(3):
             self.key(key)

@@ -45,9 +45,7 @@ read(done)
             child.signal(getattr(signal, "SIG" + number))
         child.expect_raised(*{"INT": ("KeyboardInterrupt", ""),
                               "TSTP": ("LookupError", "stopped")}[number])
-    child.expect_prompt()
-    child.send("ab<tab>")
-    child.expect_shown("ab-done", redrawn=True)
+    child.type("ab<tab>", "ab-done", redrawn=True)
     child.send("c")  # once it is shown, the module's handlers are surely back
     child.expect_shown("ab-donec", redrawn=True)
     child.send("<c-c>")
@@ -56,7 +54,7 @@ read(done)
 
 
 def test_dispositions_while_the_callback_runs(start):
-    """The shell's own for the two signals, each time anew."""
+    """For the two signals they are the shell's own, each time."""
     child = start("""
 def two():
     return [row for row in dispositions()[0] if row[0] in ("SIGINT", "SIGTSTP")]
@@ -76,7 +74,7 @@ read(complete)
 
 @pytest.mark.parametrize("threads", ["", BUSY], ids=["alone", "busy"])
 def test_keys_typed_while_the_callback_runs(start, threads):
-    """They wait, in their order: text, another completion, the end of the line."""
+    """They are read later, in order: text, another completion, the end of the line."""
     child = start(threads + WAITING + "read(complete)")
     child.expect_prompt()
     child.send("ab<tab>")
@@ -104,7 +102,7 @@ def test_resize_while_the_callback_runs(start):
 
 
 def test_callback_that_prints(start):
-    """Rows of its own, each from the left, and then prompt and line again."""
+    """Its rows begin at the left; prompt and line follow again."""
     child = start("""
 def complete(key, line):
     print()
@@ -153,7 +151,7 @@ read(complete)
 
 
 def test_callback_that_calls_the_module(start):
-    """The read under way uses the history and the keys; both may change."""
+    """The current read uses the history and the keys; both may change."""
     child = start("""
 import Keyline
 Keyline.keyBindingsEnabledIs(True)
@@ -184,9 +182,7 @@ read(complete, "exec", "")
     child.expect_fact("enabled", False)
     child.send("?<enter>")
     child.expect_line("new old?")
-    child.expect_prompt()
-    child.send("x?<c-u><up>")
-    child.expect_shown("new old-done")
+    child.type("x?<c-u><up>", "new old-done")
     child.send("<enter>")
     child.expect_line("new old-done")
     child.expect_end()
@@ -195,7 +191,7 @@ read(complete, "exec", "")
 @pytest.mark.parametrize("then", ["", "    Keyline.keyBindingsEnabledIs(True)\n"],
                          ids=["alone", "and set up again"])
 def test_reset_by_a_callback(start, then):
-    """The read under way ends as it may; the next one has a new editor that edits."""
+    """The current read may end in any way; the next one has a new editor."""
     child = start("""
 import Keyline
 def complete(key, line):
@@ -212,9 +208,7 @@ read(done)
     child.expect_fact("history", [])
     child.send("c<enter>")
     child.expect_line("abc")
-    child.expect_prompt()
-    child.send("a<left>b<tab><enter>")
-    child.expect_line("ba-done")
+    child.enter("a<left>b<tab>", "ba-done")
     child.expect_end()
 
 
@@ -275,9 +269,7 @@ tell("grown", [now - was for was, now in zip(before, after)])
 def test_simple_read_before_any_callback(start):
     """The keys are bound and no readline call has said anything of a callback yet."""
     child = start("import Keyline; Keyline.keyBindingsEnabledIs(True); simple_read()")
-    child.expect_prompt()
-    child.send("scr<tab>?x<enter>")
-    child.expect_line("scrx")
+    child.enter("scr<tab>?x", "scrx")
     child.expect_end()
     assert child.display.rows()[:2] == ["1> scrx", ""]
 
@@ -301,9 +293,7 @@ simple_read(watched=False)
 read(done)
 """ % (number, handler))
     for read in range(3):
-        child.expect_prompt()
-        child.send("ab<tab>")
-        child.expect_shown("ab-done", redrawn=True)
+        child.type("ab<tab>", "ab-done", redrawn=True)
         if read == 1 or read == 0 and interrupted:
             child.send("x")
             child.expect_shown("ab-donex", redrawn=True)
@@ -312,7 +302,7 @@ read(done)
                 child.expect_raised("KeyboardInterrupt", "Ctrl-%s pressed"
                                     % ("C" if number == signal.SIGINT else "Z"))
                 continue
-            child.expect_shown("ab-donex")  # drawn anew: the terminal is raw again
+            child.expect_shown("ab-donex")  # redrawn: the terminal is raw again
             child.send("<bs>")
         child.send("c<enter>")
         child.expect_line("ab-donec")
@@ -331,9 +321,7 @@ read(fails)
 simple_read()
 %s
 """ % second)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.send("ab<tab>")
     child.expect_raised("EOFError", "simpleReadline returned NULL")

@@ -1,7 +1,7 @@
 """The completion keys: what the callback gets, what its answer does, what the user sees.
 
 A completion draws prompt and line again where the cursor stands, without going to the start
-of the row, deliberately: whoever prints must have left the row. Both cases are tested.
+of the row, deliberately: code that prints must have left the row. Both cases are tested.
 """
 import pytest
 
@@ -80,7 +80,7 @@ def expect_prompt(child):
 @LEAVES
 @pytest.mark.parametrize("case", ANSWERS)
 def test_answer(start, case, leave):
-    """Handed are key and whole line; the answer acts at the end, wherever the cursor is."""
+    """The callback gets key and whole line; its answer changes the end, wherever the cursor is."""
     line, answer, after = ANSWERS[case]
     child = start(ANSWERING % ([answer] * 6, leave)
                   + "for number in range(6): read(complete)")
@@ -121,7 +121,7 @@ def test_answer_to_a_wrapped_line(start, typed, answer, leave):
 @pytest.mark.parametrize("end", [r"\x01\x1b[0m\x02 ", r" \x01\x1b[0m\x02"],
                          ids=["before the blank", "behind the blank"])
 def test_coloured_prompt(start, end):
-    """What is between the ignore marks takes no place: the line wraps where it is seen."""
+    """What is between the ignore marks has no width: the line wraps in the right column."""
     child = start(ANSWERING % (["-done"], True) + """
 import Keyline
 for number in "12":
@@ -155,9 +155,7 @@ for number in "12":
 def test_no_callback(start, reader):
     """Nothing is inserted, completed from the files that are there, or drawn."""
     child = start(reader)
-    child.expect_prompt()
-    child.send("scr<tab>?<left><tab>?<end>x")
-    child.expect_shown("scrx")
+    child.type("scr<tab>?<left><tab>?<end>x", "scrx")
     child.send("<enter>")
     child.expect_line("scrx")
     child.expect_end()
@@ -192,9 +190,7 @@ def test_failure(start, case, key):
     child.send("ab<left>" + key)
     told = child.expect_fact("raised")
     assert told[0] == name and message in told[1]
-    child.expect_prompt()
-    child.send("cd" + key)
-    child.expect_shown("cd-done", redrawn=True)
+    child.type("cd" + key, "cd-done", redrawn=True)
     child.send("<enter>")
     child.expect_line("cd-done")
     child.expect_prompt()
@@ -205,7 +201,7 @@ def test_failure(start, case, key):
 
 
 def test_exception_is_kept_whole(start):
-    """The very object, its cause, and its way here, down to the callback's own lines."""
+    """The same object, with its cause and its traceback down to the callback."""
     child = start("""
 import Keyline, traceback
 class Refused(Exception):
@@ -304,7 +300,7 @@ read(complete, "exec", "")
 @pytest.mark.parametrize("way", ["callback", "history"])
 @pytest.mark.parametrize("text", CUT)
 def test_cut_inside_a_character(start, text, way):
-    """The call itself fails then, and the next read is as ever."""
+    """Then the call itself fails, and the next read works."""
     child = start(DONE + """
 import Keyline
 def complete(key, line):
@@ -319,7 +315,5 @@ read(done)
     name, message = child.expect_fact("raised")
     assert name == "UnicodeDecodeError"
     assert "'utf-8' codec can't decode" in message and "unexpected end of data" in message
-    child.expect_prompt()
-    child.send("<up><c-u>ab<tab><enter>")
-    child.expect_line("ab-done")
+    child.enter("<up><c-u>ab<tab>", "ab-done")
     child.expect_end()

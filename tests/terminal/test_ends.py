@@ -36,7 +36,7 @@ sys.exit(7)
 
 
 def without_leaks(setup):
-    """The leak checker stops all threads, and never gets there while signals keep coming."""
+    """The leak checker stops all threads, which never succeeds while signals keep coming."""
     told = setup.sanitizer_environment().get("ASAN_OPTIONS")
     return told and {"ASAN_OPTIONS": told + ":detect_leaks=0"}
 

@@ -10,7 +10,7 @@ import pytest
 
 import manual
 
-# Three ways in which a child is made in the midst of a read, by the function `child`. The
+# Three ways in which a child is made during a read, by the function `child`. The
 # callable that the log calls lives as long as the script.
 FROM = {
     "thread": """
@@ -61,10 +61,8 @@ if os.getpid() != reader:
 
 
 def fork(child, way):
-    """The user has typed half a line, and there is a child."""
-    child.expect_prompt()
-    child.send("half a ")
-    child.expect_shown("half a")
+    """Types half a line, and makes a child."""
+    child.type("half a ", "half a")
     if way == "thread":
         child.go("fork")
     elif way == "completion":
@@ -76,7 +74,7 @@ def fork(child, way):
 
 
 def finish(child):
-    """The reader goes on as if nothing had been."""
+    """The reader goes on undisturbed."""
     assert not child.settings()[3] & manual.COOKED
     child.send("line<enter>")
     child.expect_line("half a line")
@@ -97,7 +95,7 @@ ENDS = {
     pytest.param(end, marks=pytest.mark.plain_only if end == "sys.exit" else ())
     for end in ENDS])  # after a fork the interpreter loses some locks of its own
 def test_end_of_a_child(start, way, end):
-    """Whichever it is, the reader's terminal stays raw and the line goes on."""
+    """In every case the reader's terminal stays raw and the line goes on."""
     child = start(SCRIPT % ("tell('pid', os.getpid()); " + ENDS[end], FROM[way]))
     fork(child, way)
     child.wait("the child's end", lambda: any(
@@ -106,7 +104,7 @@ def test_end_of_a_child(start, way, end):
     child.expect_fact("pid")
     if end == "sys.exit":
         child.expect_fact("child")
-        if way != "thread":  # where it is in the midst of a read, which ends
+        if way != "thread":  # where it is within a read, which ends
             child.expect_fact("raised", ("SystemExit", "3") if way == "completion"
                               else ("EOFError", "readline returned NULL"))
             child.expect_fact("lines", ["a line"])
@@ -171,7 +169,7 @@ def test_a_child_that_reads(start, way, first):
 
 @pytest.mark.parametrize("way", FROM)
 def test_interrupt_in_a_child_that_reads(start, way):
-    """Its Ctrl-C is its own."""
+    """Ctrl-C at its terminal interrupts its read alone."""
     child = start(SCRIPT % ("""
     os.dup2(other_terminal, 0)
     os.dup2(other_terminal, 1)
@@ -214,9 +212,7 @@ beside(work)
 read()
 os._exit(0)
 """)
-    child.expect_prompt()
-    child.send("half a ")
-    child.expect_shown("half a")
+    child.type("half a ", "half a")
     child.go("fork")
     child.expect_fact("forked", -signal.SIGTERM)
     finish(child)

@@ -25,9 +25,7 @@ def expect_lines(child, *lines):
     """Types each line at a prompt of its own, and the child ends."""
     __tracebackhide__ = True
     for line in lines:
-        child.expect_prompt()
-        child.send("x" + line[1:] + "<c-a>" + line[0] + "<del><enter>")
-        child.expect_line(line)
+        child.enter("x" + line[1:] + "<c-a>" + line[0] + "<del>", line)
     child.expect_end()
 
 
@@ -45,9 +43,7 @@ def test_closed_standard_error(start, reader, when, term):
         + (close if when == "between reads" else "") + "on()\n" + reader + "\n"
         + "tell('kind', 'inotify' in os.readlink('/proc/self/fd/2'))\nread()",
         env={"TERM": term})
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_prompt()
     append(child, "a line\n")
     if reader == "read()":  # the other has no reader of ours before there is set-up
@@ -75,19 +71,17 @@ def test_closed_standard_output_before_the_first_read(start):
 
 @pytest.mark.parametrize("reader", READERS)
 def test_standard_output_closed_between_reads(start, reader):
-    """The editor does not notice, and edits what nobody sees; opened again it is seen."""
+    """The editor does not notice, and edits unseen; opened again, it is shown."""
     child = start(reader + "\nkept = os.dup(1)\nos.close(1)\n" + reader
                   + "\nos.dup2(kept, 1)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.send("wo<c-a>t<enter>")
     child.expect_line("two")
     expect_lines(child, "three")
 
 
 def test_closed_standard_input_before_the_first_read(start):
-    """Which is the end of the input, until it is there again."""
+    """It counts as the end of the input, until it is open again."""
     child = start("kept = os.dup(0)\nos.close(0)\nread()\nos.dup2(kept, 0)\nread()")
     child.expect_raised(*EOF)
     child.send("one<enter>")
@@ -97,12 +91,10 @@ def test_closed_standard_input_before_the_first_read(start):
 
 @pytest.mark.parametrize("reader", READERS)
 def test_standard_input_closed_between_reads(start, reader):
-    """No raw mode and no key: the input is at its end, until it is there again."""
+    """No raw mode and no key: it counts as the end of the input, until it is open again."""
     child = start(reader + "\nkept = os.dup(0)\nos.close(0)\n" + reader
                   + "\nos.dup2(kept, 0)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_raised(*eof(reader))
     expect_lines(child, "two")
 
@@ -119,7 +111,7 @@ def processor_time(child):
 
 
 def test_standard_input_closed_in_a_read(start):
-    """The reader tries for ever to wait for it, by contract, and an interrupt ends that."""
+    """The reader repeats its wait without end, by contract, until an interrupt."""
     child = start("""
 import Keyline
 def close(descriptor, length):
@@ -148,9 +140,7 @@ read()
 def test_all_three_closed_between_reads(start, reader):
     child = start(reader + "\nkept = os.dup(0)\nfor number in range(3): os.close(number)\n"
                   + reader + "\nfor number in range(3): os.dup2(kept, number)\n" + reader)
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.expect_raised(*eof(reader))
     expect_lines(child, "two")
 
@@ -165,7 +155,7 @@ on()
 read()
 read()
 """
-BIG = "a line of news\n" * 3000  # more than is told in one go
+BIG = "a line of news\n" * 3000  # more than is passed on at once
 
 
 @pytest.mark.not_memcheck("it keeps the highest descriptors for itself")
@@ -173,9 +163,7 @@ BIG = "a line of news\n" * 3000  # more than is told in one go
 def test_many_open_files(start, lowest):
     """The library's descriptors are the next ones; two of them have to be below 1,024."""
     child = start(MANY % lowest)
-    child.expect_prompt()
-    child.send("a")
-    child.expect_shown("a")
+    child.type("a")
     append(child, "a line\n")
     child.expect_fact("news", "a line\n")
     append(child, BIG)
@@ -216,9 +204,7 @@ Keyline.resetInput()
 read()
 """ % (reader, reader))
     for line in ("one", "two", "three"):
-        child.expect_prompt()
-        child.send("x" + line + "<c-a><del><c-l><enter>")
-        child.expect_line(line)
+        child.enter("x" + line + "<c-a><del><c-l>", line)
         seen = bytes(child.display.raw)
     child.expect_end()
     assert b'No entry for terminal type "xterm"' in seen
@@ -246,9 +232,7 @@ def test_output_to_a_full_device(start, reader, also):
 def test_output_to_a_full_device_between_reads(start, reader):
     child = start("kept = os.dup(1)\n%s\nos.dup2(os.open('/dev/full', os.O_WRONLY), 1)\n%s\n"
                   "os.dup2(kept, 1)\n%s" % (reader, reader, reader))
-    child.expect_prompt()
-    child.send("one<enter>")
-    child.expect_line("one")
+    child.enter("one")
     child.send("wo<c-a>t<c-l><enter>")
     child.expect_line("two")
     expect_lines(child, "three")
@@ -256,7 +240,7 @@ def test_output_to_a_full_device_between_reads(start, reader):
 
 @pytest.mark.parametrize("size", [0, 3])
 def test_news_without_room_for_them(start, size):
-    """They wait for an event after there is room again, and nobody spins meanwhile."""
+    """It waits for an event after there is room again; the reader does not spin."""
     child = start(LOG + """
 resource.setrlimit(resource.RLIMIT_FSIZE, (%d, INFINITY))
 on()
@@ -288,7 +272,7 @@ def small_disk(tmp_path):
 
 
 def test_log_on_a_full_file_system(start, small_disk):
-    """What got there is told, and the line that was cut short when it is complete."""
+    """What was written is told; the line that was cut short, once it is complete."""
     log, filler = os.path.join(small_disk, "log"), os.path.join(small_disk, "filler")
     lines = b"a line ..\n" * 500
     child = start(LOG + "wait_for('on')\nKeyline.loggingSyncEnabledIs(%r, news)\nread()" % log)
@@ -314,7 +298,7 @@ def test_log_on_a_full_file_system(start, small_disk):
 @pytest.mark.parametrize("first", [False, True], ids=["without an editor", "with an editor"])
 @pytest.mark.parametrize("room", [0, 64, 256, 1024])
 def test_little_memory(start, first, room):
-    """No editor, an exception, or a line that stops growing; with memory all is as ever."""
+    """No editor, an exception, or a line that stops growing; with memory all works again."""
     child = start("""
 import Keyline, resource
 INFINITY = resource.RLIM_INFINITY
@@ -336,9 +320,7 @@ while not (read(complete) or "").endswith("c"):
     pass
 """ % (room, "read()" if first else ""))
     if first:
-        child.expect_prompt()
-        child.send("one<enter>")
-        child.expect_line("one")
+        child.enter("one")
     child.wait("raw mode or the end of the read",
                lambda: child.facts or child.settings() != child.found)
     if not child.facts:

@@ -5,8 +5,6 @@ import subprocess
 
 import pytest
 
-from reads import EOF
-
 C_PRESSED = ("KeyboardInterrupt", "Ctrl-C pressed")
 LONG = "x" * 10000
 
@@ -42,9 +40,7 @@ def expect_edited(child):
             ("vari<tab>" + "x" * 100 + "<c-a>y<left><left><c-e>z",
              "yvariable" + "x" * 100 + "z"),
             ("b<c-l><c-a>a", "ab"), ("<c-k>c<bs>d", "d")]:
-        child.expect_prompt()
-        child.send(typed + "<enter>")
-        child.expect_line(line)
+        child.enter(typed, line)
     child.expect_end()
 
 
@@ -54,7 +50,7 @@ def test_terminal_type(start, term):
     expect_edited(start(EDITED, env=TERMS[term]))
 
 
-# Capabilities as nobody means them: too many parameters, those of other types, no end.
+# Wrong capabilities: too many parameters, of the wrong types, without an end.
 DESCRIPTION = r"""rubbish|a description,
  am, cols#%(columns)s, lines#%(lines)s, cup=%%p1%%s%%s%%s%%s%%s, el=\E[%%s, ed=%%n%%s,
  cub=%%p1%%s, cuf=%%s%%p2%%s, cuu=%%s, cud=%%?%%t%%s, bel=%%d%%d, dch=%%p9%%d, ich=%%{9,
@@ -159,9 +155,7 @@ def test_settings_of_rubbish(setup, start, tmp_path, kind, place):
     child = start("import Keyline\nread()\nKeyline.resetInput()\nread()",
                   env={place: str(tmp_path / ("" if place == "HOME" else ".editrc"))})
     for again in range(2):
-        child.expect_prompt()
-        child.send("ab<c-t><enter>")
-        child.expect_line(line)
+        child.enter("ab<c-t>", line)
     child.expect_end()
 
 
@@ -187,9 +181,7 @@ def test_settings_that_cannot_be_read(start, tmp_path, kind):
     UNREADABLE[kind](path)
     readable = kind == "forbidden" and os.access(path, os.R_OK)  # by the superuser
     child = start("read()", env={"EDITRC": str(path)})
-    child.expect_prompt()
-    child.send("ab<c-t><enter>")
-    child.expect_line("abok" if readable else "ba")
+    child.enter("ab<c-t>", "abok" if readable else "ba")
     child.expect_end()
 
 
@@ -198,9 +190,7 @@ def test_settings_that_cannot_be_read(start, tmp_path, kind):
                          ids=["long", "empty", "no home", "empty home", "long home"])
 def test_names_of_settings(start, env):
     child = start("read()", env=env)
-    child.expect_prompt()
-    child.send("ab<c-t><enter>")
-    child.expect_line("ba")
+    child.enter("ab<c-t>", "ba")
     child.expect_end()
 
 
@@ -221,9 +211,7 @@ def test_settings_that_take_the_keys_away(start, tmp_path, keys):
     child.expect_shown(shown + "c", redrawn=True)
     child.send("<c-c>")
     child.expect_raised(*C_PRESSED)
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 
@@ -253,9 +241,7 @@ for number in range(%d):
     for command in commands:
         (tmp_path / "settings").write_text(command + "\n")
         child.go("next")
-        child.expect_prompt()
-        child.send("ab<c-t><enter>")
-        child.expect_line("ba")
+        child.enter("ab<c-t>", "ba")
         child.assert_settings_as_found()
     child.expect_end()
 
@@ -279,8 +265,6 @@ def test_listing_of_a_long_key(start, tmp_path, count, listed):
 def test_changes_to_the_terminal_with_editing_off(start, tmp_path, change, order):
     (tmp_path / "settings").write_text("\n".join([change, "edit off"][::order]) + "\n")
     child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
-    child.expect_prompt()
-    child.send("ab<enter>")
-    child.expect_line("ab")
+    child.enter("ab")
     child.expect_end()
     child.assert_settings_as_found()

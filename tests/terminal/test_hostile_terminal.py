@@ -1,4 +1,4 @@
-"""Terminals that nobody looks after: not read from, read slowly, stopped, of any size.
+"""Terminals that are not read from, are read slowly, are stopped, or of any size.
 
 What blocks there is the child's own write, and the tests wait until they see it in it.
 While they hold the output, nothing at all is taken from the terminal.
@@ -52,13 +52,13 @@ LINE = "x" * 3000
 REDRAWS = "<c-l>" * 60  # of that line: more than the terminal holds
 
 
-def hold(child):
-    """From now on nobody takes the output, until take_again."""
+def stop_reading(child):
+    """From now on the output is not read, until resume_reading."""
     return child.sources.pop(child.master)
 
 
-def take_again(child, taker):
-    child.sources[child.master] = taker
+def resume_reading(child, source):
+    child.sources[child.master] = source
 
 
 def writing(child):
@@ -95,35 +95,33 @@ def wait_as_found(child):
 
 
 def expect_after(child):
-    """One more line, which is read as ever."""
+    """One more line is read."""
     __tracebackhide__ = True
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 
 # A terminal that is not read from
 
 def blocked(start, script):
-    """A child that redraws a line and blocks; answers it and what take_again needs."""
+    """A child that redraws a line and blocks; answers it and what resume_reading needs."""
     child = start(script)
     child.expect_prompt()
-    taker = hold(child)
+    source = stop_reading(child)
     child.send(LINE)
     child.send(REDRAWS)
     wait_blocked(child)
     assert child.settings() != child.found
-    return child, taker
+    return child, source
 
 
 @needs_write
 @pytest.mark.parametrize("reader", READERS)
 def test_output_taken_late(start, reader):
     """Keys wait behind the redrawing, and none of either is lost."""
-    child, taker = blocked(start, reader + "\n" + reader)
+    child, source = blocked(start, reader + "\n" + reader)
     child.send("<bs>y<c-a>z<enter>")
-    take_again(child, taker)
+    resume_reading(child, source)
     child.expect_line("z" + LINE[1:] + "y")
     expect_after(child)
     assert child.display.raw.count(b"\x1b[H\x1b[2J") == 60
@@ -135,11 +133,11 @@ def test_prompts_taken_late(start):
     child = start("import Keyline\nfor number in range(60):\n"
                   "    attempt(Keyline.readline, '%s%d> ' % ('p' * 1800, number))\nread()")
     child.wait("the first prompt", lambda: b"p0> " in child.display.raw)
-    taker = hold(child)
+    source = stop_reading(child)
     child.send("".join("%d<enter>" % number for number in range(60)))
     wait_blocked(child)
     assert len(child.facts) < 60
-    take_again(child, taker)
+    resume_reading(child, source)
     for number in range(60):
         child.expect_line(str(number))
     expect_after(child)
@@ -152,19 +150,19 @@ def test_prompts_taken_late(start):
 @needs_write
 def test_interrupt_typed_while_output_is_not_taken(start):
     """The terminal throws the output away with the key, so the read ends at once."""
-    child, taker = blocked(start, "read()\nread()")
+    child, source = blocked(start, "read()\nread()")
     child.send("<c-c>")
     child.expect_raised(*C_PRESSED)
-    take_again(child, taker)
+    resume_reading(child, source)
     expect_after(child)
 
 
 @needs_write
 def test_interrupt_sent_while_output_is_not_taken(start):
     """It waits until the write is over, which it may be at once if there is a little room."""
-    child, taker = blocked(start, "read()\nread()")
+    child, source = blocked(start, "read()\nread()")
     child.signal(signal.SIGINT)
-    take_again(child, taker)
+    resume_reading(child, source)
     child.expect_raised(*C_PRESSED)
     expect_after(child)
 
@@ -173,7 +171,7 @@ def test_interrupt_sent_while_output_is_not_taken(start):
 @pytest.mark.parametrize("name", ["SIGTERM", "SIGHUP", "SIGQUIT"])
 def test_ending_signal_while_output_is_not_taken(start, name):
     """It does not wait for the output: the settings are back, and the process is gone."""
-    child, taker = blocked(start, "read()")
+    child, source = blocked(start, "read()")
     child.signal(getattr(signal, name))
     child.wait("the child's end", lambda: child.status is not None)
     child.sources.pop(child.master, None)
@@ -184,8 +182,8 @@ def test_ending_signal_while_output_is_not_taken(start, name):
 @pytest.mark.parametrize("reader", READERS)
 @pytest.mark.parametrize("ignored", [False, True], ids=["default", "ignored"])
 def test_hang_up_while_output_is_not_taken(start, reader, ignored):
-    child, taker = blocked(start, (HUNG_UP if ignored else "") + reader + "\n" + reader)
-    take_again(child, taker)
+    child, source = blocked(start, (HUNG_UP if ignored else "") + reader + "\n" + reader)
+    resume_reading(child, source)
     child.hang_up()
     if ignored:
         child.expect_raised(*eof(reader))
@@ -217,13 +215,11 @@ def test_output_taken_byte_by_byte(start, monkeypatch):
 
 @needs_write
 @pytest.mark.parametrize("reader", READERS)
-@pytest.mark.parametrize("before", ["", "ab"], ids=["at the prompt", "amid a line"])
+@pytest.mark.parametrize("before", ["", "ab"], ids=["at the prompt", "in mid-line"])
 def test_stopped_terminal(start, reader, before):
     """Nothing is shown while it is stopped, and all of it afterwards."""
     child = start(reader + "\n" + reader)
-    child.expect_prompt()
-    child.send(before)
-    child.expect_shown(before)
+    child.type(before)
     shown = bytes(child.display.raw)
     child.send("<c-s>cx")
     wait_blocked(child)
@@ -242,9 +238,7 @@ def test_stopped_terminal(start, reader, before):
 def test_stopped_at_the_end_of_a_line(start):
     """The row's end cannot be shown, so the read is not over and the terminal is raw."""
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s><enter>")
     wait_blocked(child)
     assert not child.facts and child.settings() != child.found
@@ -258,9 +252,7 @@ def test_stopped_at_the_end_of_a_line(start):
 def test_interrupt_at_a_stopped_terminal(start, how):
     """The key lets the terminal go on by itself. The settings do not wait for that."""
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s>")
     if how == "sent while it writes":
         child.send("c")
@@ -287,9 +279,7 @@ def test_interrupt_at_a_stopped_terminal(start, how):
 @pytest.mark.parametrize("writes", [False, True], ids=["waiting", "writing"])
 def test_ending_signal_at_a_stopped_terminal(start, reader, name, writes):
     child = start(reader)
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.send("<c-s>" + ("cd" if writes else ""))
     if writes:
         wait_blocked(child)

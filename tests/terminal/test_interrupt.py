@@ -5,7 +5,7 @@ import re
 
 import pytest
 
-from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, strike
+from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, send_interrupt
 
 
 @pytest.mark.smoke
@@ -13,13 +13,9 @@ from reads import BOTH, BOTH_WAYS, INTERRUPTS, THREADS, interrupt, strike
 @BOTH_WAYS
 def test_interrupted_line(start, letter, how):
     child = start("read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     interrupt(child, letter, how)
-    child.expect_prompt()
-    child.send("cd<enter>")
-    child.expect_line("cd")
+    child.enter("cd")
     child.expect_end()
 
 
@@ -37,23 +33,15 @@ def test_before_during_and_after_a_key(start, letter, how, threads):
         child.expect_prompt()
         interrupt(child, letter, how)
     # After a key, once it is on the screen.
-    child.expect_prompt()
-    child.send("abc")
-    child.expect_shown("abc")
+    child.type("abc")
     interrupt(child, letter, how)
     # During one: the first byte of an arrow key has been read, the others come later.
-    child.expect_prompt()
-    child.send("ab<esc>")
-    child.expect_shown("ab")
+    child.type("ab<esc>", "ab")
     child.expect_taken()
     interrupt(child, letter, how)
     # What is left of the key is ordinary text then, and nothing else is left over.
-    child.expect_prompt()
-    child.send("[A<enter>")
-    child.expect_line("[A")
-    child.expect_prompt()
-    child.send("<up>x<enter>")
-    child.expect_line("x")
+    child.enter("[A")
+    child.enter("<up>x", "x")
     child.expect_end()
 
 
@@ -70,21 +58,17 @@ for number in range(5): read()
 """)
     for typed, shown in (("ab<m-4>", ["ab"]), ("x" * 100, ["x" * 77, "x" * 23]),
                          ("ab<c-v>", ["ab"]), ("<c-r>fir", ["first line", "bck:fir"])):
-        child.expect_prompt()
-        child.send(typed)
-        child.expect_shown(*shown)
+        child.type(typed, *shown)
         child.expect_taken()
         # The key itself would be quoted, or would not be a key at all.
         interrupt(child, letter, "sent" if typed == "ab<c-v>" else how)
-    child.expect_prompt()
-    child.send("abc<left>x<enter>")
-    child.expect_line("abxc")
+    child.enter("abc<left>x", "abxc")
     child.expect_end()
 
 
 @BOTH
 def test_pending_when_the_read_starts(start, letter):
-    """Held back until the handlers are in, it lands before the prompt; the mask stays."""
+    """Blocked until the handlers are set, it lands before the prompt; the mask stays."""
     key, number, raised = INTERRUPTS[letter]
     child = start("""
 read()
@@ -94,9 +78,7 @@ read()
 signal.pthread_sigmask(signal.SIG_UNBLOCK, [%d])
 read()
 """ % (number, number, number))
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     child.expect_raised(*raised)
     child.expect_prompt()
     assert child.prompt == 3, "the interrupted read had shown its prompt"
@@ -121,9 +103,7 @@ for number in range(3): read()
 thread.join()
 """ % kill)
     for again in range(3):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         child.go("kill")
         child.expect_raised(*INTERRUPTS[letter][2])
     child.expect_end()
@@ -138,13 +118,9 @@ thread = beside(other)
 thread.join()
 """)
     for letter, how in (("C", "typed"), ("Z", "sent"), ("C", "sent")):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         interrupt(child, letter, how)
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 
@@ -181,7 +157,7 @@ def test_landing_on_another_thread_is_fatal(start, letter, how, output):
     child.go("change")
     real = child.expect_fact("real")
     child.expect_fact("changed it")
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_end("SIGABRT")
     report = REPORTS[letter] % real if "%d" in REPORTS[letter] else REPORTS[letter]
     if piped:
@@ -212,7 +188,7 @@ Keyline.readline(next_prompt())
     with open(os.path.join(child.home, "log"), "a", encoding="utf-8") as file:
         file.write("a line\n")
     child.expect_fact("news")
-    strike(child, letter, how)
+    send_interrupt(child, letter, how)
     child.expect_abort("savedPyThreadState != NULL", 57, "acquireGil")
     child.assert_settings_as_found()
 

@@ -1,12 +1,12 @@
-"""After every key the screen is prompt and line, laid out anew, and nothing else.
+"""After every key the screen shows the layout of prompt and line, and nothing else.
 
 Random keys are typed at a shell of some size, terminal type and prompt, some of which it
 answers or prints at; lines of a log come in between, the window changes. A model of the line
 (line_model.py) knows what each key does, another one (layout_model.py) how that is laid out.
 What stands above is as it was, and below is nothing.
 
-KEYLINE_LAYOUT_KEYS is how many keys there are in all; KEYLINE_LAYOUT_SEED is where the random
-numbers begin. A sequence that fails is made shorter, for as long as it fails, and told.
+KEYLINE_LAYOUT_KEYS is the number of keys in all, KEYLINE_LAYOUT_SEED the seed. A sequence that
+fails is minimized and reported.
 """
 import os
 import random
@@ -254,9 +254,9 @@ class Watched:
         self.top = 0
 
     def resize(self, rows, columns):
-        """The screen's rows are cut, and prompt and line drawn anew in their place.
+        """The terminal cuts its rows; prompt and line are drawn again in their place.
 
-        Where it cannot be known that they are cut, upper rows may stay as they are.
+        Where the editor cannot know that they were cut, upper rows may stay.
         """
         layout = self.layout()
         row = layout.cursor[0] - layout.top(self.screen.lines, self.top)
@@ -284,11 +284,11 @@ class Watched:
         return self.child.display.cells(), self.child.display.cursor()
 
     def kept_above(self, rows):
-        """What is above, when there are so many rows below it."""
+        """The rows above, when so many rows follow them."""
         return self.above[max(0, len(self.above) + rows - self.screen.lines):]
 
     def expected(self, spared=0):
-        """The rows and the cursor, where so many empty last rows have scrolled nothing."""
+        """Rows and cursor, when that many empty last rows did not scroll the screen."""
         layout, height = self.layout(), self.screen.lines
         top = layout.top(height, self.top)
         rows = layout.texts()[top:top + height]
@@ -297,9 +297,9 @@ class Watched:
         return shown, (len(above) + layout.cursor[0] - top, layout.cursor[1])
 
     def spared(self):
-        """How many empty last rows have scrolled nothing; None where the screen is wrong.
+        """How many empty last rows did not scroll the screen; None when the screen is wrong.
 
-        They need not be there, as long as nothing is in them.
+        The editor need not make room for rows without text.
         """
         seen = self.seen()
         return next((spared for spared in range(self.spare_rows(self.layout()) + 1)
@@ -312,7 +312,7 @@ class Watched:
         return next((at for at, row in enumerate(rows[::-1]) if row), len(rows))
 
     def drawn(self, spared, layout):
-        """That has been drawn."""
+        """Notes what is on the screen now: the window's first row, and the rows above it."""
         height = self.screen.lines
         self.top = layout.top(height, self.top)
         self.above = self.kept_above(min(len(layout.rows) - self.top, height) - spared)
@@ -337,8 +337,8 @@ def fails(setup, plan):
     return None
 
 
-def shorten(setup, plan, story):
-    """Leaves out steps for as long as it fails without them; the last story."""
+def shorten(setup, plan, report):
+    """Removes steps while it still fails; returns the last report."""
     size = len(plan.steps)
     while size > 0:
         at = 0
@@ -350,9 +350,9 @@ def shorten(setup, plan, story):
                 plan.steps = steps
                 at += size
             else:
-                story = found
+                report = found
         size //= 2
-    return story
+    return report
 
 
 @pytest.mark.once
@@ -360,6 +360,6 @@ def shorten(setup, plan, story):
 def test_the_screen_is_the_layout(setup, number):
     for shell in range(SHELLS):
         plan = Plan(SEED * 1000000 + number * SHELLS + shell, KEYS // (SEQUENCES * SHELLS))
-        story = fails(setup, plan)
-        if story is not None:
-            pytest.fail("%s\n%s" % (shorten(setup, plan, story), plan), pytrace=False)
+        report = fails(setup, plan)
+        if report is not None:
+            pytest.fail("%s\n%s" % (shorten(setup, plan, report), plan), pytrace=False)

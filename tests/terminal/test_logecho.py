@@ -83,7 +83,7 @@ read()
      "resource.setrlimit(resource.RLIMIT_NOFILE, limit)", "Too many open files"),
 ])
 def test_file_that_cannot_be_watched(run, prepare, mend, text):
-    """Told on standard error alone; it stays off, and a later call may try again."""
+    """Only reported on standard error; it stays off, and a later call may try again."""
     found = run(SCRIPT + """
 import resource
 limit = resource.getrlimit(resource.RLIMIT_NOFILE)
@@ -109,9 +109,7 @@ Keyline.resetInput()
 sys.stdin = sys.stdout = os.fdopen(other_terminal, "r+b", buffering=0)
 read()
 """, other=True)
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     child.expect_prompt(child.other)
     append(child, "a line\n")
     child.expect_fact("news", "a line\n")
@@ -160,7 +158,7 @@ read(complete)
     ("0", False), ("-5", False), ("False", False), ("-2**63", False),
 ])
 def test_result_asks_for_a_redraw(start, value, drawn):
-    """Which is made where the cursor is, deliberately: who printed has left the row."""
+    """Drawn at the cursor, deliberately: code that prints must have left the row."""
     child = start(SCRIPT + """
 def news(descriptor, length):
     tell("news", (type(descriptor).__name__, length, os.read(descriptor, 100).decode()))
@@ -168,9 +166,7 @@ def news(descriptor, length):
 on()
 read()
 """ % value)
-    child.expect_prompt()
-    child.send("abc<left>")
-    child.expect_shown("abc")
+    child.type("abc<left>", "abc")
     child.expect_cursor(0, 5)
     append(child, "a line\n")
     child.expect_fact("news", ("int", 7, "a line\n"))
@@ -212,12 +208,8 @@ on()
 outcome(Keyline.%s)
 outcome(Keyline.readline)
 """ % (answer, reader))
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
-    child.expect_prompt()
-    child.send("ab<left>")
-    child.expect_shown("ab")
+    child.enter("")
+    child.type("ab<left>", "ab")
     child.expect_cursor(0, 4)
     append(child, "a line\n")
     child.expect_fact("news")
@@ -264,7 +256,7 @@ tell("seen", len(seen))
 
 
 def test_news_after_an_exception(start):
-    """In the same read the callable meets it, as soon as it does anything that may fail."""
+    """In the same read the callable raises it, as soon as it does anything that may fail."""
     child = start(SCRIPT + """
 def news(descriptor, length):
     global calls
@@ -291,9 +283,7 @@ except SystemError as error:
 @pytest.mark.parametrize("context", ["5", "'text'", "object()"])
 def test_callable_is_checked_at_the_first_news(start, context):
     child = start(SCRIPT + "news = %s\non()\nread()\nread()" % context)
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     child.expect_prompt()
     append(child, "a line\n")
     child.expect_abort("PyCallable_Check( callback )", 678, "conlog_callback")
@@ -312,9 +302,7 @@ try:
 except SystemError as error:
     tell("cause", type(error.__cause__).__name__)
 """)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     append(child, "a line\n")
     child.expect_fact("news")

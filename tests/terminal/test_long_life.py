@@ -1,4 +1,4 @@
-"""A process that serves for months: it grows by nothing, whatever is done in whatever order.
+"""A process that runs for months does not grow, whatever is done in whatever order.
 
 One child at one terminal reads lines, is interrupted, completes, is reset, and follows a log
 file now and then, in a random order with a fixed seed. Its memory and its descriptors at the
@@ -148,7 +148,7 @@ def one_step(step, kind, size, number):
         Keyline.resetInput()
     elif kind == "switch":
         switch()
-    # News comes while it is on, and not afterwards. An interrupt in the midst of it would
+    # News comes while it is on, and not afterwards. An interrupt in it would
     # end the process, deliberately.
     told = logged = b""
     if kind == "switch" or number % 3 == 0 and kind != "interrupt":
@@ -194,7 +194,7 @@ wait_for("end")
 
 
 class Tail:
-    """What the terminal shows, the end of it: all of it would take the screen minutes."""
+    """The end of what the terminal gets: drawing all of it would take minutes."""
 
     def __init__(self):
         self.text = bytearray()

@@ -1,4 +1,4 @@
-"""What somebody sees who puts functions of his own in the place of the C library's.
+"""The module's calls of the C library, as preloaded functions see them.
 
 The wait is select without a timeout, and a failed one is repeated; raw mode goes through
 tcsetattr; the two interrupts are held back through sigprocmask while they are taken over.
@@ -80,7 +80,7 @@ def seen(name): return ctypes.c_int.in_dll(ctypes.CDLL(None), name)
 
 @pytest.fixture(scope="session")
 def outside(setup, tmp_path_factory):
-    """The environment in which the functions are in force."""
+    """The environment that preloads them."""
     library = str(tmp_path_factory.mktemp("outside") / "outside.so")
     subprocess.run(["gcc", "-Wall", "-Werror", "-shared", "-fPIC", "-x", "c", "-o", library, "-"],
                    input=PRELOADED.encode(), check=True)
@@ -96,9 +96,7 @@ tell("waits", seen("waits").value - before)
 tell("highest", seen("highest").value)
 tell("others", seen("others").value)
 """, env=outside)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     for letter in "abc":
         child.send(letter)
@@ -120,9 +118,7 @@ seen("failures").value = 1000
 read()
 tell("failures", seen("failures").value)
 """ % error, env=outside)
-    child.expect_prompt()
-    child.send("ab<enter>")
-    child.expect_line("ab")
+    child.enter("ab")
     child.expect_fact("failures", 0)
     child.expect_end()
 
@@ -148,9 +144,7 @@ read()
 tell("settings", seen("settings").value - before)
 """, env=outside)
     for _ in range(2):
-        child.expect_prompt()
-        child.send("ab<enter>")
-        child.expect_line("ab")
+        child.enter("ab")
     child.expect_fact("settings", 2)
     child.expect_end()
 
@@ -164,9 +158,7 @@ read()
 wait_for("typed")
 read()
 """, env=outside)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_raised("EOFError", "readline returned NULL")
     child.send("ab<enter>")
     child.wait("the line", lambda: b"ab" in child.display.raw)
@@ -182,9 +174,7 @@ before = seen("blocked").value, seen("unblocked").value
 read()
 tell("blocked", (seen("blocked").value - before[0], seen("unblocked").value - before[1]))
 """, env=outside)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_fact("blocked", (1, 1))
     child.expect_end()
 

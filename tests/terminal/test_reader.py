@@ -1,22 +1,16 @@
 """The character reader: one byte at a time, and the news of the watched file before it.
 
-What decides the order is a stand-in for the log watch library, see there.
+A stand-in for the log watch library decides the order, see there.
 """
 import os
 import select
 import signal
-import termios
 
 import pytest
 
 from log_file import wait_state
-from reads import EOF
+from reads import EOF, no_echo
 from stand_in import SCRIPT, stand_in  # noqa: F401, a fixture
-
-
-def no_echo(settings):
-    """Settings without ECHO, with which a terminal's lines are not edited."""
-    settings[3] &= ~termios.ECHO
 
 
 def typed(child):
@@ -64,11 +58,9 @@ def test_news_before_each_byte(run, stand_in, tmp_path, kind):
 
 @pytest.mark.parametrize("byte", [0x80, 0xc3, 0xe9, 0xfe])
 def test_sign_is_kept(start, byte):
-    """A byte above 0x7f is known to be one, and no character by itself: it is refused."""
+    """A byte above 0x7f arrives as such, and is no character by itself: it is refused."""
     child = start("read()")
-    child.expect_prompt()
-    child.send("a<c-v><0x%02x>b" % byte)
-    child.expect_shown("ab")
+    child.type("a<c-v><0x%02x>b" % byte, "ab")
     child.send("<enter>")
     child.expect_line("ab")
     child.expect_end()
@@ -97,9 +89,7 @@ read()
 tell("second", (asked.value, processed.value, opened.value, closed.value))
 """, env=stand_in)
     for line in "ab", "cd":
-        child.expect_prompt()
-        child.send(line + "<enter>")
-        child.expect_line(line)
+        child.enter(line)
     child.expect_fact("first", (0, 0))
     child.expect_fact("second", (0, 0, 1, 1))
     child.expect_end()
@@ -205,9 +195,7 @@ on()
 beside(lambda: (told("count", count), told("again", again)))
 read()
 """, env=stand_in)
-    child.expect_prompt()
-    child.send("a")
-    child.expect_shown("a")
+    child.type("a")
     wait_state(child, "S")
     child.go("count")
     child.expect_fact("count")
@@ -347,7 +335,7 @@ for number in range(3):
 
 @pytest.mark.parametrize("context", ["None", "news"])
 def test_callback_outside_a_read(run, stand_in, context):
-    """For None nothing is called or locked; anything else needs the lock to be away."""
+    """For None nothing is called or locked; anything else needs the lock released."""
     found = run(SCRIPT + """
 on()
 library.call_with(ctypes.py_object(%s))

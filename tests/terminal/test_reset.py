@@ -31,7 +31,7 @@ tell("answer", change(Keyline.resetInput))
 
 
 def test_reset_drops_references_even_when_none_was_taken(run):
-    """Deliberate: the drop is unconditional. It hits the streams of the moment."""
+    """Deliberate: the drop is unconditional, and from the current streams."""
     found = run(STREAMS + """
 change(Keyline.resetInput)
 change(Keyline.resetInput)
@@ -110,9 +110,7 @@ tell("enabled", Keyline.keyBindingsEnabled())
 """ % first)
     child.expect_fact("answer", None)
     child.expect_fact("enabled", False)
-    child.expect_prompt()
-    child.send("vari<tab>")
-    child.expect_shown("variable", redrawn=True)
+    child.type("vari<tab>", "variable", redrawn=True)
     child.send("<enter>")
     child.expect_line("variable")
     child.expect_fact("enabled", True)

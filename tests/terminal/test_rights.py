@@ -1,4 +1,4 @@
-"""Whoever sits at the prompt, or writes the editor settings, gets at nothing but the line.
+"""Keys and editor settings reach nothing but the line.
 
 From the set-up on, the kernel ends the child by SIGSYS when it starts a program, opens a file
 or sends a signal to another process (confine.h). Each command of the editor on its own is in

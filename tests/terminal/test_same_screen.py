@@ -98,7 +98,7 @@ def last_of_each(script, shown):
 @pytest.mark.once
 @pytest.mark.parametrize("seed", SCRIPTS)
 def test_pasted(start, seed):
-    """Keys that wait for one another are shown in one go, and look the same."""
+    """Pasted keys are shown at once, and look the same."""
     script = write(seed)
     typed, pasted = start(SHELL), start(SHELL)
     shown = last_of_each(script, screens(typed, script))

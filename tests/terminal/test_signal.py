@@ -22,9 +22,7 @@ def test_bystander_of_an_interrupt(start, letter):
     """A signal to the shell alone is never passed on to its process group."""
     child = start(BYSTANDER % ((), "read()\nread()"))
     for typed in ("", "ab"):
-        child.expect_prompt()
-        child.send(typed)
-        child.expect_shown(typed)
+        child.type(typed)
         interrupt(child, letter, "sent")
     child.expect_fact("bystander", "[]")
     child.expect_end()
@@ -40,9 +38,7 @@ def test_bystander_of_an_interrupt(start, letter):
 def test_bystander_of_a_read_that_goes_on(start, reader, name, handled):
     """The same. A shell that leads its session cannot be stopped, and reads on."""
     child = start(BYSTANDER % ((name,) if handled else (), reader))
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(getattr(signal, name))
     child.send("c<enter>")
     child.expect_line("abc")
@@ -54,12 +50,10 @@ def test_bystander_of_a_read_that_goes_on(start, reader, name, handled):
 @pytest.mark.parametrize("name", ENDING)
 @pytest.mark.parametrize("before", ["", "ab", "<c-c>"])
 def test_ending_signal_gives_the_terminal_back(start, reader, name, before):
-    """At a fresh prompt, amid a line, and at the prompt after a landing."""
+    """At a fresh prompt, in mid-line, and at the prompt after a landing."""
     child = start("bystander = Bystander()\nsignal.signal(signal.SIGINT, "
                   "signal.default_int_handler)\n" + ("read()\n" * 2 + reader))
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     if before == "<c-c>":
         interrupt(child, "C", "typed")
@@ -88,9 +82,7 @@ signal.signal(signal.%s, %s)
 read()
 """ % (name, "lambda number, frame: tell('seen', int(number))" if handler == "handled"
        else "signal.SIG_IGN", reader))
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(getattr(signal, name))
     child.send("cx<bs>")
     child.expect_shown("abc")
@@ -100,9 +92,7 @@ read()
     if handler == "handled":
         child.expect_fact("seen", int(getattr(signal, name)))
         child.facts = [fact for fact in child.facts if fact[0] != "seen"]
-    child.expect_prompt()
-    child.send("after<enter>")
-    child.expect_line("after")
+    child.enter("after")
     child.expect_end()
 
 
@@ -117,9 +107,7 @@ read()
 simple_read()
 """ % INTERRUPTS[letter][1])
     for again in range(2):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         child.signal(INTERRUPTS[letter][1])
         child.send("cx<bs>")
         child.expect_shown("abc")
@@ -134,26 +122,20 @@ simple_read()
 
 
 def test_simple_read_and_the_usual_keyboard_interrupt(start):
-    """Nothing of the module's: Python's own handler raises, when the read is over."""
+    """Python's own handler raises, when the read is over; not the module's."""
     child = start("simple_read()\nread()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(signal.SIGINT)
     child.send("c<enter>")
     child.expect_raised("KeyboardInterrupt", "")
-    child.expect_prompt()
-    child.send("d<enter>")
-    child.expect_line("d")
+    child.enter("d")
     child.expect_end()
 
 
 def test_stopped_and_continued(start):
-    """The shell that is brought back draws its line anew, in raw mode."""
+    """Continued, the shell redraws its line, in raw mode."""
     child = start("read()")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     raw = child.settings()
     for again in range(2):
         drawn = len(child.display.raw)
@@ -192,9 +174,7 @@ for number in range(3):
 read()
 """)
     for again in range(3):
-        child.expect_prompt()
-        child.send("ab")
-        child.expect_shown("ab")
+        child.type("ab")
         interrupt(child, letter, how)
     child.expect_prompt()
     child.resize(24, 40)
@@ -227,13 +207,11 @@ if first:
 def test_the_first_process_does_not_end(start, first_process):
     """It reads on, on a terminal that was given back: raw again, with the line as it was."""
     child = start(first_process + "read()\nos._exit(0)")
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     for typed in range(1, len(ENDING) + 1):
         before = len(child.display.raw)
         child.go("end")
-        child.wait("the line drawn anew", lambda: b"1> " in child.display.raw[before:])
+        child.wait("the line redrawn", lambda: b"1> " in child.display.raw[before:])
         child.send("<left>x")
         child.expect_shown("a" + "x" * typed + "b")
         child.send("<right>")

@@ -1,19 +1,13 @@
 """Text outside ASCII: typed, in several locales, and read without editing."""
-import termios
 import unicodedata
 
 import pytest
 
 from log_file import append
-from reads import EOF, READERS, eof, interrupt
+from reads import EOF, READERS, eof, interrupt, no_echo
 
 C_LOCALE = {"LC_ALL": None, "LANG": "C", "PYTHONCOERCECLOCALE": "0"}
 TEXT = "Büro 漢字 e\u0301 \U0001f600"
-
-
-def no_echo(settings):
-    """Settings without ECHO, with which a terminal's lines are not edited."""
-    settings[3] &= ~termios.ECHO
 
 
 def undecodable(data, start, reason):
@@ -68,9 +62,7 @@ def test_interrupt_between_the_bytes(start, how):
     child.send("a<0xe6><0xbc>")
     child.expect_taken()
     interrupt(child, "C", how)
-    child.expect_prompt()
-    child.send("b<0xa2>c<enter>")
-    child.expect_line("bc")
+    child.enter("b<0xa2>c", "bc")
     child.expect_end()
 
 
@@ -186,9 +178,7 @@ def composed(text):
 
 def test_shown_as_it_is_laid_out(start):
     child = start("read()")
-    child.expect_prompt()
-    child.send(TEXT)
-    child.expect_shown(composed(TEXT))
+    child.type(TEXT, composed(TEXT))
     child.expect_cursor(0, 3 + 14)
     child.send("<left><left><left>")  # on the letter with its mark
     child.expect_cursor(0, 3 + 10)
@@ -203,8 +193,8 @@ def test_shown_as_it_is_laid_out(start):
 
 
 @pytest.mark.parametrize("letter", ["\x80", "\x9b", "\xad", "\u200d", "\u202e", "\ufeff"])
-def test_seen_for_what_it_is(start, letter):
-    """Controls, when they are quoted, and what orders its neighbours reach no terminal."""
+def test_control_and_format_characters_are_escaped(start, letter):
+    """Quoted control characters, and those that change the writing direction."""
     child = start("read(); read()")
     child.expect_prompt()
     form = "\\U+%04X" % ord(letter)
@@ -222,9 +212,7 @@ def test_seen_for_what_it_is(start, letter):
 
 def test_refused_without_a_trace(start):
     child = start("read()", env=C_LOCALE)
-    child.expect_prompt()
-    child.send("one \U0001f600z")
-    child.expect_shown("one z")
+    child.type("one \U0001f600z", "one z")
     child.send("<enter>")
     child.expect_line("one z")
     child.expect_end()
@@ -238,9 +226,7 @@ Keyline.addHistory("B\\u00fcro \\u6f22", "exec", "")
 Keyline.addHistory("plain", "exec", "")
 read(None, "exec", "")
 """)
-    child.expect_prompt()
-    child.send("<up><up>")
-    child.expect_shown("Büro 漢")
+    child.type("<up><up>", "Büro 漢")
     child.send("<down><down><c-r>ü")
     child.expect_shown("Büro 漢", "bck:ü")
     child.send("ro 漢")

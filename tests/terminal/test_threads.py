@@ -47,9 +47,7 @@ def goes_on(child):
     child.expect_shown("an older line", redrawn=True)
     child.send("<c-c>")
     child.expect_raised("KeyboardInterrupt", "Ctrl-C pressed")
-    child.expect_prompt()
-    child.send("next<enter>")
-    child.expect_line("next")
+    child.enter("next")
     child.expect_end()
 
 
@@ -75,9 +73,7 @@ beside(on_a_thread)
 read(first, "exec", "")
 read(first, "exec", "")
 """)
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     how(child)
     child.expect_fact("second", REFUSED)
     if how is second_in_a_completion:
@@ -93,9 +89,7 @@ beside(on_a_thread)
 read(first, "exec", "")
 simple_read(watched=False)
 """)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.send("ab?")
     child.expect_fact("second", REFUSED)
@@ -108,7 +102,7 @@ simple_read(watched=False)
 
 
 def test_a_refused_read_parses_nothing(start):
-    """Not even wrong arguments are told: the callback of the first read stays."""
+    """Not even wrong arguments raise: the callback of the first read stays."""
     child = start(FIRST % ("Keyline.readline(1, 2, 3)", False) + """
 beside(on_a_thread)
 read(first, "exec", "")
@@ -179,9 +173,7 @@ over.set()
 storming.join()
 os._exit(0)
 """ % ("read(complete, 'exec', '')" if reader == "read()" else "simple_read(watched=False)"))
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     for number in range(12):
         child.expect_prompt()
         if number % 2:
@@ -237,16 +229,12 @@ def starts_anew(key, line):
 read(starts_anew, "exec", "")
 read()
 """, env={"TERM": "xterm"})
-    child.expect_prompt()
-    child.send("x" * 90)
-    child.expect_shown("x" * 77, "x" * 13)
+    child.type("x" * 90, "x" * 77, "x" * 13)
     child.resize(24, 30)
     child.wait("the terminal to be asked", lambda: b"\x1b[6n" in child.display.raw)
     child.send("<tab> and more<enter>")
     child.expect_line("x" * 90 + " and more")
-    child.expect_prompt()
-    child.send("next<enter>")
-    child.expect_line("next")
+    child.enter("next")
     child.expect_end()
 
 
@@ -295,9 +283,7 @@ def begin(start, statement):
     The child is stopped meanwhile, so that it meets both at once.
     """
     child = start(OFF % (statement + "; tell('called')", ""))
-    child.expect_prompt()
-    child.send("ab")
-    child.expect_shown("ab")
+    child.type("ab")
     child.signal(signal.SIGSTOP)
     wait_state(child, "T")
     append(child, "log", "first\n")
@@ -318,7 +304,7 @@ def finish(child, *calls):
 
 @pytest.mark.parametrize("statement", ["off()", "on_a_thread(off)"])
 def test_switched_off_within_the_callable(start, statement):
-    """What it has not been told of then is not told."""
+    """News that it has not been told of is dropped."""
     child = begin(start, statement)
     append(child, "log", "third\n")
     finish(child, "first\n")
@@ -344,14 +330,10 @@ def switch():
 beside(switch)
 read()
 """))
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_fact("calls", [])
     child.expect_fact("off", None)
-    child.expect_prompt()
-    child.send("a")
-    child.expect_shown("a")
+    child.type("a")
     child.go("off")
     child.expect_fact("off")
     child.send("b")

@@ -31,7 +31,7 @@ tell("line", line)
 @pytest.mark.parametrize("keys, line", [
     ("abc", "abc"), ("a<tab>b", "ab"), ("ab<left>c", "acb"), ("x<c-a>", "x")])
 def test_echo_before_the_prompt_is_cleared(start, keys, line):
-    """Whatever it took of the row: the terminal echoes a TAB, ^A and ^[[D in its own way."""
+    """However long it is: the terminal echoes a TAB, ^A and ^[[D in its own way."""
     child = start(QUIET % "")
     child.wait_screen("the prompt", lambda screen: screen[0] == "1>")
     child.send("<enter>")
@@ -48,7 +48,7 @@ def test_echo_before_the_prompt_is_cleared(start, keys, line):
 
 @pytest.mark.parametrize("first", ["keys", "text"])
 def test_echo_beside_text_stays(start, first):
-    """Who came first, nobody tells: the shell's own text is never cleared."""
+    """Which came first is not known: the shell's own text is never cleared."""
     child = start(QUIET % "os.write(1, b'Name of user: ')")
     child.wait_screen("the prompt", lambda screen: screen[0] == "1>")
     child.send("<enter>")
@@ -88,9 +88,7 @@ def test_keys_behind_enter_were_not_echoed(start):
     child.expect_prompt()
     child.send("<enter>abc")
     child.expect_line("")
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("abc")
+    child.enter("", "abc")
     child.wait_screen("the note", lambda screen: screen[:2] == ["1>", "note: 2> abc"])
     child.expect_end()
 

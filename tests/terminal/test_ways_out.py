@@ -2,7 +2,6 @@
 
 Each read of each test checks that (child.py: attempt); here the ways and the settings vary.
 """
-import os
 import termios
 
 import pytest
@@ -62,9 +61,7 @@ def test_found_as_it_was_after(start, way, completed, change):
             assert told[0] == value[0]
         else:
             assert told == value
-    child.expect_prompt()
-    child.send("after<tab><enter>")
-    child.expect_line("after-done")
+    child.enter("after<tab>", "after-done")
     child.expect_end()
 
 
@@ -87,9 +84,7 @@ def test_editing_is_off_where_echo_was_off(start):
         settings[3] &= ~termios.ECHO
 
     child = start("read()", change_settings=no_echo)
-    child.expect_prompt()
-    child.send("ab<c-a>c<enter>")
-    child.expect_line("ab\x01c")
+    child.enter("ab<c-a>c", "ab\x01c")
     child.expect_shown("")
     child.expect_end()
 
@@ -104,9 +99,7 @@ def test_decoding_error(start, single_byte_locale):
     child.send("a<tab><bs><enter>")
     name, message = child.expect_fact("raised")
     assert name == "UnicodeDecodeError" and "'utf-8' codec can't decode" in message
-    child.expect_prompt()
-    child.send("a<enter>")
-    child.expect_line("a")
+    child.enter("a")
     child.expect_end()
 
 
@@ -130,9 +123,7 @@ read()
     child.expect_prompt()
     child.send("ab<tab>")
     child.expect_raised("LookupError", "ab")
-    child.expect_prompt()
-    child.send("next<enter>")
-    child.expect_line("next")
+    child.enter("next")
     child.expect_end()
 
 
@@ -144,9 +135,7 @@ def complete(key, line):
 read(complete)
 simple_read(watched=False)
 """ + "signal.signal(signal.SIGINT, signal.default_int_handler)\nread()\n" * 3)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.send("ab<tab>")
     child.expect_raised(*SIMPLE_EOF)
@@ -156,7 +145,5 @@ simple_read(watched=False)
     child.expect_prompt()
     child.send("lost<enter>")
     child.expect_raised("LookupError", "ab")
-    child.expect_prompt()
-    child.send("kept<enter>")
-    child.expect_line("kept")
+    child.enter("kept")
     child.expect_end()

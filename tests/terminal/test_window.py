@@ -23,9 +23,7 @@ def test_windows_of_odd_size(start, size):
 def test_no_size_means_the_usual_size(start):
     """A serial line reports 0x0; the line wraps at 80."""
     child = start("read()", rows=0, columns=0)
-    child.expect_prompt()
-    child.send("x" * 100)
-    child.expect_shown("x" * 77, "x" * 23)
+    child.type("x" * 100, "x" * 77, "x" * 23)
     child.send("<c-a>y<enter>")
     child.expect_line("y" + "x" * 100)
     child.expect_end()
@@ -44,12 +42,10 @@ def wrapped(prompt, text, wide):
 @pytest.mark.parametrize("columns, width, wide", [
     (80, 100, 100), (80, 60, 60), (0, 100, 100), (120, 0, 80), (120, -5, 80)])
 def test_width_makes_the_editor_wrap(start, columns, width, wide):
-    """For a screen whose kernel does not know its width. What makes no sense becomes 80."""
+    """For a terminal of unknown size. Widths that make no sense become 80."""
     child = start("import Keyline; read(); Keyline.TerminalWidthIs(%d); read()" % width,
                   columns=columns)
-    child.expect_prompt()
-    child.send("<enter>")
-    child.expect_line("")
+    child.enter("")
     child.expect_prompt()
     child.display.screen.resize(24, wide)
     child.send(NUMBERS)
@@ -64,9 +60,7 @@ def test_width_makes_the_editor_wrap(start, columns, width, wide):
 
 def test_width_before_the_first_read_has_no_effect(start):
     child = start("import Keyline; Keyline.TerminalWidthIs(40); read()")
-    child.expect_prompt()
-    child.send(NUMBERS)
-    child.expect_shown(*wrapped(1, NUMBERS, 80))
+    child.type(NUMBERS, *wrapped(1, NUMBERS, 80))
     child.send("<enter>")
     child.expect_line(NUMBERS)
     child.expect_end()
@@ -92,9 +86,7 @@ def test_width_keeps_the_number_of_rows(start):
     screens = []
     for change in ("pass", "Keyline.TerminalWidthIs(40)"):
         child = start("import Keyline; read(); %s; read()" % change, rows=4, columns=40)
-        child.expect_prompt()
-        child.send("<enter>")
-        child.expect_line("")
+        child.enter("")
         child.expect_prompt()
         child.send(NUMBERS * 2 + "<c-a>x")
         child.expect_taken()
@@ -114,7 +106,7 @@ def test_width_keeps_the_number_of_rows(start):
     ("2 ** 31", "OverflowError", "int"),
 ])
 def test_width_errors_name_no_function(run, arguments, error, text):
-    """Its argument format carries no name, alone of all; that is deliberate."""
+    """Deliberate: only this method's argument format carries no name."""
     found = run("import Keyline; tell('raised', raises(Keyline.TerminalWidthIs, %s))"
                 % arguments if arguments else
                 "import Keyline; tell('raised', raises(Keyline.TerminalWidthIs))")
@@ -187,9 +179,7 @@ def test_storm_of_resizes(start):
     child.resize(24, 80)
     child.send("<enter>")
     child.expect_line(typed)
-    child.expect_prompt()
-    child.send("x" * 100)
-    child.expect_shown("x" * 77, "x" * 23)
+    child.type("x" * 100, "x" * 77, "x" * 23)
     child.send("<enter>")
     child.expect_line("x" * 100)
     child.expect_end()
@@ -199,12 +189,10 @@ def test_resize_where_the_terminal_clears_only_rows(start, tmp_path):
     """Without the means to clear all that is below, the prompt's row is cleared alone."""
     (tmp_path / "settings").write_text("settc cd ''\n")
     child = start("read()", env={"EDITRC": str(tmp_path / "settings")})
-    child.expect_prompt()
-    child.send("abc")
-    child.expect_shown("abc")
+    child.type("abc")
     before = len(child.display.raw)
     child.resize(24, 40)
-    child.wait("the line drawn anew", lambda: b"1> abc" in child.display.raw[before:])
+    child.wait("the line redrawn", lambda: b"1> abc" in child.display.raw[before:])
     assert b"\r\x1b[K" in child.display.raw[before:]
     assert b"\x1b[J" not in child.display.raw
     child.send("<left>x<enter>")

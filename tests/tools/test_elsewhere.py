@@ -9,11 +9,12 @@ import sys
 import pytest
 
 from script import DEADLINE, ROOT
-from test_setup import Machine, tool
+from test_setup import Machine
+from tool import tool
 
-WORLDS = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
-                        stderr=subprocess.DEVNULL, check=False).returncode == 0
-in_a_world = pytest.mark.only_where(WORLDS, "this user may make no world of mounts and processes")
+NAMESPACES = subprocess.run(["unshare", "--mount", "--pid", "--fork", "true"],
+                            stderr=subprocess.DEVNULL, check=False).returncode == 0
+in_namespaces = pytest.mark.only_where(NAMESPACES, "this user may make no namespaces")
 
 # Stands in for debootstrap: has a mount and a process in its target when it says so.
 MAKES = """
@@ -36,7 +37,7 @@ def machine(tmp_path):
 
 
 def begin(machine, then):
-    """The tool at work on a suite, with a debootstrap that does so in the end."""
+    """Starts the tool on a suite, with a debootstrap that ends with that command."""
     machine.program("debootstrap", MAKES % then)
     tools = "%s:%s" % (machine.folder / "bin", os.environ["PATH"])
     return subprocess.Popen(
@@ -47,16 +48,16 @@ def begin(machine, then):
 
 
 def left(machine):
-    """What there is of the place."""
+    """What is left of its folder: mounts and files."""
     with open("/proc/self/mounts", encoding="utf-8") as file:
         mounted = [line for line in file if str(machine.folder) in line]
     return mounted + glob.glob(str(machine.folder / "places" / "*"))
 
 
-@in_a_world
+@in_namespaces
 @pytest.mark.parametrize("name", ["SIGINT", "SIGTERM", "SIGHUP", "SIGKILL"])
 def test_ended_from_outside(machine, name):
-    # As somebody else, and so without what the kernel does when a parent ends.
+    # As another user: then the kernel has cleared PDEATHSIG.
     process = begin(machine, "exec /usr/bin/python3 -c 'import os, signal; os.setuid(65534); "
                              "os.write(3, b\"\\n\"); signal.pause()'")
     with open(machine.folder / "alive", "rb") as alive:
@@ -64,13 +65,13 @@ def test_ended_from_outside(machine, name):
         assert left(machine)
         process.send_signal(getattr(signal, name))
         assert select.select([alive], [], [], DEADLINE)[0], "there are still processes"
-        assert alive.read() == b""  # its end is that of the last of them
+        assert alive.read() == b""  # closed by the last of them
     process.communicate(timeout=DEADLINE)
     assert process.returncode != 0
     assert left(machine) == []
 
 
-@in_a_world
+@in_namespaces
 def test_ended_by_a_failure(machine):
     process = begin(machine, "exit 7")
     with open(machine.folder / "alive", "rb") as alive:
@@ -110,7 +111,7 @@ def test_the_line_of_a_result():
     assert not result(None, None).passed()
 
 
-def test_the_prompt_of_the_shell_is_seen(setup, start):
+def test_the_prompt_of_the_shell_is_seen(start):
     """As it is shown at a terminal, and nothing before it."""
     elsewhere = tool("elsewhere")
     child = start("os.execv(sys.executable, [sys.executable, %r])" % os.path.join(ROOT, "shell"))
@@ -240,16 +241,16 @@ def test_all_goes_on_and_tells_each_at_once(monkeypatch, tmp_path, capsys):
     assert "--smoke: 100 passed, 0 failed" in tables[3]
 
 
-@in_a_world
+@in_namespaces
 def test_what_was_started_a_moment_ago_ends_too(tmp_path):
     """Also when nobody could note yet that it was."""
     script = """
 import subprocess, sys
-from test_setup import tool
+from tool import tool
 elsewhere = tool("elsewhere")
 with elsewhere.Place("it", elsewhere.call("dpkg", "--print-architecture").strip(), "root") as place:
-    world = subprocess.Popen([*place.world(""), "tail", "-f", "/dev/null"])
-print("ended", world.wait())
+    inside = subprocess.Popen([*place.in_namespaces(""), "tail", "-f", "/dev/null"])
+print("ended", inside.wait())
 """
     path = "%s:%s" % (os.path.dirname(os.path.abspath(__file__)), ":".join(sys.path))
     said = subprocess.run(

@@ -1,4 +1,4 @@
-"""tools/patch makes patches of a small editor, made up here, and holds its series to the law."""
+"""tools/patch makes patches of a small editor, made up here, and checks its series."""
 import hashlib
 import io
 import os
@@ -212,7 +212,7 @@ OTHER = "lineedit/patches/04-other.patch"
     ("lineedit/README.md", "test_it.py", "test_that.py", "12-last: there is no test tests/test_th"),
     ("lineedit/README.md", "(`04-other`)", "", "04-other: its row names no test"),
 ])
-def test_what_the_law_forbids(project, name, old, new, said):
+def test_what_the_rules_forbid(project, name, old, new, said):
     assert project.done("check") == ""
     if name == OTHER and "17" in new:
         project.change(name, "14,3 +14,3", "14,4 +14,4")
@@ -228,7 +228,7 @@ def test_a_file_of_ours_is_not_patched(project):
 # --- The series as it is -----------------------------------------------------------------
 
 
-def test_the_series_holds_the_law():
+def test_the_series_keeps_the_rules():
     done = subprocess.run([os.path.join(ROOT, "tools", "patch"), "check"], check=False,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     assert (done.stdout, done.returncode) == ("", 0)

@@ -4,8 +4,6 @@ A small machine is made for each test: programs that stand in for the system's o
 its PATH, and a source tree of a few lines is in the place of the project's.
 """
 import hashlib
-import importlib.machinery
-import importlib.util
 import os
 import re
 import shutil
@@ -15,15 +13,6 @@ import sys
 import pytest
 
 from script import ROOT
-
-
-def tool(name):
-    """A script of tools/, as a module."""
-    path = os.path.join(ROOT, "tools", name)
-    loader = importlib.machinery.SourceFileLoader(name, path)
-    module = importlib.util.module_from_spec(importlib.util.spec_from_loader(name, loader))
-    loader.exec_module(module)
-    return module
 
 
 # Packages are lines in a file; each has a program of its name.
@@ -116,7 +105,7 @@ def test_what_is_installed_later_is_found(machine, order):
 
 
 def test_configured_once(machine):
-    """With nothing new installed, nothing is configured anew."""
+    """With nothing new installed, nothing is configured again."""
     machine.build("build")
     machine.build("build")
     assert (machine.root / "configured").read_text() == "once\n"
@@ -204,7 +193,7 @@ def test_demo_says_what_it_does(machine):
 
 # --- Interpreters ------------------------------------------------------------------------
 
-# The system's own, with something about it that is not so.
+# The system's interpreter, which claims something about itself.
 PRETENDING = """#!/bin/sh
 CODE=$4 exec /usr/bin/python3 -I -S -c '
 import os, sys, sysconfig
@@ -219,7 +208,7 @@ FREE_THREADED_SENTENCE = "is free-threaded; the module needs an interpreter with
 
 
 def pretending(folder, name, how):
-    """The path of an interpreter that says so of itself."""
+    """The path of an interpreter that claims that."""
     folder.mkdir(parents=True, exist_ok=True)
     path = folder / name
     path.write_text(PRETENDING % (how, path))
@@ -277,7 +266,7 @@ def test_a_free_threaded_interpreter_is_refused(machine, tmp_path):
     ("97.0.6", False, 0, "ok"),
     ("97.0.6", True, 1, "FAILED"),
     ("98.1.7", False, 0, "ok"),
-    ("98.1.7", True, 0, "not looked at here: clang-format 98.1.7 sees it otherwise,"
+    ("98.1.7", True, 0, "not checked here: clang-format 98.1.7 disagrees,"
      " the reference is 97 (log:"),
 ])
 def test_style_is_judged_by_the_reference(machine, version, finds, status, said):
@@ -301,11 +290,11 @@ def test_style_without_the_tool(machine):
         (bare / name).symlink_to(shutil.which(name))
     result = machine.run(". tools/stages.sh; style mypy types 'the types' false; echo $? $failed",
                          PATH=str(bare))
-    assert re.fullmatch("the types +not looked at here: there is no mypy, which is 1.0 for reference\n"
+    assert re.fullmatch("the types +not checked here: there is no mypy; the reference is 1.0\n"
                         "0 0\n", result.stdout), result.stderr
 
 
-# --- What there is no way to do here -----------------------------------------------------
+# --- What this machine cannot run --------------------------------------------------------
 
 
 def test_what_a_machine_cannot_do_is_left_out_by_name(setup, tmp_path):

@@ -219,7 +219,7 @@ TEST_F(Between, EmptiedWhileItIsOpened)
     }
 }
 
-// ---- the way ----
+// ---- the path ----
 
 TEST_F(Between, LinkThatIsGoneWhenItIsRead)
 {
@@ -284,7 +284,7 @@ TEST_F(Between, DirectoryThatIsAFileWhenItIsWatched)
 }
 
 // A walk that breaks leaves no watch on a directory that the next one does not pass.
-TEST_F(Between, DirectoryThatIsNoLongerOnTheWay)
+TEST_F(Between, DirectoryThatIsNoLongerInThePath)
 {
     make_directory(dir + "/a");
     make_directory(dir + "/b");
@@ -338,30 +338,30 @@ TEST_F(Between, DirectoryDeletedBeforeAnyWatchOfTheLook)
     }
 }
 
-// Each directory of a way longer than what is watched of it comes when the one before it is
+// A path with more directories than are watched: each is made when the one before it is
 // watched as the last.
 TEST_F(Between, DirectoriesThatComeWhileTheyAreLookedFor)
 {
     std::string first = dir + "/d";
     std::string deep = first;
-    std::vector<std::string> way = {deep};
-    while (way.size() < 100)
-        way.push_back(deep += "/d");
-    for (const std::string &name : way)
+    std::vector<std::string> directories = {deep};
+    while (directories.size() < 100)
+        directories.push_back(deep += "/d");
+    for (const std::string &name : directories)
         make_directory(name);
     put(deep + "/log", "old\n");
     start(deep + "/log");
     move(first, dir + "/away");
     size_t made = 0;
     before_look = [&, last = std::string()](const std::string &name) mutable {
-        if (made < way.size() && name == way[made] && name == last)
-            make_directory(way[made++]);
+        if (made < directories.size() && name == directories[made] && name == last)
+            make_directory(directories[made++]);
         last = name;
     };
     EXPECT_EQ(news(), "");
     before_look = nullptr;
-    while (made < way.size())
-        make_directory(way[made++]);
+    while (made < directories.size())
+        make_directory(directories[made++]);
     put(deep + "/log", "new\n");
     EXPECT_EQ(news(), "new\n");
 }
@@ -382,10 +382,10 @@ TEST_F(Between, LinkThatIsNeverThereWhenItIsRead)
         }
     };
     expect_error(link.c_str(), ENOENT);
-    EXPECT_GT(times, 1) << "it is tried more than once, and not for ever";
+    EXPECT_GT(times, 1) << "it is tried more than once, but not without end";
 }
 
-// However often the way changes underfoot, the look that finds it still is not the last.
+// However often the path changes during a walk, another walk follows until it does not.
 TEST_F(Between, LinkThatComesBackAfterManyWalks)
 {
     std::string link = dir + "/link";

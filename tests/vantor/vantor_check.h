@@ -132,7 +132,7 @@ class Watch : public testing::Test
         remove_path(path + ".link");
     }
 
-    // Opens in vain, and checks the reason and that no descriptor is left.
+    // Opening fails, for that reason, and leaves no descriptor.
     static void expect_error(const char *name, int error, vantor_callback callback = take)
     {
         int descriptors = open_descriptors();
@@ -185,7 +185,7 @@ class Watch : public testing::Test
             process();
             idle = sizes.size() == before ? idle + 1 : 0;
             if (idle > 20) {
-                ADD_FAILURE() << "readable for ever";
+                ADD_FAILURE() << "readable without end";
                 break;
             }
         }

@@ -100,7 +100,7 @@ TEST_F(Failure, PermissionIsNeeded)
     ASSERT_EQ(chmod(dir.c_str(), 0755), 0);
 }
 
-TEST_F(Failure, DirectoryOnTheWayNeedsOnlyToBeSearched)
+TEST_F(Failure, DirectoryOfThePathNeedsOnlyToBeSearched)
 {
     make_directory(dir + "/inner");
     put(dir + "/inner/log", "old\n");

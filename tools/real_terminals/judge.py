@@ -51,7 +51,7 @@ def filled(piece, columns):
 
 
 def without_gaps(text):
-    """Without what a terminal leaves before a wide character that goes to the next row."""
+    """Without the gap before a wide character that goes to the next row."""
     return re.sub("[ \0](?=[%s])" % WIDE, "", text)
 
 

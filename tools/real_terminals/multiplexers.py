@@ -68,10 +68,9 @@ class Screen(InPty):
     name = program = package = "screen"
 
     def start(self):
-        settings = os.path.join(self.folder, "screenrc")
-        with open(settings, "w", encoding="utf-8") as file:
-            file.write("startup_message off\ndefscrollback 500\nmsgwait 0\nmsgminwait 0\n"
-                       "defutf8 on\ncompacthist off\nbufferfile %s/buffer\n" % self.folder)
+        settings = self.settings(
+            "screenrc", "startup_message off\ndefscrollback 500\nmsgwait 0\nmsgminwait 0\n"
+            "defutf8 on\ncompacthist off\nbufferfile %s/buffer\n" % self.folder)
         self.attach(["screen", "-U", "-c", settings, "-S", "lab", *self.holder()])
 
     def screen(self, *command):

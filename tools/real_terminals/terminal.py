@@ -71,6 +71,13 @@ class Terminal:
     def start(self):
         raise NotImplementedError
 
+    def settings(self, name, text):
+        """The path of a file of settings with that text."""
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        return path
+
     def holder(self):
         return [sys.executable, os.path.join(HERE, "holder.py"), self.line.path]
 

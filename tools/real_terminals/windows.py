@@ -196,12 +196,11 @@ class Alacritty(Pixels):
     name = program = package = "alacritty"
 
     def start(self):
-        settings = os.path.join(self.folder, "alacritty.yml")
-        with open(settings, "w", encoding="utf-8") as file:
-            file.write("window: {dimensions: {columns: %d, lines: %d}}\n"
-                       "font: {size: 6}\nscrolling: {history: 10000}\n"
-                       "ipc_socket: false\nkey_bindings:\n- {key: F5, action: ToggleViMode}\n"
-                       % (self.columns, self.height))
+        settings = self.settings(
+            "alacritty.yml", "window: {dimensions: {columns: %d, lines: %d}}\n"
+            "font: {size: 6}\nscrolling: {history: 10000}\n"
+            "ipc_socket: false\nkey_bindings:\n- {key: F5, action: ToggleViMode}\n"
+            % (self.columns, self.height))
         self.open("alacritty", "--config-file", settings, "-e", *self.holder())
 
     def lines(self):

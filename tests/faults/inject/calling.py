@@ -10,7 +10,7 @@ made = refused = 0  # how many calls the scenario has made, and which of them is
 
 
 def begin(number=0):
-    """A new scenario, of which that call, counted from 1, is not made."""
+    """Begins a scenario; the call with that number, from 1 on, is not made."""
     global made, refused
     made, refused, Log.current = 0, number, None
 

@@ -102,7 +102,7 @@ def faults_of(name, noted, wanted, visits, repeats, settings, tell):
 def main():
     module, library, visits, repeats = sys.argv[1:5]
     wanted = json.load(sys.stdin)
-    out = os.fdopen(os.dup(1), "w", buffering=1)
+    out = os.dup(1)
     fixture.set_up(module, library)
     settings = termios.tcgetattr(0)
     noted, told = {}, []
@@ -114,7 +114,8 @@ def main():
             noted[name] = noted_of(scenarios.SCENARIOS[name], int(repeats))
             faults_of(name, noted[name], wanted[name], int(visits), int(repeats), settings,
                       told.append)
-    json.dump({"noted": noted, "told": told}, out)
+    with open(out, "w") as file:
+        json.dump({"noted": noted, "told": told}, file)
 
 
 main()

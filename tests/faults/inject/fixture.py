@@ -1,9 +1,10 @@
 """The terminal and the processes in which scenarios are played.
 
 This process leads a session of its own on a pseudo terminal; each scenario is played in a
-child that it forks, which is warm already and may die of it. One process types and reads, so
+child that it forks, which is warmed up and may die of it. One process types and reads, so
 it opens the terminal itself, and for itself, where tools/pty_child.py starts another program.
 """
+import ctypes
 import fcntl
 import gc
 import json
@@ -32,7 +33,7 @@ def set_up(module, library):
         os.setsid()
     master, slave = pty.openpty()
     fcntl.ioctl(slave, termios.TIOCSWINSZ, struct.pack("4H", 24, 80, 0, 0))
-    lead(slave)
+    set_controlling_terminal(slave)
     os.set_blocking(master, False)
     for number in (0, 1):
         os.dup2(slave, number)
@@ -43,8 +44,8 @@ def set_up(module, library):
     interposer.state.master, interposer.state.slave = master, slave
 
 
-def lead(slave):
-    """Makes it the terminal of this process's session, of which it is the leader."""
+def set_controlling_terminal(slave):
+    """Makes it the controlling terminal of this process's session."""
     fcntl.ioctl(slave, termios.TIOCSCTTY, 0)
 
 
@@ -203,7 +204,7 @@ def growth(play, times):
 def leak(play, times, usual):
     """Bytes and descriptors that each play loses and the usual one does not, or None.
 
-    Where it may be more than noise it is counted anew, over as many plays as the usual growth:
+    Where it may be more than noise it is counted again, over as many plays as the usual growth:
     a piece of memory takes up to 16 bytes more or less than the one before it, and in few
     plays that looks like much.
     """
@@ -216,6 +217,11 @@ def leak(play, times, usual):
 
 
 def account():
-    """Bytes that the C library has handed out, and open descriptors."""
+    """Bytes that the C library has handed out, and open descriptors.
+
+    Without those that the interpreter keeps: in its cache of attributes a name that is made for
+    one look, as the module does for "flush", stays until another takes its place.
+    """
     gc.collect()
+    ctypes.pythonapi.PyType_ClearCache()
     return interposer.memory(), len(os.listdir("/proc/self/fd"))

@@ -1,7 +1,7 @@
 /*
  * Stands between a shared object and everything that it imports: each call from the object
  * into another library passes here first, through a stub that takes the place of the
- * function in the object's table of addresses. Calls that others make of the same functions
+ * function in the object's global offset table. Calls that others make of the same functions
  * are not seen. A call can be noted, made to fail, or accompanied by a signal before it is
  * made or after it has returned. Whatever waits for the terminal is given its next keys here
  * too, so that a whole session runs on one thread and the same way every time.
@@ -118,7 +118,7 @@ interposer_before(struct frame *frame, void **return_slot)
     }
     interposer.fired++;
     if (interposer.plan == PLAN_BEFORE) {
-        session_strike();
+        session_signal();
         errno = error;
         return 0;
     }
@@ -137,7 +137,7 @@ interposer_at_return(void)
     void *to = after_return;
 
     interposer.fired++;
-    session_strike();
+    session_signal();
     errno = error;
     return to;
 }
@@ -189,7 +189,7 @@ __asm__(
     "    popq %rax\n"
     "    jmp *%r11\n");
 
-/* ---- getting between ---- */
+/* ---- interposing ---- */
 
 static char *
 make_stub(uint64_t index)
@@ -266,7 +266,7 @@ attach(struct dl_phdr_info *info, size_t size, void *name)
     return 1;
 }
 
-/* Gets between the loaded object with this in its path and what it imports. */
+/* Interposes on the imports of the loaded object with this in its path. */
 int
 interposer_attach(const char *name)
 {

@@ -17,22 +17,22 @@ struct piece {
 };
 
 struct interposer {
-    int on;          /* calls of the reading thread are counted */
+    int on; /* calls of the reading thread are counted */
     int plan;
-    uint64_t site;   /* where the plan holds, 0: everywhere */
-    int64_t visit;   /* at which of the calls from there, from 1 on; 0: never */
-    int64_t seen;    /* calls from there so far */
-    int64_t value;   /* PLAN_FAIL: what the call answers */
-    int error;       /* and its errno, 0: untouched */
-    int raise;       /* and whether it raises */
-    int signo;       /* PLAN_BEFORE, PLAN_AFTER */
+    uint64_t site; /* where the plan holds, 0: everywhere */
+    int64_t visit; /* at which of the calls from there, from 1 on; 0: never */
+    int64_t seen;  /* calls from there so far */
+    int64_t value; /* PLAN_FAIL: what the call answers */
+    int error;     /* and its errno, 0: untouched */
+    int raise;     /* and whether it raises */
+    int signo;     /* PLAN_BEFORE, PLAN_AFTER */
     int whom;
     int fired;
     int master, slave, log;
-    int feeding;     /* waits are given keys */
+    int feeding; /* waits are given keys */
     int piece, pieces;
     int starved;
-    int waits;       /* how often the object has come to a wait */
+    int waits; /* how often the object has come to a wait */
     int noting;
     int count;       /* calls noted */
     uint64_t reader; /* the thread whose calls count */
@@ -44,7 +44,7 @@ extern struct interposer interposer;
 uint64_t interposer_site(uintptr_t address);
 uintptr_t interposer_address(uint64_t site);
 void session_feed(int descriptors, const fd_set *wanted);
-void session_strike(void);
+void session_signal(void);
 
 extern volatile int steps_outside;
 void steps_enter(void *back);

@@ -1,4 +1,4 @@
-"""The face of interposer.c: what passes between the module and the libraries that it uses.
+"""The Python side of interposer.c: what passes between the module and the libraries that it uses.
 
 Runs in the interpreter under test. The structures are those of interposer.c.
 """
@@ -46,7 +46,7 @@ OBJECTS = []
 
 
 def attach(*paths):
-    """Gets between these shared objects and all that they import."""
+    """Interposes on all functions that these shared objects import."""
     for path in paths:
         ctypes.CDLL(path)
         assert library.interposer_attach(os.path.basename(path).encode()), path

@@ -120,7 +120,7 @@ interposer_start_bystander(void)
 }
 
 void
-session_strike(void)
+session_signal(void)
 {
     if (interposer.signo == HANG_UP) {
         close(interposer.master);

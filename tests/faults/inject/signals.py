@@ -61,7 +61,7 @@ def note(scenario, how):
     return {"places": places, "outcome": outcome}
 
 
-def strike(scenario, point, sending):
+def send_at(scenario, point, sending):
     call, visit, kind = point
     number, _, whom = sending
     fixture.as_before()
@@ -74,14 +74,14 @@ def strike(scenario, point, sending):
             "starved": interposer.state.starved, "kept": fixture.found() == before}
 
 
-def strike_all(scenario, points, sending, tell):
+def send_at_all(scenario, points, sending, tell):
     """One after the other, in this process, for as long as it lives."""
     fixture.as_before()
     take_signals("python" if sending[1] == "python" else "default")
     if sending[2]:
         interposer.library.interposer_start_bystander()
     for point in points:
-        tell(strike(scenario, point, sending))
+        tell(send_at(scenario, point, sending))
     fixture.as_before()  # keys that an interrupt left are not for the next read
     return fixture.last_read()
 
@@ -93,7 +93,7 @@ def hang_up(scenario, point, sending, tell):
     os.set_blocking(master, False)
     os.dup2(slave, 0)
     os.dup2(slave, 1)
-    fixture.lead(slave)
+    fixture.set_controlling_terminal(slave)
     os.close(slave)
     interposer.state.master, interposer.state.slave = master, 0
     fixture.as_before()
@@ -116,7 +116,7 @@ def points_of(calls, visits):
 
 
 def race(scenario, points, sending, settings, tell):
-    """All points; a child that dies has told of those before, the next goes on behind."""
+    """All points. When a child dies, the next one goes on behind the points it has told of."""
     ends = sending[0] == interposer.HANG_UP
     while points:
         fixture.clean_terminal(settings)
@@ -124,7 +124,7 @@ def race(scenario, points, sending, settings, tell):
         # What begins a process's life is seen once in it.
         some = points[:1] if ends or fixture.as_before.level != "used" else points
         last, status = fixture.forked_telling(
-            hang_up if ends else strike_all, told.append, scenario,
+            hang_up if ends else send_at_all, told.append, scenario,
             some[0] if ends else some, sending)
         terminal, errors = fixture.clean_terminal(settings), fixture.stderr()
         for point, result in zip(some, told):

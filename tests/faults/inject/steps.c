@@ -84,7 +84,7 @@ on_trap(int signo, siginfo_t *info, void *context)
             take_step(registers);
         } else {
             interposer.fired++;
-            session_strike();
+            session_signal();
         }
     } else if (stepping) {
         take_step(registers);

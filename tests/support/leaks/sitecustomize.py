@@ -1,14 +1,14 @@
-"""For an interpreter that loses memory of its own when it ends: looks for leaks right before.
+"""For an interpreter that leaks memory of its own when it ends: looks for leaks right before.
 
-Newer ones never free the names that they have interned. Until they take themselves down these
-are in their tables, and are no leaks; what a module has lost is found as well as later, but for
-objects that can still be reached otherwise.
+Newer ones never free interned names. Before their finalization these are still in tables and
+count as no leaks. What a module has leaked is found as well as later, but for objects that can
+still be reached otherwise.
 """
 import atexit
 import ctypes
 
 CHUNKS = [16384 << times for times in range(16)]  # sizes of a part of a thread's stack of values
-library = ctypes.PyDLL(None)  # with the lock held: no thread goes on between what look() does
+library = ctypes.PyDLL(None)  # holds the interpreter's lock: no other thread runs during look()
 
 
 def pointer(name, *arguments):
@@ -18,10 +18,10 @@ def pointer(name, *arguments):
 
 
 def stacks():
-    """Address and size of what each thread has of its own for values.
+    """Address and size of each thread's stack of values.
 
-    It is not from malloc(), so the checker does not look into it. Each thread's state has its
-    first byte, the place that is used next, and its end, one behind the other.
+    It is not from malloc(), so the checker does not scan it. Start, top and end are adjacent in
+    the thread's state.
     """
     state = pointer("PyInterpreterState_ThreadHead", pointer("PyInterpreterState_Get"))
     while state:
@@ -33,7 +33,7 @@ def stacks():
 
 
 def look():
-    """The one look for leaks of this process: there is none behind it."""
+    """The only leak check of this process: the library makes no second one."""
     for address, size in stacks():
         getattr(library, "__lsan_register_root_region")(
             ctypes.c_void_p(address), ctypes.c_size_t(size))
