@@ -1,6 +1,6 @@
 # Types of the module. The docstrings of readline and simpleReadline say None; both return the
 # line. All arguments are positional. The callables are borrowed references: see each.
-from typing import Callable, List, Optional
+from typing import Callable, List, Optional, SupportsIndex
 
 # Called with the key as one byte, and the line, or a prefix of it when it is not ASCII. None
 # leaves the line as it is; otherwise leading backspaces delete from its end, and the rest is
@@ -9,7 +9,7 @@ _Completer = Callable[[bytes, str], Optional[str]]
 
 # Called with the two integers of the log watch library; a result above 0 has prompt and line
 # drawn again. Borrowed until logging is switched off: keep a reference to it.
-_LogCallback = Callable[[int, int], Optional[int]]
+_LogCallback = Callable[[int, int], Optional[SupportsIndex]]
 
 def readline(
     prompt: str, function: Optional[_Completer] = ..., key: str = ..., parent_key: str = ..., /

@@ -15,6 +15,24 @@ NEWS = "news"  # the name of this object's own file
 KEYS = {signal.SIGINT, signal.SIGTSTP}
 
 
+class Redraw:
+    """What the log callable returns: whether prompt and line are drawn again.
+
+    The module asks for its value after the call, where signals end the line as at any other
+    time, and not the process.  So they are unblocked there.
+    """
+
+    def __init__(self, value: int) -> None:
+        self.value = value
+
+    def __index__(self) -> int:
+        try:
+            signal.pthread_sigmask(signal.SIG_UNBLOCK, KEYS)
+        except KeyboardInterrupt:  # a handler of the shell's own, in simpleReadline()
+            _thread.start_new_thread(os.kill, (os.getpid(), signal.SIGINT))
+        return self.value
+
+
 class Log:
     def __init__(self) -> None:
         self.path = ""  # of the file being watched
@@ -75,23 +93,19 @@ class Log:
                   errors="backslashreplace") as file:
             file.write(text)
 
-    def on_news(self, descriptor: int, length: int) -> int:
-        """Prints new lines; returns 1 for prompt and line to be drawn again below them.
+    def on_news(self, descriptor: int, length: int) -> "Redraw":
+        """Prints new lines; has prompt and line drawn again below them.
 
         Called while the user types.  Ctrl-C or Ctrl-Z during the call would abort the process,
-        so they are blocked, and sent again afterwards.  They still abort it before the first
-        and after the last statement.
+        so they are blocked until the result is looked at.  They still abort it before the first
+        statement.
         """
         signal.pthread_sigmask(signal.SIG_BLOCK, KEYS)
         try:
-            return self.print_news(descriptor, length)
-        finally:
-            held = []
-            while signal.sigpending() & KEYS:
-                held.append(signal.sigwait(KEYS))
+            return Redraw(self.print_news(descriptor, length))
+        except BaseException:
             signal.pthread_sigmask(signal.SIG_UNBLOCK, KEYS)
-            for number in held:  # runs when this thread releases the interpreter lock
-                _thread.start_new_thread(os.kill, (os.getpid(), number))
+            raise
 
     def print_news(self, descriptor: int, length: int) -> int:
         """Raises nothing: nothing would catch it."""

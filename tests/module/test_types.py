@@ -94,10 +94,10 @@ def test_what_the_completion_callback_gets_and_answers(start, answer):
     child.expect_end()
 
 
-@pytest.mark.parametrize("answer", ["None", "0", "1"])
+@pytest.mark.parametrize("answer", ["None", "0", "1", "type('', (), {'__index__': lambda _: 1})()"])
 def test_what_the_log_callback_gets_and_answers(start, answer):
     types, allowed = callback("_LogCallback")
-    assert allowed == "Optional[int]"
+    assert allowed == "Optional[SupportsIndex]"
     child = start(KINDS + "answer = %s\nKeyline.loggingSyncEnabledIs('log', news)\nread()\n"
                   % answer)
     child.expect_prompt()

@@ -154,8 +154,16 @@ def test_interrupts_wait_for_the_callable(start, log, tmp_path, number, mark):
         listener.bind(place)
         listener.listen()
         child = start(changed_shell("""
-import socket, sys
+import socket, sys, threading
 from keyline_shell import screen
+on_news = shell.log.callable
+def until_others_are_done(*arguments):
+    result = on_news(*arguments)
+    other = threading.Thread(target=int)
+    other.start()
+    other.join()
+    return result
+shell.log.callable = until_others_are_done
 at_work, replace = socket.socket(socket.AF_UNIX), screen.replace
 at_work.connect(%r)
 def slowly(text):
