@@ -35,8 +35,9 @@ for flag; do
     esac
 done
 version=$("${compiler[@]}" --version 2> /dev/null | sed -n 's/.*clang version \([0-9]*\).*/\1/p')
-if [ -n "$version" ] && [ $lld = yes ] && ! makes_program -fuse-ld=lld; then
-    reason="LDFLAGS has -fuse-ld=lld, which is not here: install the package lld-$version"
+if [ $lld = yes ] && ! makes_program -fuse-ld=lld; then
+    reason="LDFLAGS has -fuse-ld=lld, which is not here: install the package"
+    reason+=" lld${version:+-$version}"
 elif [ $lto = yes ] && makes_program "${usual[@]}"; then
     if [ -n "$version" ] && [ $lld = no ]; then
         reason="the linker does not know what clang writes for -flto: install the package"

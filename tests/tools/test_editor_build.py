@@ -224,19 +224,24 @@ done
 case " %s " in
 *" with$lto$lld "*) printf 'noise\n%%.0s' 1 2 3 4 5 6 7 8 9; echo 'ld: error: none'; exit 1 ;;
 esac
+for option; do # the linker need not be here
+    shift
+    case $option in -fuse-ld=*) ;; *) set -- "$@" "$option" ;; esac
+done
 exec cc "$@"
 """
 CLANG = "clang version 21.1"
 FOR_LTO = ("the linker does not know what clang writes for -flto: install the package lld-21 and "
            "put -fuse-ld=lld in LDFLAGS")
-NOT_HERE = "LDFLAGS has -fuse-ld=lld, which is not here: install the package lld-21"
+NOT_HERE = "LDFLAGS has -fuse-ld=lld, which is not here: install the package lld"
 LEAVE_OUT = "lld does not know what %s writes for -flto: leave -fuse-ld=lld out of LDFLAGS"
 LINKERS = pytest.mark.parametrize("name, fails, linker, sentence", [
     (CLANG, "with-lto", "", FOR_LTO),
-    (CLANG, "with-lto with-lld with-lto-lld", "-fuse-ld=lld", NOT_HERE),
+    (CLANG, "with-lto with-lld with-lto-lld", "-fuse-ld=lld", NOT_HERE + "-21"),
+    ("compiler 16", "with-lld with-lto-lld", "-fuse-ld=lld", NOT_HERE),
     ("compiler 16", "with-lto-lld", "-fuse-ld=lld", LEAVE_OUT),
     ("compiler 16", "with-lto", "", "ld: error: none"),
-], ids=["other_is_needed", "other_is_not_there", "other_is_wrong", "unknown"])
+], ids=["other_is_needed", "other_is_not_there", "none_is_there", "other_is_wrong", "unknown"])
 
 
 def refusing(folder, name, fails, sentence):
@@ -266,7 +271,7 @@ def test_a_linker_that_the_module_cannot_use(tmp_path, name, fails, linker, sent
     result = subprocess.run(
         ["cmake", "-S", ROOT, "-B", tmp_path / "build"], check=False, timeout=60, text=True,
         stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-        env=dict(environment, CXX=compiler, CXXFLAGS="-O3 -flto", LDFLAGS=linker))
+        env=dict(environment, CC=compiler, CXX=compiler, CXXFLAGS="-O3 -flto", LDFLAGS=linker))
     assert result.returncode == 1
     assert " ".join(result.stderr.split()).partition("(message): ")[2] == told
     assert "-- " not in result.stdout.replace("-- Configuring incomplete", "")
