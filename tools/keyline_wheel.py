@@ -56,6 +56,9 @@ def tag():
     """The interpreter, its binary interface and the machine that the module is for."""
     abi = "cp" + sysconfig.get_config_var("SOABI").split("-")[1]
     platform = re.sub("[-.]", "_", sysconfig.get_platform())
+    if sys.maxsize < 1 << 32:  # the kernel's machine may have 64 bits, and pip knows these names
+        platform = {"linux_x86_64": "linux_i686", "linux_aarch64": "linux_armv8l"}.get(
+            platform, platform)
     return "cp%d%d-%s-%s" % (sys.version_info[0], sys.version_info[1], abi, platform)
 
 
