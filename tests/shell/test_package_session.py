@@ -367,7 +367,10 @@ def begin(): sys.addaudithook(hook)
         child.send("%s<enter>say %s<tab>?<enter>port %s<tab>?<c-u>" % ((name,) * 3))
         child.send("ask<enter>%s<enter>%s<tab>?<c-u>one<enter>%s<enter>n<enter>" % ((name,) * 3))
         child.send("secret<enter>%s<enter>" % name)
-    child.send("count 100<enter>v!q<c-x><c-e><esc>v<c-u>exit<enter>")
+    child.send("count 100<enter>")
+    # Before that, Ctrl-U would be the terminal's own, and take the "q" away.
+    child.wait("the question", lambda: b"--More--" in child.display.raw)
+    child.send("v!q<c-x><c-e><esc>v<c-u>exit<enter>")
     child.wait("the end", lambda: child.status is not None)
     done = [value for fact, value in child.facts if fact == "done"]
     child.facts = [fact for fact in child.facts if fact[0] != "done"]
