@@ -1,4 +1,5 @@
 """What every test gets: interpreter and module under test, and a way to start children."""
+import functools
 import glob
 import os
 import signal
@@ -65,6 +66,12 @@ def under_valgrind(interpreter, logs):
     return path
 
 
+@functools.lru_cache(maxsize=None)
+def sanitizer_library():
+    return subprocess.run(["gcc", "-print-file-name=libasan.so"], check=True,
+                          capture_output=True, text=True).stdout.strip()
+
+
 class Setup:
     """The interpreter and the module under test."""
 
@@ -75,6 +82,9 @@ class Setup:
             check=True, capture_output=True, text=True).stdout.strip()
         self.module_dir = os.path.abspath(
             module_dir or os.path.join(ROOT, "build", self.version))
+        # As where it is installed: no child compiles the package for itself.
+        subprocess.run([interpreter, "-m", "compileall", "-q", os.path.join(ROOT, "keyline_shell")],
+                       env={**os.environ, "PYTHONPYCACHEPREFIX": ""}, stdout=subprocess.DEVNULL)
         self.sanitizer_logs = sanitizer_logs
         self.under_valgrind = under
         if under:
@@ -101,11 +111,9 @@ class Setup:
     def sanitizer_environment(self):
         if not self.sanitizer_logs or self.under_valgrind:
             return {name: os.environ[name] for name in SANITIZER if name in os.environ}
-        library = subprocess.run(["gcc", "-print-file-name=libasan.so"], check=True,
-                                 capture_output=True, text=True).stdout.strip()
         logs = "log_path=%s/report" % self.sanitizer_logs
         return {
-            "LD_PRELOAD": library,
+            "LD_PRELOAD": sanitizer_library(),
             "PYTHONMALLOC": "malloc",
             "ASAN_OPTIONS": ASAN_OPTIONS + logs,
             "UBSAN_OPTIONS": "print_stacktrace=1:" + logs,

@@ -109,6 +109,8 @@ def test_what_the_log_callback_gets_and_answers(start, answer):
     child.expect_end()
 
 
+@pytest.mark.plain_only("the checker is no child of the test")
+@pytest.mark.once
 def test_a_checker_takes_right_uses_and_refuses_wrong_ones(tmp_path):
     """Each line of the examples that ends in `# error: CODE` is refused so, and no other."""
     path = os.path.join(HERE, "types_examples.py")

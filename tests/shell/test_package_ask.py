@@ -6,6 +6,8 @@ import pytest
 
 from at_shell import ShellUser
 
+pytestmark = pytest.mark.package
+
 SHELL = """
 from keyline_shell import *
 shell = Shell()

@@ -8,6 +8,8 @@ import pytest
 from at_shell import ShellUser
 from script import environment
 
+pytestmark = pytest.mark.package
+
 SHELL = """
 from keyline_shell import *
 shell = Shell(history=%r, history_size=%d)

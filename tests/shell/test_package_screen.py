@@ -8,6 +8,8 @@ from at_shell import ShellUser
 from characters import columns as width_of
 from script import environment
 
+pytestmark = pytest.mark.package
+
 SHELL = """
 from keyline_shell import *
 from keyline_shell import screen

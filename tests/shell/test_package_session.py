@@ -8,6 +8,8 @@ import pytest
 from at_shell import ShellUser
 from log_file import append
 
+pytestmark = pytest.mark.package
+
 SHELL = """
 import os, signal, subprocess, sys, threading, time
 from keyline_shell import *
@@ -145,6 +147,7 @@ def test_a_user_who_is_idle_is_warned_and_logged_out(start):
     assert 0.9 < warned and 1.4 < time.monotonic() - begun
 
 
+@pytest.mark.once
 def test_each_key_counts_and_log_lines_do_not(start):
     """Keys, a quarter of the time apart; log lines come all the time, also after the last one."""
     child = start("open('log', 'w').close()\n" + SHELL % (
@@ -184,6 +187,7 @@ def test_idle_wherever_keys_are_awaited(start, command, shown):
     child.assert_settings_as_found()
 
 
+@pytest.mark.once
 def test_the_warning_at_a_question_has_rows_of_its_own(start):
     child = start(SHELL % (IDLE % (3, 1), ""))
     child.wait("the prompt", lambda: b"> " in child.display.raw)
@@ -195,6 +199,7 @@ def test_the_warning_at_a_question_has_rows_of_its_own(start):
         "% No key for 3 seconds: good-bye"]
 
 
+@pytest.mark.once
 def test_a_command_that_runs_is_not_idle(start):
     child = start(SHELL % (IDLE % (2, 0.5), """
 @top.command("work")

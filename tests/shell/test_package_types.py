@@ -8,6 +8,8 @@ import pytest
 
 from script import ROOT
 
+pytestmark = [pytest.mark.once, pytest.mark.plain_only("the checker is no child of the test")]
+
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 

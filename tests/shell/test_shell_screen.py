@@ -4,6 +4,8 @@ import pytest
 from at_shell import WELCOME, ShellUser, shell
 from log_file import append
 
+pytestmark = pytest.mark.package
+
 COLUMNS = 40
 PROMPT = "demo(config-if)# "
 HELP = ["  LINE  Any text; Ctrl-V ? types a", "        question mark",

@@ -14,6 +14,8 @@ import pytest
 from at_shell import WELCOME, ShellUser, changed_shell, shell
 from script import DEADLINE
 
+pytestmark = pytest.mark.package
+
 
 WAITING = "waiting for the user before you to leave"
 
@@ -139,6 +141,7 @@ def test_the_end_of_the_server_is_the_end_of_its_users(start, tmp_path):
     waiting.wait_screen("the reason", lambda rows: rows[1].startswith("demo: "))
 
 
+@pytest.mark.once
 def test_many_users(serving):
     for number in range(20):
         user = ShellUser(serving(columns=60 + number))
@@ -210,6 +213,7 @@ def test_a_stranger_is_sent_away(serving, said):
     ShellUser(serving()).leave()
 
 
+@pytest.mark.once
 @pytest.mark.parametrize("said", [b"", b"24 80 xte", b"24"])
 def test_a_silent_peer_is_waited_for_a_second(serving, said):
     links = [talk(serving.path, said, hold=True) for number in range(4)]

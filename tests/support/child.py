@@ -1,12 +1,15 @@
 """The small shell inside the child.
 
-Started as `python child.py SCRIPT LINK OTHER PIPE`: it runs the test's own script with the
-helpers below in its namespace. Facts go to the test through the descriptor LINK, a literal
+Started as `python child.py SCRIPT LINK OTHER PIPE [session]`: it runs the test's own script with
+the helpers below in its namespace. Facts go to the test through the descriptor LINK, a literal
 per line, never through the terminal, so that the screen shows what a user sees. OTHER is a
-second terminal and PIPE a pipe to write into, for the script's own use; "-" is none.
+second terminal and PIPE a pipe to write into, for the script's own use; "-" is none. With
+`session` it makes standard input its session's terminal, so that Ctrl-C is a signal: where the
+test's process does that, it must fork, which takes it longer.
 """
 import atexit
 import ctypes
+import fcntl
 import os
 import signal
 import sys
@@ -213,6 +216,8 @@ def main():
         if number is not None:
             os.set_inheritable(number, False)
     path = sys.argv[1]
+    if sys.argv[5:] == ["session"]:
+        fcntl.ioctl(0, termios.TIOCSCTTY, 0)
     early = hasattr(sys.modules.get("sitecustomize"), "look")  # and better: see leaks/ there
     if hasattr(libc, "__lsan_do_leak_check") and not early:
         atexit.register(look_for_leaks)

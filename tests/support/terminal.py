@@ -60,8 +60,8 @@ class Terminal:
         numbers = ["-" if fd is None else str(fd) for fd in given]
         self.master, slave = open_terminal(rows, columns)
         self.process = start_at(
-            slave, [setup.interpreter, CHILD, path] + numbers,
-            environment(setup, self.home, env), cwd=self.home,
+            slave, [setup.interpreter, CHILD, path] + numbers + ["session"],
+            environment(setup, self.home, env), cwd=self.home, controlling=False,
             pass_fds=[fd for fd in given if fd is not None])
         os.close(slave)
         link.close()
