@@ -6,6 +6,7 @@ import unicodedata
 
 import pyte
 import pyte.modes
+from pyte.screens import Char
 
 from characters import columns
 
@@ -58,9 +59,10 @@ class Screen(pyte.Screen):
 
     def _put(self, char, width):
         x, line = self.cursor.x, self.buffer[self.cursor.y]
-        self._part(x)
-        self._part(x + width)
-        line[x] = self.cursor.attrs._replace(data=char)
+        for part in (x, x + width):
+            if part in line and line[part].data == "":
+                self._part(part)
+        line[x] = Char._make((char,) + self.cursor.attrs[1:])
         if width == 2:
             line[x + 1] = self.cursor.attrs._replace(data="")
         self.cursor.x += width  # may be behind the last column: the next one wraps
@@ -150,8 +152,9 @@ class Display:
     def cells(self):
         """The rows at their full width."""
         screen = self.screen
-        return ["".join([line[x].data for x in range(screen.columns)]) for line in
-                [screen.buffer[y] for y in range(screen.lines)]]
+        columns = range(screen.columns)
+        return ["".join([line[x].data for x in columns]) if line else " " * screen.columns
+                for line in [screen.buffer[y] for y in range(screen.lines)]]
 
     def cursor(self):
         """Row and column of the cursor, from 0."""
