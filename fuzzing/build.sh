@@ -18,7 +18,7 @@ compiler=(clang)
 # shellcheck source=lineedit/join.sh
 . "$here/../lineedit/join.sh"
 
-sanitizers=(-g -O2 -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64
+sanitizers=(-g -O1 -D_FILE_OFFSET_BITS=64 -D_TIME_BITS=64
     "-fsanitize=address,undefined,fuzzer" -fno-sanitize-recover=undefined
     -fno-omit-frame-pointer -Wall -Wextra -Wshadow)
 
