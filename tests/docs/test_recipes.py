@@ -16,6 +16,8 @@ import manual
 from log_file import append
 from manual import expect_rows
 
+pytestmark = pytest.mark.package
+
 RUN = {}  # the examples that have a test, by name
 example = functools.partial(manual.example, RUN)
 PAGE = "keyline_recipes.7"

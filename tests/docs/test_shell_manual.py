@@ -8,6 +8,8 @@ import pytest
 
 import manual
 
+pytestmark = pytest.mark.package
+
 RUN = {}  # the examples that have a test, by name
 example = functools.partial(manual.example, RUN)
 PAGE = "keyline_shell.3"
