@@ -18,7 +18,7 @@ stage() # NAME HEADING COMMAND...
     mkdir -p "$results/$name"
     "${@:3}" > "$log" 2>&1 < /dev/null || status=$?
     if [ "$status" -ne 0 ] && [ -n "${otherwise:-}" ]; then
-        printf 'not checked here: %s (log: %s)\n' "$otherwise" "$log"
+        printf 'not looked at here: %s (log: %s)\n' "$otherwise" "$log"
         status=0
     else
         [ "$status" -eq 0 ] || word=FAILED
@@ -49,7 +49,7 @@ style() # TOOL NAME HEADING COMMAND...
 {
     local program version otherwise=''
     if ! program=$(tool "$1"); then
-        printf '%-58s not checked here: there is no %s; the reference is %s\n' \
+        printf '%-58s not looked at here: there is no %s; the reference is %s\n' \
             "$3" "$1" "${reference[$1]}"
         return
     fi

@@ -266,7 +266,7 @@ def test_a_free_threaded_interpreter_is_refused(machine, tmp_path):
     ("97.0.6", False, 0, "ok"),
     ("97.0.6", True, 1, "FAILED"),
     ("98.1.7", False, 0, "ok"),
-    ("98.1.7", True, 0, "not checked here: clang-format 98.1.7 disagrees,"
+    ("98.1.7", True, 0, "not looked at here: clang-format 98.1.7 disagrees,"
      " the reference is 97 (log:"),
 ])
 def test_style_is_judged_by_the_reference(machine, version, finds, status, said):
@@ -290,7 +290,7 @@ def test_style_without_the_tool(machine):
         (bare / name).symlink_to(shutil.which(name))
     result = machine.run(". tools/stages.sh; style mypy types 'the types' false; echo $? $failed",
                          PATH=str(bare))
-    assert re.fullmatch("the types +not checked here: there is no mypy; the reference is 1.0\n"
+    assert re.fullmatch("the types +not looked at here: there is no mypy; the reference is 1.0\n"
                         "0 0\n", result.stdout), result.stderr
 
 
