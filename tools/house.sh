@@ -106,11 +106,19 @@ install_packages() # GROUP...
         die "cannot install ${missing[*]%%|*} (log: $log)"
 }
 
+fetch() # ENTRY...
+{
+    local chosen lacking
+    choose_packages "$@" || return
+    mapfile -t chosen < <(printf '%s\n' "${chosen[@]}" | sort -u)
+    apt-get -qq download "${chosen[@]}"
+}
+
 # Fetches packages and unpacks them side by side into the folder.
-fetch_unpacked() # FOLDER PACKAGE...
+fetch_unpacked() # FOLDER ENTRY...
 {
     rm -rf "$1" && mkdir -p "$1" && cd "$1" || return
-    apt-get -qq download "${@:2}" || { apt_get update && apt-get -qq download "${@:2}"; } || return
+    fetch "${@:2}" || { apt_get update && fetch "${@:2}"; } || return
     local package
     for package in *.deb; do
         dpkg -x "$package" . && rm "$package" || return
@@ -124,8 +132,8 @@ unpack_packages()
     local names log=$logs/unpack.log folder=$root/build/unpacked
     mapfile -t names < <(sed -n 's/^unpack //p' "$root/tools/packages")
     [ "$(cat "$folder/packages" 2> /dev/null)" != "${names[*]}" ] || return 0
-    step "$log" "fetching with apt-get: ${names[*]}" fetch_unpacked "$folder" "${names[@]}" ||
-        die "cannot fetch ${names[*]} (log: $log)"
+    step "$log" "fetching with apt-get: ${names[*]%%|*}" fetch_unpacked "$folder" "${names[@]}" ||
+        die "cannot fetch ${names[*]%%|*} (log: $log)"
 }
 
 # Sets `version` and `python` to the interpreter that is built for by default.

@@ -194,7 +194,8 @@ class Bystander:
 
         self.process = subprocess.Popen(
             [sys.executable, "-S", "-c", BYSTANDER], stdin=subprocess.PIPE,
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+            env={**os.environ, "LD_PRELOAD": ""})  # no sanitizer looks at it
         assert os.getpgid(self.process.pid) == os.getpgrp()
         self.process.stdout.readline()
 
