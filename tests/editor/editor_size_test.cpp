@@ -2,7 +2,6 @@
 // columns, of sizes that no terminal has, and those there is no memory for.
 #include "editor_in_child.h"
 
-#include <dlfcn.h>
 #include <histedit.h>
 #include <wchar.h>
 
@@ -181,15 +180,21 @@ TEST(EditorSize, SizeByCall)
 static size_t refused_count; // of the cells of a row that there is no memory for
 static int refused_after;    // so many that there still is memory for
 
-// Stands in for the C library's, or the sanitizer's.
+// Stands in for the C library's, or the sanitizer's, which have a second name: dlsym()
+// calls calloc() itself in older C libraries.
+#ifdef __SANITIZE_ADDRESS__
+#define real_calloc __interceptor_calloc
+#else
+#define real_calloc __libc_calloc
+#endif
+extern "C" void *real_calloc(size_t, size_t) noexcept;
+
 extern "C" void *
 calloc(size_t count, size_t size) noexcept
 {
-    static void *(*real)(size_t, size_t) =
-        reinterpret_cast<void *(*)(size_t, size_t)>(dlsym(RTLD_NEXT, "calloc"));
     if (count == refused_count && size == sizeof(wint_t) && refused_after-- <= 0)
         return nullptr;
-    return real(count, size);
+    return real_calloc(count, size);
 }
 
 static void
