@@ -89,14 +89,21 @@ def by_cmake(place, given, packages):
     return place, place + "/share/doc/keyline"
 
 
+def install(place, given, what):
+    """With the pip that the interpreter has, into the environment, which has none."""
+    found = call(given.interpreter, "-c",
+                 "import os, pip; print(os.path.dirname(os.path.dirname(pip.__file__)))")
+    call(place + "/bin/python", *PIP, "install", what, env={"PYTHONPATH": found.strip()})
+
+
 def by_pip(place, given, packages):
-    call(given.interpreter, *PIP, "--python", place + "/bin/python", "install", ROOT)
+    install(place, given, ROOT)
     return place, place + "/share/doc/keyline"
 
 
 def by_wheel(place, given, packages):
-    call(given.interpreter, *PIP, "--python", place + "/bin/python", "install",
-         *glob.glob(packages + "/*.whl"))
+    wheel, = glob.glob(packages + "/*.whl")
+    install(place, given, wheel)
     return place, place + "/share/doc/keyline"
 
 
@@ -252,7 +259,9 @@ def test_the_same_sources_give_the_same_wheel(packages, setup, tmp_path):
 
 def test_lintian_reports_nothing(packages):
     changes, = glob.glob(packages + "/*.changes")
-    assert call("lintian", "--allow-root", "--fail-on", "warning", changes) == ""
+    newer_suite = "bad-distribution-in-changes-file"  # than the tool knows
+    assert call("lintian", "--allow-root", "--suppress-tags", newer_suite,
+                "--fail-on", "warning", changes) == ""
 
 
 def test_the_versions_agree(packages):

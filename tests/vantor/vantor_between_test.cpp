@@ -12,8 +12,8 @@ static std::function<void(const std::string &)> before_look;
 static std::function<void(const std::string &, uint32_t)> before_watch;
 static bool in_hook;
 
-extern "C" int
-lstat(const char *name, struct stat *status) noexcept
+static int
+look(const char *name, struct stat *status)
 {
     if (before_look && !in_hook) {
         in_hook = true;
@@ -22,6 +22,20 @@ lstat(const char *name, struct stat *status) noexcept
     }
     return fstatat(AT_FDCWD, name, status, AT_SYMLINK_NOFOLLOW);
 }
+
+extern "C" int
+lstat(const char *name, struct stat *status) noexcept
+{
+    return look(name, status);
+}
+
+#if !__GLIBC_PREREQ(2, 33) // lstat() is inline, and calls this
+extern "C" int
+__lxstat(int, const char *name, struct stat *status) noexcept
+{
+    return look(name, status);
+}
+#endif
 
 extern "C" int
 inotify_add_watch(int inotify, const char *name, uint32_t mask) noexcept
