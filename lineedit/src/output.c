@@ -197,11 +197,11 @@ out_move(EditLine *el, const layout_t *l, int v, int h)
 		out_return(el);
 		return;
 	}
-	column = out_can(el, DO_CH) != NULL ? 3 + out_digits(h + 1) : 1000;
+	column = out_can(el, DO_CH) != NULL ? 3 + out_digits(h + 1) : OUT_NEVER;
 	back = at->h - h;
 	if (back > 0 && !OUT_IS_PENDING(el)) {
-		cost = out_can(el, DO_LEFTS) != NULL ? 3 + out_digits(back) : 1000;
-		rewrite = v == 0 ? 1000 : 1 + out_rewrite_cost(row, 0, h);
+		cost = out_can(el, DO_LEFTS) != NULL ? 3 + out_digits(back) : OUT_NEVER;
+		rewrite = v == 0 ? OUT_NEVER : 1 + out_rewrite_cost(row, 0, h);
 		if (back <= column && back <= cost && back <= rewrite) {
 			while (back-- > 0)
 				terminal__putc(el, '\b');
@@ -217,10 +217,10 @@ out_move(EditLine *el, const layout_t *l, int v, int h)
 	/* forward, perhaps after a carriage return; not from inside a wide character */
 	again = back > 0 || row->cells[at->h] == LAYOUT_FILL;
 	n = again ? 0 : at->h;
-	cost = out_can(el, DO_RIGHTS) != NULL ? 3 + out_digits(h - n) : 1000;
+	cost = out_can(el, DO_RIGHTS) != NULL ? 3 + out_digits(h - n) : OUT_NEVER;
 	rewrite = out_rewrite_cost(row, n, h);
-	if (n == 0 && v == 0 && (column < 1000 || cost < 1000))
-		rewrite = 1000;	/* a script would take the prompt for another one */
+	if (n == 0 && v == 0 && (column < OUT_NEVER || cost < OUT_NEVER))
+		rewrite = OUT_NEVER;	/* a script would take the prompt for another one */
 	if (rewrite < cost)
 		cost = rewrite;
 	if (column <= cost + again) {

@@ -12,6 +12,9 @@ enum { DO_CE, DO_CD, DO_CH, DO_UP, DO_UPS, DO_DOWNS, DO_LEFTS, DO_RIGHTS, DO_IC,
 /* about the bytes of a cursor move within a row */
 #define	OUT_MOVE_COST	5
 
+/* the cost of a move that the terminal cannot do: more than a row has columns */
+#define	OUT_NEVER	(1 << 20)
+
 /* the cursor is in the pending wrap state, after the last column */
 #define	OUT_IS_PENDING(el) \
 	((el)->el_refresh.at.h >= (el)->el_refresh.drawn.width)

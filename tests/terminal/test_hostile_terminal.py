@@ -355,3 +355,13 @@ def test_window_of_size(start, size):
         child.assert_settings_as_found()
         child.go("on")
     child.expect_end()
+
+
+def test_a_dumb_terminal_that_is_very_wide(start):
+    """It can only go right by writing what is there, in as many columns as it takes."""
+    child = start("read()", env={"TERM": "dumb"}, columns=1300)
+    text = "x" * 1200
+    child.type(text + "<c-a>y<c-e>z", "y" + text + "z")
+    child.send("<enter>")
+    child.expect_line("y" + text + "z")
+    child.expect_end()
