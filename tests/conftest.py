@@ -89,7 +89,9 @@ class Setup:
         self.under_valgrind = under
         if under:
             self.interpreter = under_valgrind(interpreter, sanitizer_logs)
-        self.looks_early = bool(sanitizer_logs) and not under and self.loses_memory()
+        # From 3.11 on values lie where the checker does not look, unless it is told to.
+        newer = tuple(map(int, self.version.split("."))) >= (3, 11)
+        self.looks_early = bool(sanitizer_logs) and not under and (newer or self.loses_memory())
 
     def python_path(self):
         """Where the children look for modules."""

@@ -11,9 +11,10 @@ from script import ROOT
 
 pytestmark = [pytest.mark.once, pytest.mark.plain_only("the checker is no child of the test")]
 
-# Older ones see errors that are none. Keyline's own stub is clear enough for them.
+# Older ones see errors that are none, newer ones know no Python 3.9. Keyline's own stub is clear
+# enough for all of them.
 JUDGES = pytest.mark.only_where(
-    int(importlib.metadata.version("mypy").split(".")[0]) >= 1, "mypy is older than 1.0")
+    importlib.metadata.version("mypy").startswith("1."), "mypy is not one of 1.x")
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 

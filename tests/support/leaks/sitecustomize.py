@@ -1,7 +1,7 @@
-"""For an interpreter that leaks memory of its own when it ends: looks for leaks right before.
+"""Looks for leaks right before the interpreter ends, as newer ones need it.
 
-Newer ones never free interned names. Before their finalization these are still in tables and
-count as no leaks. What a module has leaked is found as well as later, but for objects that can
+They never free interned names. Before their finalization these are still in tables and count as
+no leaks. Their threads keep values where the checker looks only if it is told to. What a module has leaked is found as well as later, but for objects that can
 still be reached otherwise.
 """
 import atexit
