@@ -56,7 +56,8 @@ except (Exception, SystemExit) as error:
 if os.getpid() != reader:
     Keyline.addHistory("a line", "exec", "")
     tell("lines", Keyline.history())
-    sys.exit()
+    # An interpreter that was forked has lost its old locks, on purpose.
+    os._exit(0) if hasattr(libc, "__lsan_do_leak_check") else sys.exit()
 """
 
 
