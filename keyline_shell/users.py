@@ -46,14 +46,39 @@ def serve(path: str, session: Callable[[], int], how: str = "") -> int:
             os._exit(0)
         signal.signal(signal.SIGTERM, signal.default_int_handler)
         try:
-            print("waiting for users: " + (how or path), flush=True)
-            return os.waitstatus_to_exitcode(os.waitpid(child, 0)[1])
+            with waking() as woken:
+                print("waiting for users: " + (how or path), flush=True)
+                while True:
+                    pid, status = os.waitpid(child, os.WNOHANG)
+                    if pid:
+                        return os.waitstatus_to_exitcode(status)
+                    select.select([woken], [], [])
+                    os.read(woken, 4096)
         except KeyboardInterrupt:
             os.kill(child, signal.SIGTERM)
             os.waitpid(child, 0)
             return 0
         finally:
             os.unlink(path)
+
+
+@contextmanager
+def waking() -> Iterator[int]:
+    """A descriptor that each signal makes readable, the end of a child too.
+
+    A signal right before a wait for something else would not be noticed until that comes.
+    """
+    woken, wake = os.pipe()
+    os.set_blocking(wake, False)
+    handler = signal.signal(signal.SIGCHLD, lambda *_: None)
+    before = signal.set_wakeup_fd(wake, warn_on_full_buffer=False)
+    try:
+        yield woken
+    finally:
+        signal.set_wakeup_fd(before)
+        signal.signal(signal.SIGCHLD, handler)
+        os.close(wake)
+        os.close(woken)
 
 
 def serve_users(listener: socket.socket, alive: int, session: Callable[[], int]) -> None:
