@@ -259,9 +259,10 @@ def test_the_same_sources_give_the_same_wheel(packages, setup, tmp_path):
 
 def test_lintian_reports_nothing(packages):
     changes, = glob.glob(packages + "/*.changes")
-    newer_suite = "bad-distribution-in-changes-file"  # than the tool knows
-    assert call("lintian", "--allow-root", "--suppress-tags", newer_suite,
-                "--fail-on", "warning", changes) == ""
+    version = re.match(r"([0-9]+)\.([0-9]+)", call("lintian", "--print-version"))
+    older = tuple(map(int, version.groups())) < (2, 105)  # than the suite
+    ignored = ["--suppress-tags", "bad-distribution-in-changes-file"] if older else []
+    assert call("lintian", "--allow-root", *ignored, "--fail-on", "warning", changes) == ""
 
 
 def test_the_versions_agree(packages):

@@ -229,7 +229,7 @@ def test_references_stay_where_they_were(setup, start, kind):
         settings[3] &= ~termios.ICANON
 
     expression, answered = KINDS[kind]
-    count = 5000 if setup.sanitizer_logs else 20000
+    count = 5000 if setup.sanitizer_logs else 100000
     child = start("""
 import Keyline
 class Refused(Exception):

@@ -1,8 +1,8 @@
 """Looks for leaks right before the interpreter ends, as newer ones need it.
 
 They never free interned names. Before their finalization these are still in tables and count as
-no leaks. Their threads keep values where the checker looks only if it is told to. What a module has leaked is found as well as later, but for objects that can
-still be reached otherwise.
+no leaks. Their threads keep values where the checker looks only if it is told to. What a module has
+leaked is found as well as later, but for objects that can still be reached otherwise.
 """
 import atexit
 import ctypes
