@@ -58,9 +58,11 @@ def scale(low, high, start, end):
 
 
 def peers(results):
-    """A row for each measure, a dot for each peer: what it needs, as a multiple of base."""
+    """A row for each measure, a dot for each peer: what it needs, as a multiple of base. Some are
+    the difference of two times: where the noise made base nothing or less, there is no row.
+    """
     rows = [(row, upward) for row, upward in RATIOS.items()
-            if results["rows"].get(row, {}).get("base")]
+            if results["rows"].get(row, {}).get("base", {}).get("median", 0) > 0]
     names = [name for name in COLOURS
              if any(name in results["rows"][row] for row, _ in rows)]
     drawing = Drawing(860, 70 + 24 * len(rows))

@@ -51,9 +51,9 @@ IN_README = (
 
 # What the plot compares with base; True where more is better.
 RATIOS = {"key": False, "calls line": False, "paste": True, "paste cpu": False,
-          "line 100000": False, "middle 10000": False, "tab": False, "search 10000": False, "up": False,
-          "add": False, "memory": False, "start": False, "idle": False, "enter": False,
-          "enter cpu": False}
+          "line 100000": False, "middle 10000": False, "tab": False, "search 10000": False,
+          "up": False, "add": False, "memory": False, "start cpu": False, "idle": False,
+          "enter": False, "enter cpu": False}
 
 
 def title(row):

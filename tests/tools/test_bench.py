@@ -13,7 +13,7 @@ sys.path.insert(0, os.path.join(ROOT, "bench"))
 import peers  # noqa: E402
 import plot  # noqa: E402
 import readme  # noqa: E402
-from rows import IN_README, ROWS, title  # noqa: E402
+from rows import IN_README, RATIOS, ROWS, title  # noqa: E402
 
 
 def results():
@@ -71,3 +71,15 @@ def test_the_plots_show_every_peer(tmp_path):
     colours = {dot.getAttribute("fill") for dot in drawn.getElementsByTagName("circle")}
     assert colours == set(peers.COLOURS.values())
     assert xml.dom.minidom.parse(str(tmp_path / "growth.svg")).getElementsByTagName("path")
+
+
+@pytest.mark.parametrize("nothing", [0, -0.09])
+def test_what_base_needed_nothing_for_is_not_in_the_plot(tmp_path, nothing):
+    _, found = results()
+    names = ["start cpu", "enter"]
+    assert set(names) <= set(RATIOS) & set(found["rows"])
+    found["rows"]["start cpu"]["base"]["median"] = nothing
+    plot.draw(found, str(tmp_path))
+    drawn = xml.dom.minidom.parse(str(tmp_path / "peers.svg"))
+    texts = {text.firstChild.data for text in drawn.getElementsByTagName("text")}
+    assert [title(row) in texts for row in names] == [False, True]
