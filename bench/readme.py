@@ -5,7 +5,7 @@ import statistics
 import textwrap
 
 from peers import PEERS
-from rows import IN_README, shown, title
+from rows import IN_README, ROWS, shown, title
 
 BEGIN = "<!-- Written by bench/run, from here -->\n"
 END = "<!-- to here. -->\n"
@@ -15,13 +15,19 @@ def medians(results, row):
     return {name: found["median"] for name, found in results["rows"].get(row, {}).items()}
 
 
+def ratio(row, values):
+    """Of the figures as they are shown, so that a reader finds the same."""
+    mine, its = (round(values.get(name, 0), ROWS[row][2]) for name in ("Keyline", "base"))
+    return "%.2f" % (mine / its) if its else "-"
+
+
 def table(results):
     names = [name for name, *_ in PEERS]
     lines = [["", *names, "Keyline / base"], ["---"] * (len(names) + 2)]
     for row in IN_README:
         values = medians(results, row)
-        ratio = "%.2f" % (values["Keyline"] / values["base"]) if values.get("base") else "-"
-        lines.append([title(row), *(shown(row, values.get(name)) for name in names), ratio])
+        lines.append([title(row), *(shown(row, values.get(name)) for name in names),
+                      ratio(row, values)])
     return "".join("| %s |\n" % " | ".join(line) for line in lines).replace("|  |", "| |").replace(
         "| --- ", "|---").replace("--- |", "---|")
 
