@@ -32,6 +32,7 @@ screen_start(const char *name, int rows, int columns)
     type = &found->second;
     rows_now = rows;
     columns_now = columns;
+    stub_size_known = true;
     is_over = false;
     answers.clear();
     screen_clear();
@@ -54,6 +55,8 @@ screen_lose()
 void
 screen_resize(int rows, int columns)
 {
+    if (rows != rows_now || columns != columns_now)
+        stub_size_known = false;
     rows_now = rows;
     columns_now = columns;
     // Nothing clears what is left of a wider line on a terminal that cannot.
@@ -129,9 +132,11 @@ screen_wrong()
         is_over = true;
     if (is_lost || is_over || terminal == nullptr || shown.is_old)
         return "";
-    // An editor that is told another size than the terminal's draws for that one.
-    is_lost = shown.rows != terminal->height() || shown.columns != terminal->width() ||
-              shown.length > 2000 ||
+    // An editor that is told another size than the terminal's draws for that one; one that
+    // is not told of a resize draws nothing anew, also when a second one has undone the
+    // first.
+    is_lost = !stub_size_known || shown.rows != terminal->height() ||
+              shown.columns != terminal->width() || shown.length > 2000 ||
               (shown.columns == 1 && !(type->margins && type->delayed));
     if (is_lost)
         return "";

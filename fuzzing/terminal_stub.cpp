@@ -24,6 +24,7 @@
 #include <term.h>
 
 struct winsize stub_size;
+bool stub_size_known;
 int stub_pending;
 bool stub_signals;
 bool stub_reading;
@@ -137,6 +138,7 @@ ioctl(int fd, unsigned long request, ...) noexcept
     switch (request) {
     case TIOCGWINSZ:
         memcpy(argument, &stub_size, sizeof stub_size);
+        stub_size_known = true;
         return 0;
     case FIONREAD:
         *static_cast<int *>(argument) = stub_pending;

@@ -6,6 +6,9 @@
 // The window's size, as the editor will find it when it asks.
 extern struct winsize stub_size;
 
+// Whether it has asked since this was set to false.
+extern bool stub_size_known;
+
 // The number of bytes that wait, as it will be told.
 extern int stub_pending;
 
