@@ -7,6 +7,7 @@ import pytest
 
 from at_shell import ShellUser
 from log_file import append
+from rest import expect_rest
 
 pytestmark = pytest.mark.package
 
@@ -77,6 +78,13 @@ def leave(user, end="clean"):
     user.terminal.expect_end(end)
 
 
+def expect_running(child, command):
+    """The command runs, and sleeps: a signal right before its sleep ends no sleep in Python."""
+    child.expect_fact("waits")
+    if command != "spin":
+        expect_rest(child)
+
+
 # --- Ctrl-C, Ctrl-Z ------------------------------------------------------------------------
 
 
@@ -87,7 +95,7 @@ def test_ctrl_c_ends_a_command_and_not_the_shell(user, command, way):
     user.type("down<enter>", "> down", "low> ")
     for again in range(3):
         user.terminal.send(command + "<enter>")
-        user.terminal.expect_fact("waits")
+        expect_running(user.terminal, command)
         if way == "key":
             user.terminal.send("<c-c>")
         else:
@@ -101,13 +109,14 @@ def test_ctrl_c_ends_also_what_a_command_started(user):
     user.terminal.wait_screen("the child", lambda rows: rows[1] == "child")
     user.terminal.send("<c-z>")  # would stop the child
     user.terminal.wait("the key", lambda: b"^Z" in user.terminal.display.raw)
+    expect_rest(user.terminal)
     user.type("<c-c>", "> child", "child", "^Z^C", "> ")
     leave(user)
 
 
 def test_a_command_may_have_its_own_way_with_ctrl_c(user):
     user.terminal.send("stubborn<enter>")
-    user.terminal.expect_fact("waits")
+    expect_running(user.terminal, "stubborn")
     user.terminal.send("<c-c>")
     user.terminal.expect_fact("caught")
     user.expect("> stubborn", "^Cnot yet", "> ")
@@ -116,7 +125,7 @@ def test_a_command_may_have_its_own_way_with_ctrl_c(user):
 
 def test_ctrl_z_in_a_command_does_nothing(user):
     user.terminal.send("wait<enter>")
-    user.terminal.expect_fact("waits")
+    expect_running(user.terminal, "wait")
     user.terminal.send("<c-z>")
     user.terminal.wait("the key", lambda: b"^Z" in user.terminal.display.raw)
     user.terminal.send("<c-c>")
@@ -244,7 +253,7 @@ def test_no_processor_time_while_nothing_happens(start):
 @pytest.mark.parametrize("command", ["wait", "stubborn"])
 def test_a_terminal_lost_in_a_command_ends_it(user, command):
     user.terminal.send(command + "<enter>")
-    user.terminal.expect_fact("waits")
+    expect_running(user.terminal, command)
     user.terminal.hang_up()
     if command == "stubborn":
         user.terminal.expect_fact("caught")
@@ -270,7 +279,7 @@ def test_ended_in_good_order_by_a_signal(start, name, where):
     user.expect("> down", "low> ")
     child.send(keys)
     if where in ("command", "stubborn"):
-        child.expect_fact("waits")
+        expect_running(child, where)
     else:
         shown = {"prompt": "low> half", "password": "Password:", "page": "--More--"}[where]
         child.wait_screen(shown, lambda rows: shown in rows)
