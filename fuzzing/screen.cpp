@@ -20,6 +20,7 @@ static bool is_lost;
 static bool is_over; // a command may have changed what the editor knows of the terminal
 static unsigned long compared; // how often
 static bool is_fresh;          // nothing has been compared yet
+static bool is_apart;          // rows were written that the terminal does not join
 static int rows_now;
 static int columns_now;
 
@@ -80,6 +81,7 @@ make_terminal()
                                                columns > 0 ? columns : 80);
     terminal->keep_scrolled(0);
     is_fresh = true;
+    is_apart = false;
 }
 
 // To read a finding.
@@ -146,9 +148,11 @@ screen_wrong()
     is_fresh = false;
     DisplayCheck check(terminal.get(), *type);
     // At a width that was set by hand the editor ends rows itself, also when the window
-    // has that width, too, and has not told so.
-    if ((columns_now != 0 && terminal->width() != columns_now) ||
-        (shown.window != 0 && shown.window != shown.columns))
+    // has that width, too, and has not told so. When it tells so later, they stay as they
+    // are.
+    is_apart |= (columns_now != 0 && terminal->width() != columns_now) ||
+                (shown.window != 0 && shown.window != shown.columns);
+    if (is_apart)
         check.ignore_joins();
     Layout layout =
         naive_layout(shown.prompt, shown.ignore, std::wstring(shown.line, shown.length),
