@@ -20,7 +20,8 @@ enum { FLOW_NEW, FLOW_UNSURE, FLOW_REFLOWS, FLOW_CUTS, FLOW_TO_TOP };
 
 /* window_flow_of():
  *	What terminals of this type do; FLOW_NEW for an unknown type. xterm truncates, but
- *	many that reflow have its type.
+ *	many that reflow have its type. The VT50, VT52 and VT61 are unknown here, for they
+ *	would show a request as text.
  */
 static int
 window_flow_of(const char *type)
@@ -31,7 +32,9 @@ window_flow_of(const char *type)
 		{ "foot", FLOW_REFLOWS }, { "vte", FLOW_REFLOWS },
 		{ "gnome", FLOW_REFLOWS }, { "konsole", FLOW_REFLOWS },
 		{ "rxvt", FLOW_TO_TOP }, { "st-", FLOW_CUTS }, { "linux", FLOW_CUTS },
-		{ "vt", FLOW_CUTS }, { "xterm", FLOW_UNSURE },
+		{ "vt1", FLOW_CUTS }, { "vt2", FLOW_CUTS }, { "vt3", FLOW_CUTS },
+		{ "vt4", FLOW_CUTS }, { "vt510", FLOW_CUTS }, { "vt520", FLOW_CUTS },
+		{ "vt525", FLOW_CUTS }, { "xterm", FLOW_UNSURE },
 	};
 	size_t i;
 

@@ -388,6 +388,17 @@ TEST_F(EditorSignals, ATerminalThatDoesNotAnswerIsAskedOnce)
     EXPECT_EQ(drawn_behind(SIGTSTP, ""), "\r\033[J> ");
 }
 
+// It would show a part of the request.
+TEST_F(EditorSignals, ATerminalFromBeforeTheRequestIsNotAsked)
+{
+    setenv("TERM", "vt220", 1);
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_EQ(drawn_behind(SIGTSTP, "\033[7;23R").substr(0, 4), "\033[6n");
+    setenv("TERM", "vt52", 1);
+    ASSERT_EQ(rl_initialize(), 0);
+    EXPECT_EQ(drawn_behind(SIGTSTP, ""), "\r\033J> ");
+}
+
 TEST_F(EditorSignals, KeysAroundAnAnswerAreKept)
 {
     set_disposition(SIGTSTP, plain);
