@@ -113,13 +113,19 @@ event()
         fprintf(stdout, "event %u\n", kind);
     switch (kind) {
     case 0:
-    case 1:
+    case 1: {
+        bool was_known = stub_size_known;
         stub_size.ws_row = choose(heights);
         stub_size.ws_col = choose(widths);
         screen_resize(stub_size.ws_row, stub_size.ws_col);
         if (kind == 0)
             rl_resize_terminal();
+        // Without a signal nothing is drawn anew for the size that the editor knows, also
+        // when the window has had another one meanwhile.
+        if (kind == 0 && !was_known)
+            screen_lose();
         break;
+    }
     case 2:
         screen_clear();
         rl_forced_update_display();
