@@ -114,7 +114,8 @@ event()
     switch (kind) {
     case 0:
     case 1: {
-        bool was_known = stub_size_known;
+        editor_shown before;
+        bool shows = editor_shows(&before), was_known = stub_size_known;
         stub_size.ws_row = choose(heights);
         stub_size.ws_col = choose(widths);
         screen_resize(stub_size.ws_row, stub_size.ws_col);
@@ -122,7 +123,8 @@ event()
             rl_resize_terminal();
         // Without a signal nothing is drawn anew for the size that the editor knows, also
         // when the window has had another one meanwhile.
-        if (kind == 0 && !was_known)
+        if (kind == 0 && !was_known && shows && before.rows == stub_size.ws_row &&
+            before.columns == stub_size.ws_col)
             screen_lose();
         break;
     }
