@@ -24,6 +24,13 @@ static bool is_apart;          // rows were written that the terminal does not j
 static int rows_now;
 static int columns_now;
 
+// Where each character begins the next row at once, one column cannot be drawn right.
+static bool
+is_too_narrow(int columns)
+{
+    return columns == 1 && !(type->margins && type->delayed);
+}
+
 void
 screen_start(const char *name, int rows, int columns)
 {
@@ -60,6 +67,8 @@ screen_resize(int rows, int columns)
         stub_size_known = false;
     rows_now = rows;
     columns_now = columns;
+    if (terminal != nullptr && is_too_narrow(terminal->width()))
+        terminal->forget_errors();
     // Nothing clears what is left of a wider line on a terminal that cannot.
     if (terminal != nullptr && rows > 0 && columns > 0 && type->can(Action::EraseRight))
         terminal->resize(rows, columns, TerminalModel::Clips);
@@ -139,7 +148,7 @@ screen_wrong()
     // first.
     is_lost = !stub_size_known || shown.rows != terminal->height() ||
               shown.columns != terminal->width() || shown.length > 2000 ||
-              (shown.columns == 1 && !(type->margins && type->delayed));
+              is_too_narrow(shown.columns);
     if (is_lost)
         return "";
     // What the editor takes for the echo of waiting keys has not been shown.
